@@ -1,0 +1,10 @@
+#pragma once
+
+namespace kvosc {
+int cmd_version();
+int cmd_exports();
+int cmd_demo();
+int cmd_coders();
+int cmd_code(bool encode, const char* coder, const char* in, const char* out);
+int cmd_verify(const char* coder, const char* dir);
+}  // namespace kvosc

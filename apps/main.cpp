@@ -1,0 +1,49 @@
+// kvosc: command-line front end of the library.
+//   kvosc version                  version record and processor features
+//   kvosc exports                  exports by family, with implemented counts
+//   kvosc demo                     run every assembled coder on the built-in sample
+//   kvosc encode|decode CODER IN OUT
+//   kvosc verify CODER DIR
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "commands.h"
+
+namespace {
+
+int usage(const char* why) {
+    std::fprintf(stderr, "kvosc: %s (try: kvosc help)\n", why);
+    return 2;
+}
+
+void help() {
+    std::printf(
+        "usage: kvosc version | exports | demo | coders\n"
+        "       kvosc encode CODER IN OUT | decode CODER IN OUT | verify CODER DIR\n");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2) return usage("no command given");
+    std::string cmd = argv[1];
+    int rest = argc - 2;
+    if (cmd == "help" || cmd == "--help" || cmd == "-h") {
+        help();
+        return 0;
+    }
+    if (cmd == "version") return rest == 0 ? kvosc::cmd_version() : usage("version takes no arguments");
+    if (cmd == "exports") return rest == 0 ? kvosc::cmd_exports() : usage("exports takes no arguments");
+    if (cmd == "demo") return rest == 0 ? kvosc::cmd_demo() : usage("demo takes no arguments");
+    if (cmd == "coders") return rest == 0 ? kvosc::cmd_coders() : usage("coders takes no arguments");
+    if (cmd == "encode" || cmd == "decode") {
+        if (rest != 3) return usage((cmd + " needs CODER IN OUT").c_str());
+        return kvosc::cmd_code(cmd == "encode", argv[2], argv[3], argv[4]);
+    }
+    if (cmd == "verify") {
+        if (rest != 2) return usage("verify needs CODER DIR");
+        return kvosc::cmd_verify(argv[2], argv[3]);
+    }
+    return usage(("unknown command '" + cmd + "'").c_str());
+}

@@ -1,0 +1,116 @@
+/* kvosc: speech-coding and voice-enhancement primitives (libkvoscmx).
+ *
+ * Every export returns a KvoStatus unless noted: kvoOk, a negative error
+ * with nothing written, or a positive warning with outputs written.  The
+ * caller owns all vectors and state records.  C99 and C++ compatible. */
+#ifndef KVOSC_H
+#define KVOSC_H
+
+#include "kvosc_types.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Library frame ---------------------------------------------------- */
+
+/* Constant version record; never null, never freed. */
+const KvoLibraryVersion* kvoscGetLibVersion(void);
+
+/* ---- Fixed-point arithmetic ------------------------------------------- */
+
+/* dst = sat16((a*b + round) >> scaleFactor), round = half of the last kept bit. */
+KvoStatus kvosMul_NR_16s_Sfs(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo16s* pDst,
+                             Kvo32s len, Kvo32s scaleFactor);
+/* In-place form of kvosMul_NR_16s_Sfs. */
+KvoStatus kvosMul_NR_16s_ISfs(const Kvo16s* pSrc, Kvo16s* pSrcDst, Kvo32s len,
+                              Kvo32s scaleFactor);
+/* dst = sat16((src*val + round) >> scaleFactor). */
+KvoStatus kvosMulC_NR_16s_Sfs(const Kvo16s* pSrc, Kvo16s val, Kvo16s* pDst, Kvo32s len,
+                              Kvo32s scaleFactor);
+/* In-place form of kvosMulC_NR_16s_Sfs. */
+KvoStatus kvosMulC_NR_16s_ISfs(Kvo16s val, Kvo16s* pSrcDst, Kvo32s len, Kvo32s scaleFactor);
+/* dst[i] = src[i] * val^i (weighted LPC vector). */
+KvoStatus kvosMulPowerC_NR_16s_Sfs(const Kvo16s* pSrc, Kvo16s val, Kvo16s* pDst, Kvo32s len,
+                                   Kvo32s scaleFactor);
+/* Block normalisation to 15 bits less the caller's extra shift *pScale. */
+KvoStatus kvosAutoScale_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len, Kvo32s* pScale);
+/* In-place form of kvosAutoScale_16s. */
+KvoStatus kvosAutoScale_16s_I(Kvo16s* pSrcDst, Kvo32s len, Kvo32s* pScale);
+/* Fractional dot product, inputs scaled down until the sum fits 32 bits. */
+KvoStatus kvosDotProdAutoScale_16s32s_Sfs(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len,
+                                          Kvo32s* pDst, Kvo32s* pSfs);
+/* G.729A dot product over the even indices, doubled; kvoWarnOverflow if saturated. */
+KvoStatus kvosDotProd_G729A_16s32s(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len,
+                                   Kvo32s* pDst);
+/* Inverse square root of each element, G.729 table method. */
+KvoStatus kvosInvSqrt_32s_I(Kvo32s* pSrcDst, Kvo32s len);
+/* dst = (a >> 1) + (b >> 1): G.729 mid-point interpolation. */
+KvoStatus kvosInterpolate_G729_16s(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo16s* pDst,
+                                   Kvo32s len);
+/* dst = sat16(((a*val1) >> sf) + ((b*val2) >> sf)). */
+KvoStatus kvosInterpolateC_G729_16s_Sfs(const Kvo16s* pSrc1, Kvo16s val1, const Kvo16s* pSrc2,
+                                        Kvo16s val2, Kvo16s* pDst, Kvo32s len,
+                                        Kvo32s scaleFactor);
+/* dst = sat16((a*val1 + b*val2 + round) >> sf). */
+KvoStatus kvosInterpolateC_NR_G729_16s_Sfs(const Kvo16s* pSrc1, Kvo16s val1,
+                                           const Kvo16s* pSrc2, Kvo16s val2, Kvo16s* pDst,
+                                           Kvo32s len, Kvo32s scaleFactor);
+/* G.729 lag window on the autocorrelation from lag 1 (len at most 12). */
+KvoStatus kvosLagWindow_G729_32s_I(Kvo32s* pSrcDst, Kvo32s len);
+/* G.729B comfort-noise excitation: sums of twelve draws of the 16-bit LCG. */
+KvoStatus kvosRandomNoiseExcitation_G729B_16s(Kvo16s* pSeed, Kvo16s* pDst, Kvo32s len);
+
+/* ---- Correlation kernels ---------------------------------------------- */
+
+/* Energy-normalised autocorrelation (G.729), 32-bit; kvoWarnOverflow if too loud. */
+KvoStatus kvosAutoCorr_NormE_16s32s(const Kvo16s* pSrc, Kvo32s len, Kvo32s* pDst,
+                                    Kvo32s lagCount, Kvo32s* pNorm);
+/* Energy-normalised autocorrelation rounded to 16 bits. */
+KvoStatus kvosAutoCorr_NormE_NR_16s(const Kvo16s* pSrc, Kvo32s len, Kvo16s* pDst,
+                                    Kvo32s lagCount, Kvo32s* pNorm);
+/* Plain 32-bit autocorrelation, no doubling. */
+KvoStatus kvosAutoCorr_16s32s(const Kvo16s* pSrc, Kvo32s len, Kvo32s* pDst, Kvo32s lagCount);
+/* G.723.1 autocorrelation of 180 samples, white-noise correction and lag window. */
+KvoStatus kvosAutoCorr_NormE_G723_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s* pNorm);
+/* G.723.1 subframe: scale, Hamming window and correlate (11 values). */
+KvoStatus kvosAutoCorr_G723_16s(const Kvo16s* pSrc, Kvo16s* pScale, Kvo16s* pDst);
+/* G.729B windowed autocorrelation of 240 samples (13 values). */
+KvoStatus kvosAutoCorr_G729B(const Kvo16s* pSrc, Kvo16s* pNorm, Kvo32s* pDst);
+/* Cross-correlation rounded by 15 bits, low 16 bits kept. */
+KvoStatus kvosCrossCorr_NR_16s(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len,
+                               Kvo16s* pDst, Kvo32s lagCount);
+/* Cross-correlation rounded by scaleFactor and saturated. */
+KvoStatus kvosCrossCorr_NR_16s_Sfs(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len,
+                                   Kvo16s* pDst, Kvo32s lagCount, Kvo32s scaleFactor);
+/* Cross-correlation in 64 bits, saturated to 32. */
+KvoStatus kvosCrossCorr_NR_16s32s(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len,
+                                  Kvo32s* pDst, Kvo32s lagCount);
+/* Triangular cross-correlation, shifted by scaleFactor (negative: left). */
+KvoStatus kvosCrossCorr_16s32s_Sfs(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len,
+                                   Kvo32s* pDst, Kvo32s scaleFactor);
+/* Triangular cross-correlation normalised to 14 bits (algebraic searches). */
+KvoStatus kvosCrossCorr_NormM_16s(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len,
+                                  Kvo16s* pDst);
+/* Partial convolution, shifted, low 16 bits kept. */
+KvoStatus kvosConvPartial_16s_Sfs(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo16s* pDst,
+                                  Kvo32s len, Kvo32s scaleFactor);
+/* Partial convolution in 32 bits. */
+KvoStatus kvosConvPartial_16s32s(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s* pDst,
+                                 Kvo32s len);
+/* Partial convolution, doubled and saturated per term, rounded to 16 bits. */
+KvoStatus kvosConvPartial_NR_16s(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo16s* pDst,
+                                 Kvo32s len);
+/* Partial convolution rounded by 15 bits without saturation. */
+KvoStatus kvosConvPartial_NR_Low_16s(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo16s* pDst,
+                                     Kvo32s len);
+
+/* ---- LPC recursion and spectral conversions --------------------------- */
+
+/* ---- Filter kernels --------------------------------------------------- */
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* KVOSC_H */

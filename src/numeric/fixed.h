@@ -1,0 +1,128 @@
+// Fixed-point vocabulary shared by every family: the saturating, rounding and
+// normalising operations of the published fixed-point coders.
+//
+// Naming: the width and mode are in the name.  sat16/sat32 clamp; round16 is
+// the 32->16 rounding with its single upper test; norm32 counts the left shifts
+// that bring a value's top significant bit to bit 30; mulQ15 is (a*b) >> 15;
+// the R suffix rounds; hi/lo split a 32-bit value into the double precision
+// format (hi = x >> 16, lo = (x >> 1) & 0x7fff) that mpy32 multiplies.
+#pragma once
+
+#include <cstdint>
+
+#include "kvosc_types.h"
+
+namespace kvo {
+
+// NormTable[i] = 6 - floor(log2 i), NormTable2[i] = 14 - floor(log2 i),
+// index 0 holding 7 and 15.
+struct NormTables {
+    Kvo16s t1[256];
+    Kvo16s t2[256];
+};
+
+constexpr NormTables make_norm_tables() {
+    NormTables t{};
+    t.t1[0] = 7;
+    t.t2[0] = 15;
+    for (int i = 1; i < 256; ++i) {
+        int l = 0;
+        while ((i >> (l + 1)) != 0) ++l;
+        t.t1[i] = static_cast<Kvo16s>(6 - l);
+        t.t2[i] = static_cast<Kvo16s>(14 - l);
+    }
+    return t;
+}
+
+inline constexpr NormTables kNormTables = make_norm_tables();
+inline constexpr const Kvo16s* NormTable = kNormTables.t1;
+inline constexpr const Kvo16s* NormTable2 = kNormTables.t2;
+
+constexpr Kvo16s sat16(Kvo32s x) {
+    return static_cast<Kvo16s>(x > 32767 ? 32767 : (x < -32768 ? -32768 : x));
+}
+constexpr Kvo16s sat16(Kvo64s x) {
+    return static_cast<Kvo16s>(x > 32767 ? 32767 : (x < -32768 ? -32768 : x));
+}
+constexpr Kvo32s sat32(Kvo64s x) {
+    return static_cast<Kvo32s>(x > INT32_MAX ? INT32_MAX : (x < INT32_MIN ? INT32_MIN : x));
+}
+
+// Low 16 bits of a value, as a signed 16-bit number (the wrapped store).
+constexpr Kvo16s lo16(Kvo32s x) { return static_cast<Kvo16s>(static_cast<Kvo16u>(x)); }
+constexpr Kvo16s lo16(Kvo64s x) { return static_cast<Kvo16s>(static_cast<Kvo16u>(x)); }
+// Low 32 bits of a 64-bit value (the wrapped 32-bit sum).
+constexpr Kvo32s lo32(Kvo64s x) { return static_cast<Kvo32s>(static_cast<Kvo32u>(x)); }
+// Wrapping 32-bit add and left shift (defined behaviour for the modulo-2^32 sums).
+constexpr Kvo32s add_wrap(Kvo32s a, Kvo32s b) {
+    return static_cast<Kvo32s>(static_cast<Kvo32u>(a) + static_cast<Kvo32u>(b));
+}
+constexpr Kvo32s shl_wrap(Kvo32s x, int n) {
+    return static_cast<Kvo32s>(static_cast<Kvo32u>(x) << n);
+}
+constexpr Kvo64s shl64(Kvo64s x, int n) {
+    return static_cast<Kvo64s>(static_cast<Kvo64u>(x) << n);
+}
+
+// round16: 32767 at or above 0x7fff8000, otherwise (x + 32768) >> 16.
+constexpr Kvo16s round16(Kvo32s x) {
+    return x >= 0x7fff8000 ? Kvo16s{32767} : static_cast<Kvo16s>((x + 32768) >> 16);
+}
+
+// norm32 of a positive value by the two-table lookup; 0 for 0.
+constexpr int norm32_pos(Kvo32u x) {
+    if (x == 0) return 0;
+    if (x >= (1u << 24)) return NormTable[x >> 24];
+    if (x >= (1u << 16)) return NormTable2[x >> 16];
+    if (x >= (1u << 8)) return NormTable[x >> 8] + 16;
+    return NormTable2[x] + 16;
+}
+// norm32 of any value: negative values take the norm of their complement.
+constexpr int norm32(Kvo32s x) {
+    return norm32_pos(static_cast<Kvo32u>(x < 0 ? ~x : x));
+}
+
+// double32: sat32(2x).
+constexpr Kvo32s double32(Kvo32s x) {
+    return x >= 0x40000000 ? INT32_MAX : (x < -0x40000000 ? INT32_MIN : x * 2);
+}
+
+constexpr Kvo32s mulQ15(Kvo16s a, Kvo16s b) { return (Kvo32s{a} * b) >> 15; }
+constexpr Kvo32s mulQ15R(Kvo16s a, Kvo16s b) { return (Kvo32s{a} * b + 16384) >> 15; }
+
+constexpr Kvo16s hi(Kvo32s x) { return static_cast<Kvo16s>(x >> 16); }
+constexpr Kvo16s lo(Kvo32s x) { return static_cast<Kvo16s>((x >> 1) & 0x7fff); }
+
+// Fractional product of two double-precision values, saturated after each of
+// its three doubled terms as the reference does: two -32768 high halves give
+// 0x7fffffff before the cross terms are added.
+constexpr Kvo32s mpy32(Kvo32s x, Kvo32s y) {
+    Kvo32s xh = hi(x), yh = hi(y);
+    Kvo32s s = sat32(2 * (Kvo64s{xh} * yh));
+    s = sat32(Kvo64s{s} + 2 * ((Kvo32s{xh} * lo(y)) >> 15));
+    return sat32(Kvo64s{s} + 2 * ((Kvo32s{lo(x)} * yh) >> 15));
+}
+
+// Add_32s: sat32(a + b).
+constexpr Kvo32s Add_32s(Kvo32s a, Kvo32s b) { return sat32(Kvo64s{a} + b); }
+
+// ShiftL_32s: x << n saturated, n in 0..31.
+constexpr Kvo32s ShiftL_32s(Kvo32s x, int n) {
+    if (x > (INT32_MAX >> n)) return INT32_MAX;
+    if (x < (INT32_MIN >> n)) return INT32_MIN;
+    return shl_wrap(x, n);
+}
+
+// Norm_32s_I: returns the norm and shifts x left by it.
+constexpr int Norm_32s_I(Kvo32s* x) {
+    if (*x == 0) return 0;
+    if (*x == -1) {
+        *x = INT32_MIN;
+        return 31;
+    }
+    int n = norm32(*x);
+    *x = shl_wrap(*x, n);
+    return n;
+}
+
+}  // namespace kvo

@@ -1,0 +1,45 @@
+#include "support/paths.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace kvosc::test {
+
+namespace {
+bool is_dir(const std::string& p) {
+    struct stat st;
+    return !p.empty() && stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+}  // namespace
+
+std::string source_dir() { return KVOSC_SOURCE_DIR; }
+std::string binary_dir() { return KVOSC_BINARY_DIR; }
+std::string built_library() { return binary_dir() + "/lib/libkvoscmx.so.8.0"; }
+
+std::string vectors_root() {
+    if (const char* env = std::getenv("KVOSC_VECTORS"); env && *env) return is_dir(env) ? env : "";
+    std::string beside = source_dir() + "/../shared/vectors";
+    return is_dir(beside) ? beside : "";
+}
+
+std::string vector_dir_or_skip(const std::string& set) {
+    std::string root = vectors_root();
+    std::string dir = root.empty() ? "" : root + "/" + set;
+    if (is_dir(dir)) return dir;
+    std::string where = root.empty() ? std::string("$KVOSC_VECTORS or ../shared/vectors") : root;
+    const char* ci = std::getenv("CI");
+    if (ci && std::strcmp(ci, "true") == 0) {
+        ADD_FAILURE() << "vector folder '" << set << "' not found under " << where
+                      << " (required when CI=true)";
+    } else {
+        std::string msg = "vector folder '" + set + "' not found under " + where + ": skipped";
+        ::testing::internal::AssertHelper(::testing::TestPartResult::kSkip, __FILE__, __LINE__,
+                                          msg.c_str()) = ::testing::Message();
+    }
+    return "";
+}
+
+}  // namespace kvosc::test

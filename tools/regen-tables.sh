@@ -1,0 +1,10 @@
+#!/bin/sh
+# Regenerates every committed table source from the published table data.
+# Usage: tools/regen-tables.sh [TABLE_ROOT]   (default ../shared/tables)
+set -eu
+root=${1:-../shared/tables}
+gen="python3 $(dirname "$0")/gentables.py"
+$gen "$root/numeric" src/numeric numeric_tables \
+    Log2Table tabpow tabsqr tabsqr_d wlag hamwindow w_eval_60 w_eval_50 \
+    cos15 slope_cos slope_cos15 acos12
+$gen "$root/g723" src/kernels kernel_tables HammingWindowTbl_G723 BinomWindowCoeffTbl_G723
