@@ -124,5 +124,15 @@ void mulNR_16s_scalar(const Kvo16s* a, const Kvo16s* b, Kvo16s* dst, int len, in
 void mulCNR_16s_scalar(const Kvo16s* src, Kvo16s val, Kvo16s* dst, int len, int sf);
 void mulNR_16s(const Kvo16s* a, const Kvo16s* b, Kvo16s* dst, int len, int sf);
 void mulCNR_16s(const Kvo16s* src, Kvo16s val, Kvo16s* dst, int len, int sf);
+void interp_16s_scalar(const Kvo16s* a, const Kvo16s* b, Kvo16s* dst, int len);
+void interpC_16s_scalar(const Kvo16s* a, Kvo16s v1, const Kvo16s* b, Kvo16s v2, Kvo16s* dst,
+                        int len, int sf);
+void interpCNR_16s_scalar(const Kvo16s* a, Kvo16s v1, const Kvo16s* b, Kvo16s v2, Kvo16s* dst,
+                          int len, int sf);
+void interp_16s(const Kvo16s* a, const Kvo16s* b, Kvo16s* dst, int len);
+void interpC_16s(const Kvo16s* a, Kvo16s v1, const Kvo16s* b, Kvo16s v2, Kvo16s* dst, int len,
+                 int sf);
+void interpCNR_16s(const Kvo16s* a, Kvo16s v1, const Kvo16s* b, Kvo16s v2, Kvo16s* dst, int len,
+                   int sf);
 
 }  // namespace kvo
