@@ -57,19 +57,3 @@ KvoStatus kvosInterpolateC_NR_G729_16s_Sfs(const Kvo16s* pSrc1, Kvo16s val1, con
 }
 
 }  // namespace kvo::impl
-
-namespace kvo {
-
-void interp_16s(const Kvo16s* a, const Kvo16s* b, Kvo16s* dst, int len) {
-    interp_16s_scalar(a, b, dst, len);
-}
-void interpC_16s(const Kvo16s* a, Kvo16s v1, const Kvo16s* b, Kvo16s v2, Kvo16s* dst, int len,
-                 int sf) {
-    interpC_16s_scalar(a, v1, b, v2, dst, len, sf);
-}
-void interpCNR_16s(const Kvo16s* a, Kvo16s v1, const Kvo16s* b, Kvo16s v2, Kvo16s* dst, int len,
-                   int sf) {
-    interpCNR_16s_scalar(a, v1, b, v2, dst, len, sf);
-}
-
-}  // namespace kvo

@@ -137,15 +137,3 @@ KvoStatus kvosAutoScale_16s_I(Kvo16s* pSrcDst, Kvo32s len, Kvo32s* pScale) {
 }
 
 }  // namespace kvo::impl
-
-namespace kvo {
-
-void mulNR_16s(const Kvo16s* a, const Kvo16s* b, Kvo16s* dst, int len, int sf) {
-    mulNR_16s_scalar(a, b, dst, len, sf);
-}
-
-void mulCNR_16s(const Kvo16s* src, Kvo16s val, Kvo16s* dst, int len, int sf) {
-    mulCNR_16s_scalar(src, val, dst, len, sf);
-}
-
-}  // namespace kvo
