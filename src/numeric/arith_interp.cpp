@@ -1,6 +1,8 @@
 // G.729 interpolation of two 16-bit vectors (LSP and gain interpolation of
 // the subframes): the plain mid-point, the weighted sum with each product
-// truncated on its own, and the weighted sum rounded once.
+// truncated on its own, and the weighted sum rounded once.  Q15 weights
+// with scale 15 are the coders' use.  A scaleFactor above 31 has no meaning;
+// its shift count is taken modulo 32 (masked with 31).
 #include "impl.h"
 #include "numeric/arith.h"
 #include "numeric/fixed.h"
