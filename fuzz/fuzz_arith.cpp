@@ -32,7 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Reader r{data, size};
     const int which = int(r.u32() % 16);
     const Kvo32s len = Kvo32s(r.u32() % (kMax + 2)) - 1;  // -1 .. kMax
-    const Kvo32s sf = Kvo32s(r.u32() % 40) - 2;            // -2 .. 37
+    const Kvo32s sf = Kvo32s(r.u32() % 40) - 2;           // -2 .. 37
     const Kvo16s v1 = Kvo16s(r.u32()), v2 = Kvo16s(r.u32());
     const int off = int(r.u32() % 8);
     alignas(16) Kvo16s a[kMax + 8] = {}, b[kMax + 8] = {}, d[kMax + 8], e[kMax + 8];
@@ -53,7 +53,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 check(std::memcmp(d + off, e + off, sizeof(Kvo16s) * size_t(n)) == 0);
             }
             break;
-        case 1: kvo::impl::kvosMul_NR_16s_ISfs(a, b + off, len, sf); break;
+        case 1:
+            kvo::impl::kvosMul_NR_16s_ISfs(a, b + off, len, sf);
+            break;
         case 2:
             kvo::impl::kvosMulC_NR_16s_Sfs(a + off, v1, d, len, sf);
             if (sf >= 0 && len > 0) {
@@ -61,13 +63,27 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 check(std::memcmp(d, e, sizeof(Kvo16s) * size_t(n)) == 0);
             }
             break;
-        case 3: kvo::impl::kvosMulC_NR_16s_ISfs(v1, a + off, len, sf); break;
-        case 4: kvo::impl::kvosMulPowerC_NR_16s_Sfs(a, v1, d, len, sf); break;
-        case 5: kvo::impl::kvosAutoScale_16s(a, d, len, &s); break;
-        case 6: kvo::impl::kvosAutoScale_16s_I(a, len, &s); break;
-        case 7: kvo::impl::kvosDotProdAutoScale_16s32s_Sfs(a, b, len, w2, &sfs); break;
-        case 8: kvo::impl::kvosDotProd_G729A_16s32s(a, b, len, w2); break;
-        case 9: kvo::impl::kvosInvSqrt_32s_I(w, len); break;
+        case 3:
+            kvo::impl::kvosMulC_NR_16s_ISfs(v1, a + off, len, sf);
+            break;
+        case 4:
+            kvo::impl::kvosMulPowerC_NR_16s_Sfs(a, v1, d, len, sf);
+            break;
+        case 5:
+            kvo::impl::kvosAutoScale_16s(a, d, len, &s);
+            break;
+        case 6:
+            kvo::impl::kvosAutoScale_16s_I(a, len, &s);
+            break;
+        case 7:
+            kvo::impl::kvosDotProdAutoScale_16s32s_Sfs(a, b, len, w2, &sfs);
+            break;
+        case 8:
+            kvo::impl::kvosDotProd_G729A_16s32s(a, b, len, w2);
+            break;
+        case 9:
+            kvo::impl::kvosInvSqrt_32s_I(w, len);
+            break;
         case 10:
             kvo::impl::kvosInterpolate_G729_16s(a + off, b, d, len);
             if (len > 0) {
@@ -89,8 +105,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 check(std::memcmp(d, e, sizeof(Kvo16s) * size_t(n)) == 0);
             }
             break;
-        case 13: kvo::impl::kvosLagWindow_G729_32s_I(w, len > 14 ? 14 : len); break;
-        case 14: kvo::impl::kvosRandomNoiseExcitation_G729B_16s(&seed, d, len); break;
+        case 13:
+            kvo::impl::kvosLagWindow_G729_32s_I(w, len > 14 ? 14 : len);
+            break;
+        case 14:
+            kvo::impl::kvosRandomNoiseExcitation_G729B_16s(&seed, d, len);
+            break;
         default: {
             kvo::ownAutoScale_NR_32s16s(w, d, n);
             Kvo16s ex = Kvo16s(v1 & 63), fr;

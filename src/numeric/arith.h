@@ -25,7 +25,9 @@ namespace kvo {
 // ---- scalar operations --------------------------------------------------
 
 // round16 under its worker name: 32767 at or above 0x7fff8000, else (x + 0x8000) >> 16.
-constexpr Kvo16s Cnvrt_NR_32s16s(Kvo32s x) { return round16(x); }
+constexpr Kvo16s Cnvrt_NR_32s16s(Kvo32s x) {
+    return round16(x);
+}
 
 // Base-2 logarithm of a positive Q0 value: integer part in *pExp, Q15
 // fraction in *pFrac, by linear interpolation in Log2Table.  x <= 0 gives 0, 0.

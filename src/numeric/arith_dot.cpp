@@ -32,7 +32,10 @@ KvoStatus kvosDotProdAutoScale_16s32s_Sfs(const Kvo16s* pSrc1, const Kvo16s* pSr
             *pSfs = s1 + s2;
             return kvoOk;
         }
-        if (toggleS2) ++s2; else ++s1;
+        if (toggleS2)
+            ++s2;
+        else
+            ++s1;
         toggleS2 = !toggleS2;
     }
 }
@@ -106,7 +109,9 @@ constexpr Lcg kJump12 = lcgJump(12);
 constexpr Lcg kJump48 = lcgJump(48);
 constexpr Lcg kJump1 = lcgJump(1);
 
-inline Kvo16u lcgStep(Kvo16u s, Lcg j) { return static_cast<Kvo16u>(Kvo32u{j.a} * s + j.c); }
+inline Kvo16u lcgStep(Kvo16u s, Lcg j) {
+    return static_cast<Kvo16u>(Kvo32u{j.a} * s + j.c);
+}
 }  // namespace
 
 KvoStatus kvosRandomNoiseExcitation_G729B_16s(Kvo16s* pSeed, Kvo16s* pDst, Kvo32s len) {

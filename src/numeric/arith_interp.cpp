@@ -22,8 +22,7 @@ void interpC_16s_scalar(const Kvo16s* a, Kvo16s v1, const Kvo16s* b, Kvo16s v2, 
 void interpCNR_16s_scalar(const Kvo16s* a, Kvo16s v1, const Kvo16s* b, Kvo16s v2, Kvo16s* dst,
                           int len, int sf) {
     const Kvo64s r = sf > 0 ? Kvo64s{1} << (sf - 1) : 0;
-    for (int i = 0; i < len; ++i)
-        dst[i] = sat16((Kvo64s{a[i]} * v1 + Kvo64s{b[i]} * v2 + r) >> sf);
+    for (int i = 0; i < len; ++i) dst[i] = sat16((Kvo64s{a[i]} * v1 + Kvo64s{b[i]} * v2 + r) >> sf);
 }
 
 }  // namespace kvo
@@ -39,8 +38,7 @@ KvoStatus kvosInterpolate_G729_16s(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo
 }
 
 KvoStatus kvosInterpolateC_G729_16s_Sfs(const Kvo16s* pSrc1, Kvo16s val1, const Kvo16s* pSrc2,
-                                        Kvo16s val2, Kvo16s* pDst, Kvo32s len,
-                                        Kvo32s scaleFactor) {
+                                        Kvo16s val2, Kvo16s* pDst, Kvo32s len, Kvo32s scaleFactor) {
     if (!pSrc1 || !pSrc2 || !pDst) return kvoErrNullPtr;
     if (scaleFactor < 0) return kvoErrScaleRange;
     if (len < 1) return kvoErrSize;

@@ -49,7 +49,8 @@ void ownAutoScale_NR_32s16s(const Kvo32s* pSrc, Kvo16s* pDst, int len) {
     if (n == 0) {
         for (int i = 0; i < len; ++i) {
             const Kvo32s x = pSrc[i];
-            pDst[i] = x > 0x7fff7fff ? Kvo16s{32767} : static_cast<Kvo16s>((Kvo64s{x} + 32768) >> 16);
+            pDst[i] =
+                x > 0x7fff7fff ? Kvo16s{32767} : static_cast<Kvo16s>((Kvo64s{x} + 32768) >> 16);
         }
     } else if (n <= 16) {
         const int s = 16 - n;
@@ -129,7 +130,8 @@ void kvosMul_D2_16s32s_(const Kvo16s* pSrc, int rows, Kvo32s* pDst, int rowLen) 
     Kvo32s* out = pDst + rows;
     for (int i = 1; i < rows; ++i) {
         const Kvo16s* ri = pSrc + static_cast<std::ptrdiff_t>(i) * rowLen;
-        for (int j = 0; j < i; ++j) *out++ = dot0(ri, pSrc + static_cast<std::ptrdiff_t>(j) * rowLen, rowLen);
+        for (int j = 0; j < i; ++j)
+            *out++ = dot0(ri, pSrc + static_cast<std::ptrdiff_t>(j) * rowLen, rowLen);
     }
 }
 
@@ -168,8 +170,8 @@ void ownGainUpdate(Kvo16s* pPastEnergy, Kvo32s gainSquare) {
 // Lost frame: the mean of the four past energies less 4 dB (4096 in Q10),
 // held at -14 dB or above.
 void ownGainUpdateErasure(Kvo16s* pPastEnergy) {
-    Kvo32s m = ((Kvo32s{pPastEnergy[0]} + pPastEnergy[1] + pPastEnergy[2] + pPastEnergy[3]) >> 2) -
-               4096;
+    Kvo32s m =
+        ((Kvo32s{pPastEnergy[0]} + pPastEnergy[1] + pPastEnergy[2] + pPastEnergy[3]) >> 2) - 4096;
     if (m < -14336) m = -14336;
     pushEnergy(pPastEnergy, static_cast<Kvo16s>(m));
 }

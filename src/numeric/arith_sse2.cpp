@@ -42,8 +42,12 @@ inline void products(__m128i a, __m128i b, __m128i& p0, __m128i& p1) {
     p0 = _mm_unpacklo_epi16(l, h);
     p1 = _mm_unpackhi_epi16(l, h);
 }
-inline __m128i load(const Kvo16s* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
-inline void store(Kvo16s* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
+inline __m128i load(const Kvo16s* p) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
+inline void store(Kvo16s* p, __m128i v) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v);
+}
 #endif
 
 }  // namespace
@@ -103,9 +107,10 @@ void interp_16s(const Kvo16s* a, const Kvo16s* b, Kvo16s* dst, int len) {
         interp_16s_scalar(a, b, dst, lead);
         int i = lead;
         for (; i + 16 <= len; i += 16) {
-            const __m128i x0 = _mm_add_epi16(_mm_srai_epi16(load(a + i), 1), _mm_srai_epi16(load(b + i), 1));
-            const __m128i x1 =
-                _mm_add_epi16(_mm_srai_epi16(load(a + i + 8), 1), _mm_srai_epi16(load(b + i + 8), 1));
+            const __m128i x0 =
+                _mm_add_epi16(_mm_srai_epi16(load(a + i), 1), _mm_srai_epi16(load(b + i), 1));
+            const __m128i x1 = _mm_add_epi16(_mm_srai_epi16(load(a + i + 8), 1),
+                                             _mm_srai_epi16(load(b + i + 8), 1));
             store(dst + i, x0);
             store(dst + i + 8, x1);
         }

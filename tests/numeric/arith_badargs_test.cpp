@@ -1,164 +1,124 @@
 // Argument checks of the exported arithmetic: every null pointer, lengths 0
 // and -1, negative scales, the documented order of the checks, and that a
-// refused call leaves every output as it was.
+// refused call leaves every buffer as it was.
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <functional>
-#include <vector>
 
 #include "kvosc.h"
 
 namespace {
 
-// Buffers of one call: inputs, outputs and in-out values, all canary-filled.
+// Buffers of one call, canary-filled; no padding bytes, the record is
+// compared with memcmp.
 struct Args {
     Kvo16s in1[16], in2[16], out16[16], io16[16];
     Kvo32s out32[16], io32[16], scale, sfs;
-    Kvo16s seed, pad = 0;  // no padding bytes: the record is compared with memcmp
+    Kvo16s seed, pad = 0;
     Args() {
-        for (int i = 0; i < 16; ++i) in1[i] = in2[i] = Kvo16s(1000 * i - 7000);
-        std::memset(out16, 0x5a, sizeof out16);
-        std::memset(io16, 0x5a, sizeof io16);
-        std::memset(out32, 0x5a, sizeof out32);
-        std::memset(io32, 0x5a, sizeof io32);
-        std::memset(&sfs, 0x5a, sizeof sfs);
+        std::memset(this, 0x5a, sizeof *this);
         scale = 2;
-        seed = 11111;
     }
 };
 
-struct Case {
-    const char* what;
-    KvoStatus want;
-    std::function<KvoStatus(Args&)> call;
-    bool negScale = false;  // the value behind pScale starts negative
+// One argument set: the pointer at index nullAt (if any) is replaced by null.
+struct Bad {
+    int nullAt;
+    Kvo32s len, sf;
+    template <class T>
+    T* p(int i, T* ptr) const {
+        return i == nullAt ? nullptr : ptr;
+    }
 };
 
-void runCases(const char* fn, const std::vector<Case>& cases) {
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << fn << ": " << c.what);
+// Runs the standard cases of a function with nPtr pointers: each pointer null
+// (also together with a bad length and scale), lengths 0 and -1, and, when the
+// function takes a scale, a negative one, with the length-versus-scale order
+// given by scaleFirst.  The scale goes either as an argument or behind pScale.
+template <class Call>
+void checkArgs(const char* fn, int nPtr, bool hasScale, bool scaleFirst, Call call) {
+    struct Row {
+        Bad b;
+        KvoStatus want;
+    } rows[16];
+    int n = 0;
+    for (int i = 0; i < nPtr; ++i) {
+        rows[n++] = {{i, 4, 1}, kvoErrNullPtr};
+        rows[n++] = {{i, 0, -1}, kvoErrNullPtr};
+    }
+    rows[n++] = {{-1, 0, 1}, kvoErrSize};
+    rows[n++] = {{-1, -1, 1}, kvoErrSize};
+    if (hasScale) {
+        rows[n++] = {{-1, 4, -1}, kvoErrScaleRange};
+        rows[n++] = {{-1, 0, -1}, scaleFirst ? kvoErrScaleRange : kvoErrSize};
+    }
+    for (int k = 0; k < n; ++k) {
+        const Row& r = rows[k];
+        SCOPED_TRACE(testing::Message() << fn << ": null at " << r.b.nullAt << ", len " << r.b.len
+                                        << ", scale " << r.b.sf);
         Args a;
-        if (c.negScale) a.scale = -1;
-        Args before = a;
-        EXPECT_EQ(c.call(a), c.want);
-        EXPECT_EQ(std::memcmp(&a, &before, sizeof a), 0) << "an output was written";
+        a.scale = r.b.sf;  // for the functions that read the scale through a pointer
+        const Args before = a;
+        EXPECT_EQ(call(a, r.b), r.want);
+        EXPECT_EQ(std::memcmp(&a, &before, sizeof a), 0) << "a buffer was written";
     }
 }
 
 }  // namespace
 
-TEST(ArithBadArgs, ElementWiseProducts) {
-    runCases("Mul_NR_Sfs", {
-        {"null src1", kvoErrNullPtr, [](Args& a) { return kvosMul_NR_16s_Sfs(nullptr, a.in2, a.out16, 4, 1); }},
-        {"null src2", kvoErrNullPtr, [](Args& a) { return kvosMul_NR_16s_Sfs(a.in1, nullptr, a.out16, 4, 1); }},
-        {"null dst", kvoErrNullPtr, [](Args& a) { return kvosMul_NR_16s_Sfs(a.in1, a.in2, nullptr, 4, 1); }},
-        {"null before len", kvoErrNullPtr, [](Args& a) { return kvosMul_NR_16s_Sfs(a.in1, a.in2, nullptr, 0, -1); }},
-        {"len 0", kvoErrSize, [](Args& a) { return kvosMul_NR_16s_Sfs(a.in1, a.in2, a.out16, 0, 1); }},
-        {"len -1", kvoErrSize, [](Args& a) { return kvosMul_NR_16s_Sfs(a.in1, a.in2, a.out16, -1, 1); }},
-        {"len before scale", kvoErrSize, [](Args& a) { return kvosMul_NR_16s_Sfs(a.in1, a.in2, a.out16, 0, -1); }},
-        {"scale -1", kvoErrScaleRange, [](Args& a) { return kvosMul_NR_16s_Sfs(a.in1, a.in2, a.out16, 4, -1); }},
+TEST(ArithBadArgs, EveryExport) {
+    checkArgs("Mul_NR_Sfs", 3, true, false, [](Args& a, const Bad& b) {
+        return kvosMul_NR_16s_Sfs(b.p(0, a.in1), b.p(1, a.in2), b.p(2, a.out16), b.len, b.sf);
     });
-    runCases("Mul_NR_ISfs", {
-        {"null src", kvoErrNullPtr, [](Args& a) { return kvosMul_NR_16s_ISfs(nullptr, a.io16, 4, 1); }},
-        {"null srcdst", kvoErrNullPtr, [](Args& a) { return kvosMul_NR_16s_ISfs(a.in1, nullptr, 4, 1); }},
-        {"len 0", kvoErrSize, [](Args& a) { return kvosMul_NR_16s_ISfs(a.in1, a.io16, 0, 1); }},
-        {"len -1", kvoErrSize, [](Args& a) { return kvosMul_NR_16s_ISfs(a.in1, a.io16, -1, -1); }},
-        {"scale -1", kvoErrScaleRange, [](Args& a) { return kvosMul_NR_16s_ISfs(a.in1, a.io16, 4, -1); }},
+    checkArgs("Mul_NR_ISfs", 2, true, false, [](Args& a, const Bad& b) {
+        return kvosMul_NR_16s_ISfs(b.p(0, a.in1), b.p(1, a.io16), b.len, b.sf);
     });
-    runCases("MulC_NR_Sfs", {
-        {"null src", kvoErrNullPtr, [](Args& a) { return kvosMulC_NR_16s_Sfs(nullptr, 3, a.out16, 4, 1); }},
-        {"null dst", kvoErrNullPtr, [](Args& a) { return kvosMulC_NR_16s_Sfs(a.in1, 3, nullptr, 0, 1); }},
-        {"len 0", kvoErrSize, [](Args& a) { return kvosMulC_NR_16s_Sfs(a.in1, 3, a.out16, 0, -1); }},
-        {"len -1", kvoErrSize, [](Args& a) { return kvosMulC_NR_16s_Sfs(a.in1, 3, a.out16, -1, 1); }},
-        {"scale -1", kvoErrScaleRange, [](Args& a) { return kvosMulC_NR_16s_Sfs(a.in1, 3, a.out16, 4, -1); }},
+    checkArgs("MulC_NR_Sfs", 2, true, false, [](Args& a, const Bad& b) {
+        return kvosMulC_NR_16s_Sfs(b.p(0, a.in1), 3, b.p(1, a.out16), b.len, b.sf);
     });
-    runCases("MulC_NR_ISfs", {
-        {"null srcdst", kvoErrNullPtr, [](Args&) { return kvosMulC_NR_16s_ISfs(3, nullptr, 0, -1); }},
-        {"len 0", kvoErrSize, [](Args& a) { return kvosMulC_NR_16s_ISfs(3, a.io16, 0, -1); }},
-        {"len -1", kvoErrSize, [](Args& a) { return kvosMulC_NR_16s_ISfs(3, a.io16, -1, 1); }},
-        {"scale -1", kvoErrScaleRange, [](Args& a) { return kvosMulC_NR_16s_ISfs(3, a.io16, 4, -1); }},
+    checkArgs("MulC_NR_ISfs", 1, true, false, [](Args& a, const Bad& b) {
+        return kvosMulC_NR_16s_ISfs(3, b.p(0, a.io16), b.len, b.sf);
     });
-    // The weighted powers test the scale before the length.
-    runCases("MulPowerC_NR", {
-        {"null src", kvoErrNullPtr, [](Args& a) { return kvosMulPowerC_NR_16s_Sfs(nullptr, 3, a.out16, 4, 15); }},
-        {"null dst", kvoErrNullPtr, [](Args& a) { return kvosMulPowerC_NR_16s_Sfs(a.in1, 3, nullptr, 0, -1); }},
-        {"scale before len", kvoErrScaleRange, [](Args& a) { return kvosMulPowerC_NR_16s_Sfs(a.in1, 3, a.out16, 0, -1); }},
-        {"len 0", kvoErrSize, [](Args& a) { return kvosMulPowerC_NR_16s_Sfs(a.in1, 3, a.out16, 0, 15); }},
-        {"len -1", kvoErrSize, [](Args& a) { return kvosMulPowerC_NR_16s_Sfs(a.in1, 3, a.out16, -1, 15); }},
+    checkArgs("MulPowerC_NR", 2, true, true, [](Args& a, const Bad& b) {
+        return kvosMulPowerC_NR_16s_Sfs(b.p(0, a.in1), 3, b.p(1, a.out16), b.len, b.sf);
     });
-}
-
-TEST(ArithBadArgs, Interpolations) {
-    runCases("Interpolate", {
-        {"null src1", kvoErrNullPtr, [](Args& a) { return kvosInterpolate_G729_16s(nullptr, a.in2, a.out16, 4); }},
-        {"null src2", kvoErrNullPtr, [](Args& a) { return kvosInterpolate_G729_16s(a.in1, nullptr, a.out16, 4); }},
-        {"null dst", kvoErrNullPtr, [](Args& a) { return kvosInterpolate_G729_16s(a.in1, a.in2, nullptr, 0); }},
-        {"len 0", kvoErrSize, [](Args& a) { return kvosInterpolate_G729_16s(a.in1, a.in2, a.out16, 0); }},
-        {"len -1", kvoErrSize, [](Args& a) { return kvosInterpolate_G729_16s(a.in1, a.in2, a.out16, -1); }},
+    checkArgs("AutoScale", 3, true, false, [](Args& a, const Bad& b) {
+        return kvosAutoScale_16s(b.p(0, a.in1), b.p(1, a.out16), b.len, b.p(2, &a.scale));
     });
-    using Fn = KvoStatus (*)(const Kvo16s*, Kvo16s, const Kvo16s*, Kvo16s, Kvo16s*, Kvo32s, Kvo32s);
-    for (Fn f : {Fn(kvosInterpolateC_G729_16s_Sfs), Fn(kvosInterpolateC_NR_G729_16s_Sfs)}) {
-        runCases(f == Fn(kvosInterpolateC_G729_16s_Sfs) ? "InterpolateC" : "InterpolateC_NR", {
-            {"null src1", kvoErrNullPtr, [f](Args& a) { return f(nullptr, 1, a.in2, 1, a.out16, 4, 1); }},
-            {"null src2", kvoErrNullPtr, [f](Args& a) { return f(a.in1, 1, nullptr, 1, a.out16, 4, 1); }},
-            {"null dst", kvoErrNullPtr, [f](Args& a) { return f(a.in1, 1, a.in2, 1, nullptr, 0, -1); }},
-            {"scale before len", kvoErrScaleRange, [f](Args& a) { return f(a.in1, 1, a.in2, 1, a.out16, 0, -1); }},
-            {"len 0", kvoErrSize, [f](Args& a) { return f(a.in1, 1, a.in2, 1, a.out16, 0, 1); }},
-            {"len -1", kvoErrSize, [f](Args& a) { return f(a.in1, 1, a.in2, 1, a.out16, -1, 1); }},
-        });
-    }
-}
-
-TEST(ArithBadArgs, ScalingAndDotProducts) {
-    runCases("AutoScale", {
-        {"null src", kvoErrNullPtr, [](Args& a) { return kvosAutoScale_16s(nullptr, a.out16, 4, &a.scale); }},
-        {"null dst", kvoErrNullPtr, [](Args& a) { return kvosAutoScale_16s(a.in1, nullptr, 4, &a.scale); }},
-        {"null scale", kvoErrNullPtr, [](Args& a) { return kvosAutoScale_16s(a.in1, a.out16, 0, nullptr); }},
-        {"len 0", kvoErrSize, [](Args& a) { return kvosAutoScale_16s(a.in1, a.out16, 0, &a.scale); }, true},
-        {"len -1", kvoErrSize, [](Args& a) { return kvosAutoScale_16s(a.in1, a.out16, -1, &a.scale); }},
-        {"negative scale", kvoErrScaleRange, [](Args& a) { return kvosAutoScale_16s(a.in1, a.out16, 4, &a.scale); }, true},
+    checkArgs("AutoScale_I", 2, true, false, [](Args& a, const Bad& b) {
+        return kvosAutoScale_16s_I(b.p(0, a.io16), b.len, b.p(1, &a.scale));
     });
-    runCases("AutoScale_I", {
-        {"null srcdst", kvoErrNullPtr, [](Args& a) { return kvosAutoScale_16s_I(nullptr, 4, &a.scale); }},
-        {"null scale", kvoErrNullPtr, [](Args& a) { return kvosAutoScale_16s_I(a.io16, 4, nullptr); }},
-        {"len 0", kvoErrSize, [](Args& a) { return kvosAutoScale_16s_I(a.io16, 0, &a.scale); }, true},
-        {"len -1", kvoErrSize, [](Args& a) { return kvosAutoScale_16s_I(a.io16, -1, &a.scale); }},
-        {"negative scale", kvoErrScaleRange, [](Args& a) { return kvosAutoScale_16s_I(a.io16, 4, &a.scale); }, true},
+    checkArgs("DotProdAutoScale", 4, false, false, [](Args& a, const Bad& b) {
+        return kvosDotProdAutoScale_16s32s_Sfs(b.p(0, a.in1), b.p(1, a.in2), b.len, b.p(2, a.out32),
+                                               b.p(3, &a.sfs));
     });
-    runCases("DotProdAutoScale", {
-        {"null src1", kvoErrNullPtr, [](Args& a) { return kvosDotProdAutoScale_16s32s_Sfs(nullptr, a.in2, 4, a.out32, &a.sfs); }},
-        {"null src2", kvoErrNullPtr, [](Args& a) { return kvosDotProdAutoScale_16s32s_Sfs(a.in1, nullptr, 4, a.out32, &a.sfs); }},
-        {"null dst", kvoErrNullPtr, [](Args& a) { return kvosDotProdAutoScale_16s32s_Sfs(a.in1, a.in2, 4, nullptr, &a.sfs); }},
-        {"null sfs", kvoErrNullPtr, [](Args& a) { return kvosDotProdAutoScale_16s32s_Sfs(a.in1, a.in2, 0, a.out32, nullptr); }},
-        {"len 0", kvoErrSize, [](Args& a) { return kvosDotProdAutoScale_16s32s_Sfs(a.in1, a.in2, 0, a.out32, &a.sfs); }},
-        {"len -1", kvoErrSize, [](Args& a) { return kvosDotProdAutoScale_16s32s_Sfs(a.in1, a.in2, -1, a.out32, &a.sfs); }},
+    checkArgs("DotProd_G729A", 3, false, false, [](Args& a, const Bad& b) {
+        return kvosDotProd_G729A_16s32s(b.p(0, a.in1), b.p(1, a.in2), b.len, b.p(2, a.out32));
     });
-    runCases("DotProd_G729A", {
-        {"null src1", kvoErrNullPtr, [](Args& a) { return kvosDotProd_G729A_16s32s(nullptr, a.in2, 4, a.out32); }},
-        {"null src2", kvoErrNullPtr, [](Args& a) { return kvosDotProd_G729A_16s32s(a.in1, nullptr, 4, a.out32); }},
-        {"null dst", kvoErrNullPtr, [](Args& a) { return kvosDotProd_G729A_16s32s(a.in1, a.in2, 0, nullptr); }},
-        {"len 0", kvoErrSize, [](Args& a) { return kvosDotProd_G729A_16s32s(a.in1, a.in2, 0, a.out32); }},
-        {"len -1", kvoErrSize, [](Args& a) { return kvosDotProd_G729A_16s32s(a.in1, a.in2, -1, a.out32); }},
+    checkArgs("InvSqrt", 1, false, false,
+              [](Args& a, const Bad& b) { return kvosInvSqrt_32s_I(b.p(0, a.io32), b.len); });
+    checkArgs("Interpolate", 3, false, false, [](Args& a, const Bad& b) {
+        return kvosInterpolate_G729_16s(b.p(0, a.in1), b.p(1, a.in2), b.p(2, a.out16), b.len);
     });
-}
-
-TEST(ArithBadArgs, RootsWindowsAndNoise) {
-    runCases("InvSqrt", {
-        {"null", kvoErrNullPtr, [](Args&) { return kvosInvSqrt_32s_I(nullptr, 0); }},
-        {"len 0", kvoErrSize, [](Args& a) { return kvosInvSqrt_32s_I(a.io32, 0); }},
-        {"len -1", kvoErrSize, [](Args& a) { return kvosInvSqrt_32s_I(a.io32, -1); }},
+    // The weighted interpolations test the scale before the length.
+    checkArgs("InterpolateC", 3, true, true, [](Args& a, const Bad& b) {
+        return kvosInterpolateC_G729_16s_Sfs(b.p(0, a.in1), 1, b.p(1, a.in2), 1, b.p(2, a.out16),
+                                             b.len, b.sf);
     });
-    runCases("LagWindow", {
-        {"null", kvoErrNullPtr, [](Args&) { return kvosLagWindow_G729_32s_I(nullptr, 13); }},
-        {"len 0", kvoErrSize, [](Args& a) { return kvosLagWindow_G729_32s_I(a.io32, 0); }},
-        {"len -1", kvoErrSize, [](Args& a) { return kvosLagWindow_G729_32s_I(a.io32, -1); }},
-        {"len 13", kvoErrRange, [](Args& a) { return kvosLagWindow_G729_32s_I(a.io32, 13); }},
+    checkArgs("InterpolateC_NR", 3, true, true, [](Args& a, const Bad& b) {
+        return kvosInterpolateC_NR_G729_16s_Sfs(b.p(0, a.in1), 1, b.p(1, a.in2), 1, b.p(2, a.out16),
+                                                b.len, b.sf);
     });
-    runCases("RandomNoiseExcitation", {
-        {"null seed", kvoErrNullPtr, [](Args& a) { return kvosRandomNoiseExcitation_G729B_16s(nullptr, a.out16, 4); }},
-        {"null dst", kvoErrNullPtr, [](Args& a) { return kvosRandomNoiseExcitation_G729B_16s(&a.seed, nullptr, 0); }},
-        {"len 0", kvoErrSize, [](Args& a) { return kvosRandomNoiseExcitation_G729B_16s(&a.seed, a.out16, 0); }},
-        {"len -1", kvoErrSize, [](Args& a) { return kvosRandomNoiseExcitation_G729B_16s(&a.seed, a.out16, -1); }},
+    checkArgs("LagWindow", 1, false, false, [](Args& a, const Bad& b) {
+        return kvosLagWindow_G729_32s_I(b.p(0, a.io32), b.len);
     });
+    checkArgs("RandomNoiseExcitation", 2, false, false, [](Args& a, const Bad& b) {
+        return kvosRandomNoiseExcitation_G729B_16s(b.p(0, &a.seed), b.p(1, a.out16), b.len);
+    });
+    // Lag window: 12 lags at most; the range test follows the null test.
+    Args a;
+    const Args before = a;
+    EXPECT_EQ(kvosLagWindow_G729_32s_I(a.io32, 13), kvoErrRange);
+    EXPECT_EQ(kvosLagWindow_G729_32s_I(nullptr, 13), kvoErrNullPtr);
+    EXPECT_EQ(std::memcmp(&a, &before, sizeof a), 0);
 }

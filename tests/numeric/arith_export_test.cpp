@@ -51,10 +51,14 @@ TEST(ArithExport, MulNRAllOperands) {
 }
 
 TEST(ArithExport, MulNRWorkedValues) {
-    struct Row { Kvo16s a, b; int sf; Kvo16s want; } rows[] = {
-        {-32768, -32768, 15, 32767}, {-32768, -32768, 0, 32767}, {3, 1, 1, 2},
-        {-3, 1, 1, -1}, {-32768, 32767, 15, -32767}, {16384, 16384, 15, 8192},
-        {-1, 1, 1, 0}, {1, 1, 1, 1}, {-32768, -32768, 31, 1}, {-32768, 32767, 31, 0},
+    struct Row {
+        Kvo16s a, b;
+        int sf;
+        Kvo16s want;
+    } rows[] = {
+        {-32768, -32768, 15, 32767}, {-32768, -32768, 0, 32767}, {3, 1, 1, 2},  {-3, 1, 1, -1},
+        {-32768, 32767, 15, -32767}, {16384, 16384, 15, 8192},   {-1, 1, 1, 0}, {1, 1, 1, 1},
+        {-32768, -32768, 31, 1},     {-32768, 32767, 31, 0},
     };
     for (const Row& r : rows) {
         Kvo16s d = 0;
@@ -71,8 +75,8 @@ TEST(ArithExport, MulPowerCWeighting) {
     std::mt19937 g(kSeed);
     const auto src = model::random16(41, g);
     std::vector<Kvo16s> d(41);
-    for (Kvo16s val : {Kvo16s(32767), Kvo16s(-32768), Kvo16s(29491), Kvo16s(-3), Kvo16s(7),
-                       Kvo16s(300)})
+    for (Kvo16s val :
+         {Kvo16s(32767), Kvo16s(-32768), Kvo16s(29491), Kvo16s(-3), Kvo16s(7), Kvo16s(300)})
         for (int sf : {0, 1, 12, 15, 31}) {
             SCOPED_TRACE(testing::Message() << "val " << val << " sf " << sf);
             ASSERT_EQ(kvosMulPowerC_NR_16s_Sfs(src.data(), val, d.data(), 41, sf), kvoOk);
@@ -83,8 +87,8 @@ TEST(ArithExport, MulPowerCWeighting) {
                 auto scale = [&](i128 prod) -> Kvo16s {
                     if (sf == 15) return model::low16(model::roundHalfUp(prod, 15));
                     if (sf == 0) return model::c16(prod);
-                    return model::c16(model::floorShift(
-                        model::c32(prod + (i128{1} << (sf - 1))), sf));
+                    return model::c16(
+                        model::floorShift(model::c32(prod + (i128{1} << (sf - 1))), sf));
                 };
                 ASSERT_EQ(d[size_t(i)], scale(i128{src[size_t(i)]} * p)) << i;
                 p = scale(p * val);
@@ -112,7 +116,8 @@ TEST(ArithExport, AutoScaleMatchesModel) {
         if (trial % 97 == 3) s = 40;
         // Model: largest magnitude, -32768 as 32767; doublings to reach 16384.
         int64_t m = 0;
-        for (Kvo16s x : src) m = std::max<int64_t>(m, std::min<int64_t>(std::abs(int64_t{x}), 32767));
+        for (Kvo16s x : src)
+            m = std::max<int64_t>(m, std::min<int64_t>(std::abs(int64_t{x}), 32767));
         int n = 0;
         while (m != 0 && (m << n) < 16384) ++n;
         std::vector<Kvo16s> d(size_t(len), 123);
@@ -162,7 +167,8 @@ TEST(ArithExport, DotProdAutoScaleIsTheFirstFittingShiftPair) {
         std::vector<Kvo16s> a(static_cast<size_t>(len)), b(static_cast<size_t>(len));
         for (int i = 0; i < len; ++i) {
             a[size_t(i)] = kind == 0 ? Kvo16s(-32768) : Kvo16s(uint16_t(g()));
-            b[size_t(i)] = kind == 0 ? Kvo16s(-32768) : (kind == 1 ? a[size_t(i)] : Kvo16s(uint16_t(g())));
+            b[size_t(i)] =
+                kind == 0 ? Kvo16s(-32768) : (kind == 1 ? a[size_t(i)] : Kvo16s(uint16_t(g())));
             if (kind == 3) a[size_t(i)] >>= 8;
         }
         // Closed form of the alternation: after k overflows s2 = ceil(k/2), s1 = floor(k/2).
@@ -171,7 +177,8 @@ TEST(ArithExport, DotProdAutoScaleIsTheFirstFittingShiftPair) {
         for (;; ++k) {
             int s1 = k / 2, s2 = (k + 1) / 2;
             want = i128{a[0] >> s1} * (b[0] >> s2);
-            for (int i = 1; i < len; ++i) want += 2 * i128{a[size_t(i)] >> s1} * (b[size_t(i)] >> s2);
+            for (int i = 1; i < len; ++i)
+                want += 2 * i128{a[size_t(i)] >> s1} * (b[size_t(i)] >> s2);
             if (want >= INT32_MIN && want <= INT32_MAX) break;
         }
         Kvo32s dst = 0, sfs = -1;
@@ -262,26 +269,29 @@ TEST(ArithExport, InterpolationsAllOperands) {
     const auto a = model::all16();
     std::mt19937 g(kSeed);
     std::vector<Kvo16s> b(a.size()), d(a.size());
-    for (size_t i = 0; i < a.size(); ++i) b[i] = (i % 3 == 0) ? a[a.size() - 1 - i] : Kvo16s(uint16_t(g()));
+    for (size_t i = 0; i < a.size(); ++i)
+        b[i] = (i % 3 == 0) ? a[a.size() - 1 - i] : Kvo16s(uint16_t(g()));
     ASSERT_EQ(kvosInterpolate_G729_16s(a.data(), b.data(), d.data(), 65536), kvoOk);
     for (size_t i = 0; i < a.size(); ++i)
         ASSERT_EQ(d[i], Kvo16s(model::floorShift(a[i], 1) + model::floorShift(b[i], 1)));
     const std::pair<Kvo16s, Kvo16s> weights[] = {{16384, 16384}, {-32768, -32768}, {32767, -32768},
-                                                 {29491, 3277}, {-5, 1234}, {0, 32767}};
+                                                 {29491, 3277},  {-5, 1234},       {0, 32767}};
     for (auto [v1, v2] : weights)
         for (int sf : kScales) {
             SCOPED_TRACE(testing::Message() << v1 << "," << v2 << " sf " << sf);
-            ASSERT_EQ(kvosInterpolateC_G729_16s_Sfs(a.data(), v1, b.data(), v2, d.data(), 65536, sf),
-                      kvoOk);
+            ASSERT_EQ(
+                kvosInterpolateC_G729_16s_Sfs(a.data(), v1, b.data(), v2, d.data(), 65536, sf),
+                kvoOk);
             for (size_t i = 0; i < a.size(); ++i)
                 ASSERT_EQ(d[i], model::c16(model::floorShift(i128{a[i]} * v1, sf) +
                                            model::floorShift(i128{b[i]} * v2, sf)))
                     << i;
-            ASSERT_EQ(kvosInterpolateC_NR_G729_16s_Sfs(a.data(), v1, b.data(), v2, d.data(), 65536,
-                                                       sf),
-                      kvoOk);
+            ASSERT_EQ(
+                kvosInterpolateC_NR_G729_16s_Sfs(a.data(), v1, b.data(), v2, d.data(), 65536, sf),
+                kvoOk);
             for (size_t i = 0; i < a.size(); ++i)
-                ASSERT_EQ(d[i], model::c16(model::roundHalfUp(i128{a[i]} * v1 + i128{b[i]} * v2, sf)))
+                ASSERT_EQ(d[i],
+                          model::c16(model::roundHalfUp(i128{a[i]} * v1 + i128{b[i]} * v2, sf)))
                     << i;
         }
 }

@@ -19,32 +19,57 @@ namespace {
 constexpr uint32_t kSeed = 16384;
 
 // ---- basic saturating operators of the reference coders ------------------------
-Kvo32s L_mult(Kvo32s a, Kvo32s b) { return model::c32(i128{2} * a * b); }
-Kvo32s L_add(Kvo32s a, Kvo32s b) { return model::c32(i128{a} + b); }
-Kvo32s L_mac(Kvo32s l, Kvo32s a, Kvo32s b) { return L_add(l, L_mult(a, b)); }
-Kvo32s L_msu(Kvo32s l, Kvo32s a, Kvo32s b) { return model::c32(i128{l} - L_mult(a, b)); }
-Kvo32s L_shl(Kvo32s l, int n) { return model::c32(i128{l} * (i128{1} << std::min(n, 40))); }
-Kvo32s L_shr(Kvo32s l, int n) { return n < 0 ? L_shl(l, -n) : (n > 31 ? (l < 0 ? -1 : 0) : l >> n); }
+Kvo32s L_mult(Kvo32s a, Kvo32s b) {
+    return model::c32(i128{2} * a * b);
+}
+Kvo32s L_add(Kvo32s a, Kvo32s b) {
+    return model::c32(i128{a} + b);
+}
+Kvo32s L_mac(Kvo32s l, Kvo32s a, Kvo32s b) {
+    return L_add(l, L_mult(a, b));
+}
+Kvo32s L_msu(Kvo32s l, Kvo32s a, Kvo32s b) {
+    return model::c32(i128{l} - L_mult(a, b));
+}
+Kvo32s L_shl(Kvo32s l, int n) {
+    return model::c32(i128{l} * (i128{1} << std::min(n, 40)));
+}
+Kvo32s L_shr(Kvo32s l, int n) {
+    return n < 0 ? L_shl(l, -n) : (n > 31 ? (l < 0 ? -1 : 0) : l >> n);
+}
 Kvo32s L_shr_r(Kvo32s l, int n) {
     if (n > 31) return 0;
     Kvo32s r = L_shr(l, n);
     if (n > 0 && (l & (Kvo32s{1} << (n - 1)))) ++r;
     return r;
 }
-Kvo16s extract_h(Kvo32s l) { return Kvo16s(l >> 16); }
-Kvo16s extract_l(Kvo32s l) { return Kvo16s(uint16_t(uint32_t(l))); }
-Kvo16s mult(Kvo32s a, Kvo32s b) { return model::c16(model::floorShift(i128{a} * b, 15)); }
+Kvo16s extract_h(Kvo32s l) {
+    return Kvo16s(l >> 16);
+}
+Kvo16s extract_l(Kvo32s l) {
+    return Kvo16s(uint16_t(uint32_t(l)));
+}
+Kvo16s mult(Kvo32s a, Kvo32s b) {
+    return model::c16(model::floorShift(i128{a} * b, 15));
+}
 int norm_l(Kvo32s x) {
     if (x == 0) return 0;
     if (x == -1) return 31;
     int64_t v = x < 0 ? ~int64_t{x} : x;
     int n = 0;
-    while (v < 0x40000000) { v <<= 1; ++n; }
+    while (v < 0x40000000) {
+        v <<= 1;
+        ++n;
+    }
     return n;
 }
 
 void log2Ref(Kvo32s x, Kvo16s* e, Kvo16s* f) {
-    if (x <= 0) { *e = 0; *f = 0; return; }
+    if (x <= 0) {
+        *e = 0;
+        *f = 0;
+        return;
+    }
     int n = norm_l(x);
     x = L_shl(x, n);
     *e = Kvo16s(30 - n);
@@ -74,9 +99,9 @@ void gainPredictRef(const Kvo16s* past, Kvo32s energy, Kvo16s* gain, Kvo16s* ex)
     log2Ref(L_shl(energy, 1), &e, &f);
     Kvo32s l = L_mac(L_mult(e, -24660), mult(f, -24660), 1);  // Q14 energy in dB
     l = L_mac(l, 32588, 32);
-    l = L_shl(l, 10);                                           // Q24
+    l = L_shl(l, 10);  // Q24
     for (int i = 0; i < 4; ++i) l = L_mac(l, pred[i], past[i]);
-    Kvo16s g = extract_h(l);                                    // Q8
+    Kvo16s g = extract_h(l);  // Q8
     l = L_shr(L_mult(g, 5439), 8);
     Kvo16s hi16 = extract_h(l);
     Kvo16s lo16 = extract_l(L_msu(L_shr(l, 1), hi16, 16384));
@@ -127,9 +152,9 @@ TEST(ArithPrivate, Pow2AllFractionsAndShifts) {
     EXPECT_EQ(ownPow2(30, 0), 0x40000000);
     EXPECT_EQ(ownPow2(14, 0), 16384);
     EXPECT_EQ(ownPow2(0, 0), 1);
-    EXPECT_EQ(ownPow2(-1, 0), 1);   // shift 31: only the rounding bit remains
-    EXPECT_EQ(ownPow2(-2, 0), 0);   // shift counts above 31 give 0
-    EXPECT_EQ(ownPow2(31, 0), INT32_MAX);   // left shift saturates
+    EXPECT_EQ(ownPow2(-1, 0), 1);          // shift 31: only the rounding bit remains
+    EXPECT_EQ(ownPow2(-2, 0), 0);          // shift counts above 31 give 0
+    EXPECT_EQ(ownPow2(31, 0), INT32_MAX);  // left shift saturates
     EXPECT_EQ(ownPow2(100, 0), INT32_MAX);
 }
 
@@ -198,7 +223,10 @@ TEST(ArithPrivate, GainUpdateAndErasure) {
     ownGainUpdate(p, 1 << 23);
     EXPECT_EQ(p[0], 24659);
 
-    struct Row { Kvo16s in[4]; Kvo16s want; } rows[] = {
+    struct Row {
+        Kvo16s in[4];
+        Kvo16s want;
+    } rows[] = {
         {{0, 0, 0, 0}, -4096},
         {{-32768, -32768, -32768, -32768}, -14336},
         {{-10240, -10240, -10240, -10241}, -14336},
@@ -271,9 +299,12 @@ TEST(ArithPrivate, AutoScaleNR32sFills15Bits) {
         for (size_t i = 0; i < src.size(); ++i) {
             i128 x = src[i];
             Kvo16s want;
-            if (n == 0) want = x > 0x7fff7fff ? 32767 : Kvo16s(model::roundHalfUp(x, 16));
-            else if (n <= 16) want = model::c16(model::roundHalfUp(x, 16 - n));
-            else want = Kvo16s(x * (i128{1} << (n - 16)));
+            if (n == 0)
+                want = x > 0x7fff7fff ? 32767 : Kvo16s(model::roundHalfUp(x, 16));
+            else if (n <= 16)
+                want = model::c16(model::roundHalfUp(x, 16 - n));
+            else
+                want = Kvo16s(x * (i128{1} << (n - 16)));
             ASSERT_EQ(d[i], want) << "trial " << trial;
         }
         // The block's largest output magnitude lands in 16383 .. 32767 unless all zero.
@@ -307,17 +338,21 @@ TEST(ArithPrivate, SlidingEnergyAndBlockProducts) {
     std::vector<Kvo32s> out(rows + rows * (rows - 1) / 2);
     kvosSumSquare_D2_16s32s_(m.data(), rows, rowLen, out.data());
     EXPECT_EQ(out[0], INT32_MAX);
-    for (int r = 0; r < rows; ++r) EXPECT_EQ(out[size_t(r)], dot(&m[size_t(r * rowLen)], &m[size_t(r * rowLen)], rowLen));
+    for (int r = 0; r < rows; ++r)
+        EXPECT_EQ(out[size_t(r)], dot(&m[size_t(r * rowLen)], &m[size_t(r * rowLen)], rowLen));
     kvosMul_D2D1_16s32s_(m.data(), rows, v, out.data(), rowLen);
-    for (int r = 0; r < rows; ++r) EXPECT_EQ(out[size_t(r)], dot(&m[size_t(r * rowLen)], v, rowLen));
+    for (int r = 0; r < rows; ++r)
+        EXPECT_EQ(out[size_t(r)], dot(&m[size_t(r * rowLen)], v, rowLen));
     kvosMul_D2D1Step_16s32s_(s.data(), rows, v, out.data(), 20, 41);
     for (int r = 0; r < rows; ++r) EXPECT_EQ(out[size_t(r)], dot(&s[size_t(r * 41)], v, 20));
     kvosMul_D2_16s32s_(m.data(), rows, out.data(), rowLen);
     size_t k = 0;
-    for (int r = 0; r < rows; ++r, ++k) EXPECT_EQ(out[k], dot(&m[size_t(r * rowLen)], &m[size_t(r * rowLen)], rowLen));
+    for (int r = 0; r < rows; ++r, ++k)
+        EXPECT_EQ(out[k], dot(&m[size_t(r * rowLen)], &m[size_t(r * rowLen)], rowLen));
     for (int i = 1; i < rows; ++i)
         for (int j = 0; j < i; ++j, ++k)
-            EXPECT_EQ(out[k], dot(&m[size_t(i * rowLen)], &m[size_t(j * rowLen)], rowLen)) << i << j;
+            EXPECT_EQ(out[k], dot(&m[size_t(i * rowLen)], &m[size_t(j * rowLen)], rowLen))
+                << i << j;
 }
 
 TEST(ArithPrivate, MedianOfFive) {
@@ -325,7 +360,7 @@ TEST(ArithPrivate, MedianOfFive) {
     for (int trial = 0; trial < 200; ++trial) {
         Kvo16s v[5];
         for (auto& x : v) x = Kvo16s(int(g() % 65535) - 32767);  // -32767 .. 32767
-        if (trial % 3 == 0) v[1] = v[3];                       // ties
+        if (trial % 3 == 0) v[1] = v[3];                         // ties
         if (trial % 5 == 0) v[0] = v[2] = v[4] = -32767;
         Kvo16s perm[5];
         std::copy(v, v + 5, perm);

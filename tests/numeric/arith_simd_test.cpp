@@ -23,10 +23,18 @@ enum Fill { kRandom, kMin, kMax, kAlternating, kFillCount };
 void fill(Kvo16s* p, int n, Fill f, std::mt19937& g) {
     for (int i = 0; i < n; ++i) {
         switch (f) {
-            case kRandom: p[i] = Kvo16s(uint16_t(g())); break;
-            case kMin: p[i] = -32768; break;
-            case kMax: p[i] = 32767; break;
-            default: p[i] = (i & 1) ? Kvo16s(32767) : Kvo16s(-32768); break;
+            case kRandom:
+                p[i] = Kvo16s(uint16_t(g()));
+                break;
+            case kMin:
+                p[i] = -32768;
+                break;
+            case kMax:
+                p[i] = 32767;
+                break;
+            default:
+                p[i] = (i & 1) ? Kvo16s(32767) : Kvo16s(-32768);
+                break;
         }
     }
 }
@@ -48,7 +56,8 @@ void compareAll(Op op, Twin twin) {
                 op(a + oa, b + ob, d1 + od, len);
                 twin(a + oa, b + ob, d2 + od, len);
                 ASSERT_EQ(std::memcmp(d1, d2, sizeof d1), 0)
-                    << "fill " << f << " len " << len << " dst phase " << od << " src " << oa << "," << ob;
+                    << "fill " << f << " len " << len << " dst phase " << od << " src " << oa << ","
+                    << ob;
             }
 }
 
@@ -65,7 +74,7 @@ void compareOverlap(Op op, Twin twin) {
             op(x1 + 8, y, x1 + 8 + shift, len);
             twin(x2 + 8, y, x2 + 8 + shift, len);
             ASSERT_EQ(std::memcmp(x1, x2, sizeof x1), 0) << "len " << len << " shift " << shift;
-            op(y, x1 + 8, x1 + 8 + shift, len);   // second operand overlapped
+            op(y, x1 + 8, x1 + 8 + shift, len);  // second operand overlapped
             twin(y, x2 + 8, x2 + 8 + shift, len);
             ASSERT_EQ(std::memcmp(x1, x2, sizeof x1), 0) << "len " << len << " shift " << shift;
         }
@@ -76,8 +85,12 @@ void compareOverlap(Op op, Twin twin) {
 TEST(ArithSimd, MulNR) {
     for (int sf : kScales) {
         SCOPED_TRACE(sf);
-        auto op = [sf](const Kvo16s* a, const Kvo16s* b, Kvo16s* d, int n) { mulNR_16s(a, b, d, n, sf); };
-        auto tw = [sf](const Kvo16s* a, const Kvo16s* b, Kvo16s* d, int n) { mulNR_16s_scalar(a, b, d, n, sf); };
+        auto op = [sf](const Kvo16s* a, const Kvo16s* b, Kvo16s* d, int n) {
+            mulNR_16s(a, b, d, n, sf);
+        };
+        auto tw = [sf](const Kvo16s* a, const Kvo16s* b, Kvo16s* d, int n) {
+            mulNR_16s_scalar(a, b, d, n, sf);
+        };
         compareAll(op, tw);
         compareOverlap(op, tw);
     }
@@ -87,8 +100,12 @@ TEST(ArithSimd, MulCNR) {
     for (int sf : kScales)
         for (Kvo16s v : kVals) {
             SCOPED_TRACE(testing::Message() << sf << " " << v);
-            auto op = [=](const Kvo16s* a, const Kvo16s*, Kvo16s* d, int n) { mulCNR_16s(a, v, d, n, sf); };
-            auto tw = [=](const Kvo16s* a, const Kvo16s*, Kvo16s* d, int n) { mulCNR_16s_scalar(a, v, d, n, sf); };
+            auto op = [=](const Kvo16s* a, const Kvo16s*, Kvo16s* d, int n) {
+                mulCNR_16s(a, v, d, n, sf);
+            };
+            auto tw = [=](const Kvo16s* a, const Kvo16s*, Kvo16s* d, int n) {
+                mulCNR_16s_scalar(a, v, d, n, sf);
+            };
             compareAll(op, tw);
             compareOverlap(op, tw);
         }

@@ -90,8 +90,12 @@ TEST(Fixed, Scalar32BitTermsAgainstModels) {
         } else {
             ASSERT_EQ(nz, normModel(x)) << x;
             ASSERT_EQ(i128{z}, i128{x} * (i128{1} << nz)) << x;
-            if (x > 0) ASSERT_GE(z, 0x40000000);
-            if (x < 0) ASSERT_LT(z, -0x40000000 + 1);
+            if (x > 0) {
+                ASSERT_GE(z, 0x40000000);
+            }
+            if (x < 0) {
+                ASSERT_LT(z, -0x40000000 + 1);
+            }
         }
     };
     for (size_t i = 0; i < xs.size(); ++i) {
@@ -107,13 +111,13 @@ TEST(Fixed, Scalar32BitTermsAgainstModels) {
 
 TEST(Fixed, WorkedValues) {
     EXPECT_EQ(round16(0x7fff8000), 32767);
-    EXPECT_EQ(round16(0x7fff7fff), 32767);   // (x + 0x8000) >> 16 without the test
-    EXPECT_EQ(round16(0x00018000), 2);       // tie goes up
+    EXPECT_EQ(round16(0x7fff7fff), 32767);  // (x + 0x8000) >> 16 without the test
+    EXPECT_EQ(round16(0x00018000), 2);      // tie goes up
     EXPECT_EQ(round16(-0x00018000), -1);
     EXPECT_EQ(round16(INT32_MIN), -32768);
-    EXPECT_EQ(mpy32(INT32_MIN, INT32_MIN), INT32_MAX);        // saturated, not wrapped
-    EXPECT_EQ(mpy32(0x40000000, 0x40000000), 0x20000000);     // 0.5 * 0.5
-    EXPECT_EQ(mpy32(INT32_MIN, 0x40000000), -0x40000000);     // -1 * 0.5
+    EXPECT_EQ(mpy32(INT32_MIN, INT32_MIN), INT32_MAX);     // saturated, not wrapped
+    EXPECT_EQ(mpy32(0x40000000, 0x40000000), 0x20000000);  // 0.5 * 0.5
+    EXPECT_EQ(mpy32(INT32_MIN, 0x40000000), -0x40000000);  // -1 * 0.5
     EXPECT_EQ(norm32(0), 0);
     EXPECT_EQ(norm32(1), 30);
     EXPECT_EQ(norm32(-1), 0);

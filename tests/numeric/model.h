@@ -21,23 +21,39 @@ inline i128 floorShift(i128 num, int k) {
     return q;
 }
 // Round half up of num / 2^k: floor((2 num + 2^k) / 2^(k+1)).
-inline i128 roundHalfUp(i128 num, int k) { return floorShift(2 * num + (i128{1} << k), k + 1); }
+inline i128 roundHalfUp(i128 num, int k) {
+    return floorShift(2 * num + (i128{1} << k), k + 1);
+}
 
-inline int64_t clamp(i128 v, int64_t lo, int64_t hi) { return v < lo ? lo : (v > hi ? hi : int64_t(v)); }
-inline Kvo16s c16(i128 v) { return Kvo16s(clamp(v, -32768, 32767)); }
-inline Kvo32s c32(i128 v) { return Kvo32s(clamp(v, INT32_MIN, INT32_MAX)); }
-inline Kvo16s low16(i128 v) { return Kvo16s(uint16_t(uint64_t(int64_t(v & 0xffff)))); }
+inline int64_t clamp(i128 v, int64_t lo, int64_t hi) {
+    return v < lo ? lo : (v > hi ? hi : int64_t(v));
+}
+inline Kvo16s c16(i128 v) {
+    return Kvo16s(clamp(v, -32768, 32767));
+}
+inline Kvo32s c32(i128 v) {
+    return Kvo32s(clamp(v, INT32_MIN, INT32_MAX));
+}
+inline Kvo16s low16(i128 v) {
+    return Kvo16s(uint16_t(uint64_t(int64_t(v & 0xffff))));
+}
 
 inline const std::vector<Kvo32s>& edges32() {
-    static const std::vector<Kvo32s> e = {INT32_MIN, INT32_MIN + 1, INT32_MAX, INT32_MAX - 1,
-                                          -32768, 32767, 32768, -32769, 0, -1, 1, 0x40000000,
-                                          -0x40000000, 0x3fffffff, -0x40000001, 0x7fff8000,
-                                          0x7fff7fff, 0x7fff7fff + 1, 65535, 65536};
+    static const std::vector<Kvo32s> e = {INT32_MIN,   INT32_MIN + 1,
+                                          INT32_MAX,   INT32_MAX - 1,
+                                          -32768,      32767,
+                                          32768,       -32769,
+                                          0,           -1,
+                                          1,           0x40000000,
+                                          -0x40000000, 0x3fffffff,
+                                          -0x40000001, 0x7fff8000,
+                                          0x7fff7fff,  0x7fff7fff + 1,
+                                          65535,       65536};
     return e;
 }
 inline const std::vector<Kvo16s>& edges16() {
-    static const std::vector<Kvo16s> e = {-32768, -32767, 32767, 32766, 0, -1, 1, 2, -2,
-                                          3, -3, 16384, -16384, 16383, 255, 256};
+    static const std::vector<Kvo16s> e = {-32768, -32767, 32767, 32766, 0,      -1,    1,   2,
+                                          -2,     3,      -3,    16384, -16384, 16383, 255, 256};
     return e;
 }
 
