@@ -49,83 +49,53 @@ T* np(T* p, unsigned mask, int bit) {
     return (mask >> bit) & 1 ? nullptr : p;
 }
 
+// P(i, ptr): pointer argument i, nulled when bit i of the mask is set.
+#define P(i, ptr) np(ptr, m, i)
+#define EXPORT(name, ptrs, hasLen, hasLags, hasScale, ...)                                   \
+    Export {                                                                                \
+        #name, ptrs, hasLen, hasLags, hasScale,                                             \
+            [](Bufs& b, unsigned m, Kvo32s len, Kvo32s lags, Kvo32s sf) -> KvoStatus {      \
+                (void)len, (void)lags, (void)sf;                                            \
+                return name(__VA_ARGS__);                                                   \
+            }                                                                               \
+    }
+
 const std::vector<Export>& exports() {
     static const std::vector<Export> list = {
-        {"AutoCorr_NormE_16s32s", 3, true, true, false,
-         [](Bufs& b, unsigned m, Kvo32s len, Kvo32s lags, Kvo32s) {
-             return kvosAutoCorr_NormE_16s32s(np(b.src1, m, 0), len, np(b.d32, m, 1), lags,
-                                              np(&b.norm32, m, 2));
-         }},
-        {"AutoCorr_NormE_NR_16s", 3, true, true, false,
-         [](Bufs& b, unsigned m, Kvo32s len, Kvo32s lags, Kvo32s) {
-             return kvosAutoCorr_NormE_NR_16s(np(b.src1, m, 0), len, np(b.d16, m, 1), lags,
-                                              np(&b.norm32, m, 2));
-         }},
-        {"AutoCorr_16s32s", 2, true, true, false,
-         [](Bufs& b, unsigned m, Kvo32s len, Kvo32s lags, Kvo32s) {
-             return kvosAutoCorr_16s32s(np(b.src1, m, 0), len, np(b.d32, m, 1), lags);
-         }},
-        {"AutoCorr_NormE_G723_16s", 3, false, false, false,
-         [](Bufs& b, unsigned m, Kvo32s, Kvo32s, Kvo32s) {
-             return kvosAutoCorr_NormE_G723_16s(np(b.src1, m, 0), np(b.d16, m, 1),
-                                                np(&b.norm32, m, 2));
-         }},
-        {"AutoCorr_G723_16s", 3, false, false, false,
-         [](Bufs& b, unsigned m, Kvo32s, Kvo32s, Kvo32s) {
-             return kvosAutoCorr_G723_16s(np(b.src1, m, 0), np(&b.norm16, m, 1), np(b.d16, m, 2));
-         }},
-        {"AutoCorr_G729B", 3, false, false, false,
-         [](Bufs& b, unsigned m, Kvo32s, Kvo32s, Kvo32s) {
-             return kvosAutoCorr_G729B(np(b.src1, m, 0), np(&b.norm16, m, 1), np(b.d32, m, 2));
-         }},
-        {"CrossCorr_NR_16s", 3, true, true, false,
-         [](Bufs& b, unsigned m, Kvo32s len, Kvo32s lags, Kvo32s) {
-             return kvosCrossCorr_NR_16s(np(b.src1, m, 0), np(b.src2, m, 1), len, np(b.d16, m, 2),
-                                         lags);
-         }},
-        {"CrossCorr_NR_16s_Sfs", 3, true, true, false,
-         [](Bufs& b, unsigned m, Kvo32s len, Kvo32s lags, Kvo32s sf) {
-             return kvosCrossCorr_NR_16s_Sfs(np(b.src1, m, 0), np(b.src2, m, 1), len,
-                                             np(b.d16, m, 2), lags, sf);
-         }},
-        {"CrossCorr_NR_16s32s", 3, true, true, false,
-         [](Bufs& b, unsigned m, Kvo32s len, Kvo32s lags, Kvo32s) {
-             return kvosCrossCorr_NR_16s32s(np(b.src1, m, 0), np(b.src2, m, 1), len,
-                                            np(b.d32, m, 2), lags);
-         }},
-        {"CrossCorr_16s32s_Sfs", 3, true, false, false,
-         [](Bufs& b, unsigned m, Kvo32s len, Kvo32s, Kvo32s sf) {
-             return kvosCrossCorr_16s32s_Sfs(np(b.src1, m, 0), np(b.src2, m, 1), len,
-                                             np(b.d32, m, 2), sf);
-         }},
-        {"CrossCorr_NormM_16s", 3, true, false, false,
-         [](Bufs& b, unsigned m, Kvo32s len, Kvo32s, Kvo32s) {
-             return kvosCrossCorr_NormM_16s(np(b.src1, m, 0), np(b.src2, m, 1), len,
-                                            np(b.d16, m, 2));
-         }},
-        {"ConvPartial_16s_Sfs", 3, true, false, true,
-         [](Bufs& b, unsigned m, Kvo32s len, Kvo32s, Kvo32s sf) {
-             return kvosConvPartial_16s_Sfs(np(b.src1, m, 0), np(b.src2, m, 1), np(b.d16, m, 2),
-                                            len, sf);
-         }},
-        {"ConvPartial_16s32s", 3, true, false, false,
-         [](Bufs& b, unsigned m, Kvo32s len, Kvo32s, Kvo32s) {
-             return kvosConvPartial_16s32s(np(b.src1, m, 0), np(b.src2, m, 1), np(b.d32, m, 2),
-                                           len);
-         }},
-        {"ConvPartial_NR_16s", 3, true, false, false,
-         [](Bufs& b, unsigned m, Kvo32s len, Kvo32s, Kvo32s) {
-             return kvosConvPartial_NR_16s(np(b.src1, m, 0), np(b.src2, m, 1), np(b.d16, m, 2),
-                                           len);
-         }},
-        {"ConvPartial_NR_Low_16s", 3, true, false, false,
-         [](Bufs& b, unsigned m, Kvo32s len, Kvo32s, Kvo32s) {
-             return kvosConvPartial_NR_Low_16s(np(b.src1, m, 0), np(b.src2, m, 1),
-                                               np(b.d16, m, 2), len);
-         }},
+        EXPORT(kvosAutoCorr_NormE_16s32s, 3, true, true, false, P(0, b.src1), len, P(1, b.d32),
+               lags, P(2, &b.norm32)),
+        EXPORT(kvosAutoCorr_NormE_NR_16s, 3, true, true, false, P(0, b.src1), len, P(1, b.d16),
+               lags, P(2, &b.norm32)),
+        EXPORT(kvosAutoCorr_16s32s, 2, true, true, false, P(0, b.src1), len, P(1, b.d32), lags),
+        EXPORT(kvosAutoCorr_NormE_G723_16s, 3, false, false, false, P(0, b.src1), P(1, b.d16),
+               P(2, &b.norm32)),
+        EXPORT(kvosAutoCorr_G723_16s, 3, false, false, false, P(0, b.src1), P(1, &b.norm16),
+               P(2, b.d16)),
+        EXPORT(kvosAutoCorr_G729B, 3, false, false, false, P(0, b.src1), P(1, &b.norm16),
+               P(2, b.d32)),
+        EXPORT(kvosCrossCorr_NR_16s, 3, true, true, false, P(0, b.src1), P(1, b.src2), len,
+               P(2, b.d16), lags),
+        EXPORT(kvosCrossCorr_NR_16s_Sfs, 3, true, true, false, P(0, b.src1), P(1, b.src2), len,
+               P(2, b.d16), lags, sf),
+        EXPORT(kvosCrossCorr_NR_16s32s, 3, true, true, false, P(0, b.src1), P(1, b.src2), len,
+               P(2, b.d32), lags),
+        EXPORT(kvosCrossCorr_16s32s_Sfs, 3, true, false, false, P(0, b.src1), P(1, b.src2), len,
+               P(2, b.d32), sf),
+        EXPORT(kvosCrossCorr_NormM_16s, 3, true, false, false, P(0, b.src1), P(1, b.src2), len,
+               P(2, b.d16)),
+        EXPORT(kvosConvPartial_16s_Sfs, 3, true, false, true, P(0, b.src1), P(1, b.src2),
+               P(2, b.d16), len, sf),
+        EXPORT(kvosConvPartial_16s32s, 3, true, false, false, P(0, b.src1), P(1, b.src2),
+               P(2, b.d32), len),
+        EXPORT(kvosConvPartial_NR_16s, 3, true, false, false, P(0, b.src1), P(1, b.src2),
+               P(2, b.d16), len),
+        EXPORT(kvosConvPartial_NR_Low_16s, 3, true, false, false, P(0, b.src1), P(1, b.src2),
+               P(2, b.d16), len),
     };
     return list;
 }
+#undef EXPORT
+#undef P
 
 }  // namespace
 

@@ -160,10 +160,8 @@ TEST(AutoCorr, Plain32AndPrivateLagKernels) {
             }
         // Backward form: reads history before the pointer.
         const int count = 4;
-        V16 hist(count - 1, 0);
         std::mt19937 g(len);
-        hist = make(Kind::Random, count - 1, g);
-        V16 buf(hist);
+        V16 buf = make(Kind::Random, count - 1, g);
         buf.insert(buf.end(), x.begin(), x.end());
         const int16_t* p = buf.data() + count - 1;
         std::vector<int32_t> g3(count), w3(count);
@@ -187,14 +185,6 @@ TEST(AutoCorr, G723NormEMatchesModel) {
             ASSERT_EQ(kvosAutoCorr_NormE_G723_16s(x.data(), got.data(), &n), kvoOk);
             EXPECT_EQ(n, wantNorm);
             EXPECT_EQ(got, want);
-            // The lag window only attenuates: each lag stays within one step of
-            // the unwindowed normalised value times w / 32768.
-            if (want[0] != 0 && down >= 4)
-                for (int k = 1; k < 11; ++k) {
-                    double y = double(wrap32(tri(x.data(), x.data(), 180, k))) * (1 << wantNorm);
-                    double exact = y * kvo::tab::BinomWindowCoeffTbl_G723[k] / 32768.0 / 65536.0;
-                    EXPECT_NEAR(got[k], exact, 1.0) << "lag " << k;
-                }
         }
     V16 z(180, 0);
     std::vector<int16_t> d(11, 7);
