@@ -50,7 +50,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Kvo16s norm16 = 0;
 
     switch (which) {
-        case 0: case 1: case 2: {
+        case 0:
+        case 1:
+        case 2: {
             Heap<Kvo16s> src(n);
             fill(src, n, in);
             if (which == 0) {
@@ -65,7 +67,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             }
             break;
         }
-        case 3: case 4: case 5: {
+        case 3:
+        case 4:
+        case 5: {
             const size_t fixed = which == 5 ? 240 : 180;
             Heap<Kvo16s> src(fixed);
             fill(src, fixed, in);
@@ -81,7 +85,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             }
             break;
         }
-        case 6: case 7: case 8: {
+        case 6:
+        case 7:
+        case 8: {
             Heap<Kvo16s> a(n), b(slide);
             fill(a, n, in);
             fill(b, slide, in);
@@ -97,7 +103,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             }
             break;
         }
-        case 9: case 10: case 11: case 12: case 13: case 14: {
+        case 9:
+        case 10:
+        case 11:
+        case 12:
+        case 13:
+        case 14: {
             // Triangular correlations and the partial convolutions: len each.
             Heap<Kvo16s> a(n), b(n);
             fill(a, n, in);
@@ -121,8 +132,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                     Heap<Kvo16s> src(n);
                     fill(src, n, in);
                     Heap<Kvo32s> dst(l);
-                    kvo::kvosAutoCorr_G729_16s32s_Sfs_(src.p, len, dst.p, lags, sf & 31,
-                                                       step - 1);
+                    kvo::kvosAutoCorr_G729_16s32s_Sfs_(src.p, len, dst.p, lags, sf & 31, step - 1);
                     break;
                 }
                 case 16: {
@@ -132,13 +142,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                     kvo::kvosAutoCorr_Inv_16s32s_(src.p + l - 1, len, dst.p, lags);
                     break;
                 }
-                case 17: case 18: {
+                case 17:
+                case 18: {
                     Heap<Kvo16s> a(n), b(slide);
                     fill(a, n, in);
                     fill(b, slide, in);
                     Heap<Kvo32s> dst(l);
-                    if (which == 17) kvo::kvosCrossCorr_Fwd_16s32s_(a.p, b.p, len, dst.p, lags);
-                    else kvo::kvosCrossCorr_Fwd_Low_16s32s_(a.p, b.p, len, dst.p, lags);
+                    if (which == 17)
+                        kvo::kvosCrossCorr_Fwd_16s32s_(a.p, b.p, len, dst.p, lags);
+                    else
+                        kvo::kvosCrossCorr_Fwd_Low_16s32s_(a.p, b.p, len, dst.p, lags);
                     break;
                 }
                 case 19: {

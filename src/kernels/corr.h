@@ -36,8 +36,8 @@ void kvosAutoCorr_G729_16s32s_Sfs_(const Kvo16s* pSrc, Kvo32s len, Kvo32s* pDst,
 void kvosAutoCorr_Inv_16s32s_(const Kvo16s* pSrc, Kvo32s len, Kvo32s* pDst, Kvo32s count);
 
 // pDst[k] = double32(32-bit sum over i < len of pSrc1[i] pSrc2[i+k]).
-void kvosCrossCorr_Fwd_16s32s_(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len,
-                               Kvo32s* pDst, Kvo32s count);
+void kvosCrossCorr_Fwd_16s32s_(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len, Kvo32s* pDst,
+                               Kvo32s count);
 
 // pDst[k] = 2 (32-bit sum over i < len of pSrc1[i] pSrc2[i+k]), modulo 2^32.
 void kvosCrossCorr_Fwd_Low_16s32s_(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len,
@@ -45,15 +45,14 @@ void kvosCrossCorr_Fwd_Low_16s32s_(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo
 
 // pDst[k] = double32(32-bit sum over i < len of pSrc1[i] pSrc2[i-k]).
 // Reads count - 1 samples before pSrc2.
-void kvosCrossCorr_Inv_16s32s_(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len,
-                               Kvo32s* pDst, Kvo32s count);
+void kvosCrossCorr_Inv_16s32s_(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len, Kvo32s* pDst,
+                               Kvo32s count);
 
 // Strided lags: for j < count, S = 32-bit sum over i < len - j step of
 // pSrc1[i] pSrc2[i + j step]; pDst[j] = low 16 bits of (S + r) >> scaleFactor,
 // r = 1 << (scaleFactor - 1), or 0 at scale 0.  S is 0 when no term is left.
 void kvosCrossCorr_Step_NR_Sfs_16s_(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len,
-                                    Kvo32s step, Kvo16s* pDst, Kvo32s count,
-                                    Kvo32s scaleFactor);
+                                    Kvo32s step, Kvo16s* pDst, Kvo32s count, Kvo32s scaleFactor);
 
 // Energy-normalised autocorrelation rounded to 16 bits with strided lags: as
 // kvosAutoCorr_NormE_NR_16s, the energy held at 0x3fffffff before doubling,

@@ -21,7 +21,9 @@ namespace kvo {
 namespace {
 
 // Energy of a vector: sat32 of the exact sum of squares.
-inline Kvo32s energy(const Kvo16s* p, Kvo32s len) { return sat32(corrDotExact(p, p, len)); }
+inline Kvo32s energy(const Kvo16s* p, Kvo32s len) {
+    return sat32(corrDotExact(p, p, len));
+}
 
 // Lag value of the rounded forms: S << (n + 1) in 64 bits, then clamped to
 // 16 bits at the 32-bit bounds, otherwise round16.
@@ -33,8 +35,8 @@ inline Kvo16s roundLag(Kvo64s s, int n) {
 }
 
 // Shared body of the rounded forms: energy already clamped by the caller.
-void normENR(const Kvo16s* pSrc, Kvo32s len, Kvo64s step, Kvo16s* pDst, Kvo32s count,
-             Kvo32s* pNorm, Kvo32s e) {
+void normENR(const Kvo16s* pSrc, Kvo32s len, Kvo64s step, Kvo16s* pDst, Kvo32s count, Kvo32s* pNorm,
+             Kvo32s e) {
     Kvo32s v = sat32(2 * Kvo64s{e});
     int n = 0;
     if (v != 0) {
@@ -56,9 +58,9 @@ void kvosAutoCorr_G729_16s32s_Sfs_(const Kvo16s* pSrc, Kvo32s len, Kvo32s* pDst,
                                    Kvo32s shift, Kvo32s firstLag) {
     for (Kvo32s j = 0; j < count; ++j) {
         Kvo64s k = Kvo64s{firstLag} + j;
-        pDst[j] = k < len ? ShiftL_32s(corrDotWrap(pSrc, pSrc + k, static_cast<Kvo32s>(len - k)),
-                                       shift)
-                          : 0;
+        pDst[j] = k < len
+                      ? ShiftL_32s(corrDotWrap(pSrc, pSrc + k, static_cast<Kvo32s>(len - k)), shift)
+                      : 0;
     }
 }
 
@@ -75,8 +77,8 @@ void kvosAutoCorr_NormE_Step_NR_16s_(const Kvo16s* pSrc, Kvo32s len, Kvo32s step
 
 namespace impl {
 
-KvoStatus kvosAutoCorr_NormE_16s32s(const Kvo16s* pSrc, Kvo32s len, Kvo32s* pDst,
-                                    Kvo32s lagCount, Kvo32s* pNorm) {
+KvoStatus kvosAutoCorr_NormE_16s32s(const Kvo16s* pSrc, Kvo32s len, Kvo32s* pDst, Kvo32s lagCount,
+                                    Kvo32s* pNorm) {
     if (!pSrc || !pDst || !pNorm) return kvoErrNullPtr;
     if (len < 1 || lagCount < 1) return kvoErrSize;
     Kvo32s e = energy(pSrc, len);
@@ -90,8 +92,8 @@ KvoStatus kvosAutoCorr_NormE_16s32s(const Kvo16s* pSrc, Kvo32s len, Kvo32s* pDst
     return kvoOk;
 }
 
-KvoStatus kvosAutoCorr_NormE_NR_16s(const Kvo16s* pSrc, Kvo32s len, Kvo16s* pDst,
-                                    Kvo32s lagCount, Kvo32s* pNorm) {
+KvoStatus kvosAutoCorr_NormE_NR_16s(const Kvo16s* pSrc, Kvo32s len, Kvo16s* pDst, Kvo32s lagCount,
+                                    Kvo32s* pNorm) {
     if (!pSrc || !pDst || !pNorm) return kvoErrNullPtr;
     if (len < 1 || lagCount < 1) return kvoErrSize;
     normENR(pSrc, len, 1, pDst, lagCount, pNorm, energy(pSrc, len));

@@ -44,8 +44,8 @@ inline Kvo32s triangular(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len, K
 
 }  // namespace
 
-void kvosCrossCorr_Fwd_16s32s_(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len,
-                               Kvo32s* pDst, Kvo32s count) {
+void kvosCrossCorr_Fwd_16s32s_(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len, Kvo32s* pDst,
+                               Kvo32s count) {
     for (Kvo32s k = 0; k < count; ++k) pDst[k] = double32(corrDotWrap(pSrc1, pSrc2 + k, len));
 }
 
@@ -54,14 +54,13 @@ void kvosCrossCorr_Fwd_Low_16s32s_(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo
     for (Kvo32s k = 0; k < count; ++k) pDst[k] = shl_wrap(corrDotWrap(pSrc1, pSrc2 + k, len), 1);
 }
 
-void kvosCrossCorr_Inv_16s32s_(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len,
-                               Kvo32s* pDst, Kvo32s count) {
+void kvosCrossCorr_Inv_16s32s_(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len, Kvo32s* pDst,
+                               Kvo32s count) {
     for (Kvo32s k = 0; k < count; ++k) pDst[k] = double32(corrDotWrap(pSrc1, pSrc2 - k, len));
 }
 
 void kvosCrossCorr_Step_NR_Sfs_16s_(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len,
-                                    Kvo32s step, Kvo16s* pDst, Kvo32s count,
-                                    Kvo32s scaleFactor) {
+                                    Kvo32s step, Kvo16s* pDst, Kvo32s count, Kvo32s scaleFactor) {
     for (Kvo32s j = 0; j < count; ++j) {
         Kvo64s off = Kvo64s{j} * step;
         Kvo32s s = off < len ? corrDotWrap(pSrc1, pSrc2 + off, static_cast<Kvo32s>(len - off)) : 0;
@@ -97,8 +96,8 @@ void kvosCrossCorr_Norm_16s_(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo16s* p
 
 namespace impl {
 
-KvoStatus kvosCrossCorr_NR_16s(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len,
-                               Kvo16s* pDst, Kvo32s lagCount) {
+KvoStatus kvosCrossCorr_NR_16s(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len, Kvo16s* pDst,
+                               Kvo32s lagCount) {
     if (!pSrc1 || !pSrc2 || !pDst) return kvoErrNullPtr;
     if (len < 1 || lagCount < 1) return kvoErrSize;
     for (Kvo32s k = 0; k < lagCount; ++k)

@@ -50,11 +50,11 @@ Kvo32s corrDotWrap(const Kvo16s* a, const Kvo16s* b, Kvo32s n) {
     __m128i acc0 = _mm_setzero_si128();
     __m128i acc1 = _mm_setzero_si128();
     Kvo32s i = 0;
-    for (; i + 16 <= n; i += 16) {
+    for (; n - i >= 16; i += 16) {
         acc0 = _mm_add_epi32(acc0, _mm_madd_epi16(load8(a + i), load8(b + i)));
         acc1 = _mm_add_epi32(acc1, _mm_madd_epi16(load8(a + i + 8), load8(b + i + 8)));
     }
-    if (i + 8 <= n) {
+    if (n - i >= 8) {
         acc0 = _mm_add_epi32(acc0, _mm_madd_epi16(load8(a + i), load8(b + i)));
         i += 8;
     }
@@ -71,7 +71,7 @@ Kvo64s corrDotExact(const Kvo16s* a, const Kvo16s* b, Kvo32s n) {
     const __m128i bias = _mm_set1_epi16(static_cast<Kvo16s>(-32768));
     Kvo64s total = 0;
     Kvo32s i = 0;
-    while (i + 8 <= n) {
+    while (n - i >= 8) {
         Kvo32s steps = (n - i) / 8;
         if (steps > kBlockSteps) steps = kBlockSteps;
         __m128i accHi = _mm_setzero_si128();

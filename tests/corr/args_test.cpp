@@ -51,13 +51,13 @@ T* np(T* p, unsigned mask, int bit) {
 
 // P(i, ptr): pointer argument i, nulled when bit i of the mask is set.
 #define P(i, ptr) np(ptr, m, i)
-#define EXPORT(name, ptrs, hasLen, hasLags, hasScale, ...)                                   \
-    Export {                                                                                \
-        #name, ptrs, hasLen, hasLags, hasScale,                                             \
+#define EXPORT(name, ptrs, hasLen, hasLags, hasScale, ...)                            \
+    Export {                                                                          \
+#name, ptrs, hasLen, hasLags, hasScale,                                             \
             [](Bufs& b, unsigned m, Kvo32s len, Kvo32s lags, Kvo32s sf) -> KvoStatus {      \
                 (void)len, (void)lags, (void)sf;                                            \
                 return name(__VA_ARGS__);                                                   \
-            }                                                                               \
+            } \
     }
 
 const std::vector<Export>& exports() {

@@ -16,8 +16,8 @@ void forEachPair(uint32_t seed, F&& f) {
         for (Kind k2 : {Kind::Random, Kind::Small, Kind::FullNeg, Kind::Alternate, Kind::Bursts})
             for (int len : {1, 2, 3, 10, 40, 64}) {
                 V16 a = make(k1, len, g), b = make(k2, len, g);
-                SCOPED_TRACE(::testing::Message() << "seed " << seed << " kinds " << int(k1)
-                                                  << "/" << int(k2) << " len " << len);
+                SCOPED_TRACE(::testing::Message() << "seed " << seed << " kinds " << int(k1) << "/"
+                                                  << int(k2) << " len " << len);
                 f(a, b);
             }
 }

@@ -13,11 +13,21 @@ using i64 = int64_t;
 using V16 = std::vector<int16_t>;
 constexpr i64 kMax32 = 2147483647, kMin32 = -2147483648LL;
 
-inline int32_t wrap32(i64 x) { return static_cast<int32_t>(static_cast<uint32_t>(x)); }
-inline int16_t wrap16(i64 x) { return static_cast<int16_t>(static_cast<uint16_t>(x)); }
-inline i64 clamp(i64 x, i64 lo, i64 hi) { return x < lo ? lo : (x > hi ? hi : x); }
-inline int32_t s32(i64 x) { return static_cast<int32_t>(clamp(x, kMin32, kMax32)); }
-inline int16_t s16(i64 x) { return static_cast<int16_t>(clamp(x, -32768, 32767)); }
+inline int32_t wrap32(i64 x) {
+    return static_cast<int32_t>(static_cast<uint32_t>(x));
+}
+inline int16_t wrap16(i64 x) {
+    return static_cast<int16_t>(static_cast<uint16_t>(x));
+}
+inline i64 clamp(i64 x, i64 lo, i64 hi) {
+    return x < lo ? lo : (x > hi ? hi : x);
+}
+inline int32_t s32(i64 x) {
+    return static_cast<int32_t>(clamp(x, kMin32, kMax32));
+}
+inline int16_t s16(i64 x) {
+    return static_cast<int16_t>(clamp(x, -32768, 32767));
+}
 // Left shifts that bring the top significant bit of x (x >= 0) to bit 30.
 inline int norm(i64 x) {
     if (x <= 0) return 0;
@@ -49,12 +59,24 @@ inline V16 make(Kind kind, size_t n, std::mt19937& g) {
     std::uniform_int_distribution<int> full(-32768, 32767), small(-300, 300), coin(0, 7);
     for (size_t i = 0; i < n; ++i) {
         switch (kind) {
-            case Kind::Random: v[i] = static_cast<int16_t>(full(g)); break;
-            case Kind::Small: v[i] = static_cast<int16_t>(small(g)); break;
-            case Kind::FullPos: v[i] = 32767; break;
-            case Kind::FullNeg: v[i] = -32768; break;
-            case Kind::Alternate: v[i] = (i & 1) ? int16_t{-32768} : int16_t{32767}; break;
-            case Kind::MinOnly: v[i] = -32768; break;
+            case Kind::Random:
+                v[i] = static_cast<int16_t>(full(g));
+                break;
+            case Kind::Small:
+                v[i] = static_cast<int16_t>(small(g));
+                break;
+            case Kind::FullPos:
+                v[i] = 32767;
+                break;
+            case Kind::FullNeg:
+                v[i] = -32768;
+                break;
+            case Kind::Alternate:
+                v[i] = (i & 1) ? int16_t{-32768} : int16_t{32767};
+                break;
+            case Kind::MinOnly:
+                v[i] = -32768;
+                break;
             case Kind::Bursts:
                 v[i] = coin(g) == 0 ? static_cast<int16_t>(full(g))
                                     : ((i / 8) & 1 ? int16_t{-32768} : int16_t{32767});
@@ -84,8 +106,8 @@ inline bool autoNormE32(const V16& x, int lags, std::vector<int32_t>& out, int& 
 
 // Rounded form; `step` spaces the lags and `holdEnergy` clamps the energy
 // at 0x3fffffff before its doubling (the strided private form).
-inline void autoNormENR(const V16& x, int lags, i64 step, bool holdEnergy, std::vector<int16_t>& out,
-                        int& nrm) {
+inline void autoNormENR(const V16& x, int lags, i64 step, bool holdEnergy,
+                        std::vector<int16_t>& out, int& nrm) {
     const i64 len = static_cast<i64>(x.size());
     i64 e = s32(dot(x.data(), x.data(), len));
     if (holdEnergy && e > 0x3fffffff) e = 0x3fffffff;
@@ -100,8 +122,7 @@ inline void autoNormENR(const V16& x, int lags, i64 step, bool holdEnergy, std::
     }
 }
 
-inline void autoNormEG723(const V16& x, const int16_t* binom, std::vector<int16_t>& out,
-                          int& nrm) {
+inline void autoNormEG723(const V16& x, const int16_t* binom, std::vector<int16_t>& out, int& nrm) {
     i64 e = s32(dot(x.data(), x.data(), 180));
     i64 v = s32(e + (e >> 10));
     nrm = norm(v);
@@ -140,7 +161,9 @@ inline int crossNorm(const V16& h, const V16& x, int hr, std::vector<int16_t>& o
 
 // Fractional multiply-accumulate of the standard's basic operators: the
 // doubled product saturated, then a saturating add.
-inline i64 mac(i64 acc, i64 a, i64 b) { return s32(acc + s32(2 * a * b)); }
+inline i64 mac(i64 acc, i64 a, i64 b) {
+    return s32(acc + s32(2 * a * b));
+}
 
 inline i64 convSat(const V16& a, const V16& b, int n) {
     i64 acc = 0;

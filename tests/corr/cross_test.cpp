@@ -20,8 +20,8 @@ void forEachPair(uint32_t seed, int extra, F&& f) {
         for (Kind k2 : {Kind::Random, Kind::FullNeg, Kind::Alternate, Kind::Bursts})
             for (int len : kLens) {
                 V16 a = make(k1, len, g), b = make(k2, len + extra, g);
-                SCOPED_TRACE(::testing::Message() << "seed " << seed << " kinds " << int(k1)
-                                                  << "/" << int(k2) << " len " << len);
+                SCOPED_TRACE(::testing::Message() << "seed " << seed << " kinds " << int(k1) << "/"
+                                                  << int(k2) << " len " << len);
                 f(a, b);
             }
 }
