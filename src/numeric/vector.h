@@ -31,6 +31,11 @@ constexpr Kvo64s sfs_round_even(Kvo64s r, int s) {
     return (r + ((Kvo64s{1} << (s - 1)) - 1) + ((r >> s) & 1)) >> s;
 }
 
+// The same rounding in 32-bit arithmetic, for 1 <= s <= 30 and |r| <= 2^30.
+constexpr Kvo32s sfs_round_even32(Kvo32s r, int s) {
+    return (r + ((Kvo32s{1} << (s - 1)) - 1) + ((r >> s) & 1)) >> s;
+}
+
 // r * 2^n (n >= 1) saturated to [lo, hi], hi = 2^(w-1) - 1, lo = -2^(w-1), w <= 32:
 // a result too large for the shift gives the extreme of its sign, zero stays zero.
 constexpr Kvo64s sfs_shift_left_sat(Kvo64s r, int n, Kvo64s lo, Kvo64s hi) {

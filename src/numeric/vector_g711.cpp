@@ -13,9 +13,6 @@ namespace kvo {
 
 namespace {
 
-// Segment ends of the 13-bit magnitude: 255 .. 32767 of the 16-bit scale, >> 3.
-constexpr Kvo16s kALawSegEnd[8] = {31, 63, 127, 255, 511, 1023, 2047, 4095};
-
 inline Kvo8u alaw(Kvo16s sample) {
     Kvo32s x = sample >> 3;
     Kvo32s mask = 0xd5;
@@ -23,9 +20,11 @@ inline Kvo8u alaw(Kvo16s sample) {
         x = ~x;
         mask = 0x55;
     }
-    int g = 0;
-    while (g < 7 && x > kALawSegEnd[g]) ++g;
-    Kvo32s mant = (g < 2 ? x >> 1 : x >> g) & 15;
+    // Segment ends 31, 63, 127 .. 4095 (255 .. 32767 on the 16-bit scale):
+    // the segment is the bit length of x beyond 5, at least 0.
+    int bits = 32 - __builtin_clz(static_cast<unsigned>(x) | 1u);
+    int g = bits > 5 ? bits - 5 : 0;
+    Kvo32s mant = (x >> (g < 2 ? 1 : g)) & 15;
     return static_cast<Kvo8u>((mant | (g << 4)) ^ mask);
 }
 

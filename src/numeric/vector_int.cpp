@@ -29,12 +29,18 @@ bool simd_ok_16s(const void* a, const void* b, const Kvo16s* d, Kvo32s len) {
 }
 
 // Stores f(i) under the scaling rule to 16 or 32 bits, with the scale cases
-// hoisted out of the loop.
-template <class Out, class F>
+// hoisted out of the loop.  Narrow: every |f(i)| <= 2^30, so scales 1 .. 30
+// round in 32-bit arithmetic (the loops then vectorise).
+template <bool Narrow = false, class Out, class F>
 void scaled_store(Out* pDst, Kvo32s len, int s, F f) {
     constexpr Kvo64s lo = sizeof(Out) == 2 ? INT16_MIN : INT32_MIN;
     constexpr Kvo64s hi = sizeof(Out) == 2 ? INT16_MAX : INT32_MAX;
-    if (s == 0) {
+    if (Narrow && s > 0 && s <= 30) {
+        for (Kvo32s i = 0; i < len; ++i) {
+            Kvo32s r = sfs_round_even32(static_cast<Kvo32s>(f(i)), s);
+            pDst[i] = static_cast<Out>(r > hi ? hi : (r < lo ? lo : r));
+        }
+    } else if (s == 0) {
         for (Kvo32s i = 0; i < len; ++i) {
             Kvo64s r = f(i);
             pDst[i] = static_cast<Out>(r > hi ? hi : (r < lo ? lo : r));
@@ -61,7 +67,7 @@ void sub_16s(const Kvo16s* a, const Kvo16s* b, Kvo16s* d, Kvo32s len) {
     for (Kvo32s i = 0; i < len; ++i) d[i] = sat16(Kvo32s{b[i]} - a[i]);
 }
 void mulc_16s_sfs(const Kvo16s* a, Kvo16s val, Kvo16s* d, Kvo32s len, Kvo32s sf) {
-    scaled_store(d, len, sf, [a, val](Kvo32s i) { return Kvo64s{Kvo32s{a[i]} * val}; });
+    scaled_store<true>(d, len, sf, [a, val](Kvo32s i) { return Kvo64s{Kvo32s{a[i]} * val}; });
 }
 }  // namespace vec_scalar
 
@@ -109,8 +115,8 @@ KvoStatus kvosSubC_16s_Sfs(const Kvo16s* pSrc, Kvo16s val, Kvo16s* pDst, Kvo32s 
                            Kvo32s scaleFactor) {
     if (pSrc == nullptr || pDst == nullptr) return kvoErrNullPtr;
     if (len < 1) return kvoErrSize;
-    scaled_store(pDst, len, scaleFactor,
-                 [pSrc, val](Kvo32s i) { return Kvo64s{Kvo32s{pSrc[i]} - val}; });
+    scaled_store<true>(pDst, len, scaleFactor,
+                       [pSrc, val](Kvo32s i) { return Kvo64s{Kvo32s{pSrc[i]} - val}; });
     return kvoOk;
 }
 
@@ -118,8 +124,8 @@ KvoStatus kvosSubCRev_16s_Sfs(const Kvo16s* pSrc, Kvo16s val, Kvo16s* pDst, Kvo3
                               Kvo32s scaleFactor) {
     if (pSrc == nullptr || pDst == nullptr) return kvoErrNullPtr;
     if (len < 1) return kvoErrSize;
-    scaled_store(pDst, len, scaleFactor,
-                 [pSrc, val](Kvo32s i) { return Kvo64s{Kvo32s{val} - pSrc[i]}; });
+    scaled_store<true>(pDst, len, scaleFactor,
+                       [pSrc, val](Kvo32s i) { return Kvo64s{Kvo32s{val} - pSrc[i]}; });
     return kvoOk;
 }
 
@@ -138,8 +144,9 @@ KvoStatus kvosMul_16s32s_Sfs(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s* p
                              Kvo32s scaleFactor) {
     if (pSrc1 == nullptr || pSrc2 == nullptr || pDst == nullptr) return kvoErrNullPtr;
     if (len < 1) return kvoErrSize;
-    scaled_store(pDst, len, scaleFactor,
-                 [pSrc1, pSrc2](Kvo32s i) { return Kvo64s{Kvo32s{pSrc1[i]} * pSrc2[i]}; });
+    scaled_store<true>(pDst, len, scaleFactor, [pSrc1, pSrc2](Kvo32s i) {
+        return Kvo64s{Kvo32s{pSrc1[i]} * pSrc2[i]};
+    });
     return kvoOk;
 }
 
