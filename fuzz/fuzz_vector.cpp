@@ -82,7 +82,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             break;
         case 6:
             if (len >= 2)
-                kvosMagSquared_32sc32s_Sfs(reinterpret_cast<const Kvo32sc*>(x), d32, len / 2, scale);
+                kvosMagSquared_32sc32s_Sfs(reinterpret_cast<const Kvo32sc*>(x), d32, len / 2,
+                                           scale);
             break;
         case 7:
             kvosRShiftC_16s(a, scale, d16, len);

@@ -52,7 +52,7 @@ constexpr Kvo64s sfs_scale(Kvo64s r, int s, Kvo64s lo, Kvo64s hi) {
         // |r| <= 2^62 < 2^(s-1) for s >= 64: the quotient is below one half.
         r = s >= 64 ? 0 : sfs_round_even(r, s);
     } else if (s < 0) {
-        return sfs_shift_left_sat(r, -s, lo, hi);
+        return sfs_shift_left_sat(r, s < -32 ? 32 : -s, lo, hi);
     }
     return r > hi ? hi : (r < lo ? lo : r);
 }
@@ -157,8 +157,7 @@ KvoStatus kvosMulC_32f(const Kvo32f* pSrc, Kvo32f val, Kvo32f* pDst, Kvo32s len)
 KvoStatus kvosMulC_64f(const Kvo64f* pSrc, Kvo64f val, Kvo64f* pDst, Kvo32s len);
 KvoStatus kvosMulC_32f_I(Kvo32f val, Kvo32f* pSrcDst, Kvo32s len);
 // pSrcDst[n] += pSrc1[n] * pSrc2[n].
-KvoStatus kvosAddProduct_32f(const Kvo32f* pSrc1, const Kvo32f* pSrc2, Kvo32f* pSrcDst,
-                             Kvo32s len);
+KvoStatus kvosAddProduct_32f(const Kvo32f* pSrc1, const Kvo32f* pSrc2, Kvo32f* pSrcDst, Kvo32s len);
 // Real times complex.
 KvoStatus kvosMul_32f32fc(const Kvo32f* pSrc, const Kvo32fc* pSrc2, Kvo32fc* pDst, Kvo32s len);
 
@@ -205,8 +204,8 @@ KvoStatus kvosDotProd_32f(const Kvo32f* pSrc1, const Kvo32f* pSrc2, Kvo32s len, 
 // Products and sum in double.
 KvoStatus kvosDotProd_32f64f(const Kvo32f* pSrc1, const Kvo32f* pSrc2, Kvo32s len, Kvo64f* pDp);
 // Exact 64-bit sum of products, scaled to 32 bits with the scale held to -31 .. 31.
-KvoStatus kvosDotProd_16s32s_Sfs(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len,
-                                 Kvo32s* pDp, Kvo32s scaleFactor);
+KvoStatus kvosDotProd_16s32s_Sfs(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len, Kvo32s* pDp,
+                                 Kvo32s scaleFactor);
 
 // Workers behind the dot products (len >= 1, pointers valid).
 Kvo64s ownDotProd_16s64s(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len);
@@ -223,12 +222,10 @@ KvoStatus kvosThreshold_GTVal_32f(const Kvo32f* pSrc, Kvo32f* pDst, Kvo32s len, 
 KvoStatus kvosThreshold_GTVal_64f(const Kvo64f* pSrc, Kvo64f* pDst, Kvo32s len, Kvo64f level,
                                   Kvo64f value);
 // Both; levelLT above levelGT is kvoErrThresholdOrder.
-KvoStatus kvosThreshold_LTValGTVal_32f(const Kvo32f* pSrc, Kvo32f* pDst, Kvo32s len,
-                                       Kvo32f levelLT, Kvo32f valueLT, Kvo32f levelGT,
-                                       Kvo32f valueGT);
-KvoStatus kvosThreshold_LTValGTVal_64f(const Kvo64f* pSrc, Kvo64f* pDst, Kvo32s len,
-                                       Kvo64f levelLT, Kvo64f valueLT, Kvo64f levelGT,
-                                       Kvo64f valueGT);
+KvoStatus kvosThreshold_LTValGTVal_32f(const Kvo32f* pSrc, Kvo32f* pDst, Kvo32s len, Kvo32f levelLT,
+                                       Kvo32f valueLT, Kvo32f levelGT, Kvo32f valueGT);
+KvoStatus kvosThreshold_LTValGTVal_64f(const Kvo64f* pSrc, Kvo64f* pDst, Kvo32s len, Kvo64f levelLT,
+                                       Kvo64f valueLT, Kvo64f levelGT, Kvo64f valueGT);
 // Magnitude below level becomes level with the element's sign (zero counts as
 // positive); a negative level is kvoErrThresholdNegative.
 KvoStatus kvosThreshold_LTAbs_32f(const Kvo32f* pSrc, Kvo32f* pDst, Kvo32s len, Kvo32f level);

@@ -5,21 +5,35 @@
 // Every output is accumulated in single precision in increasing k; the fixed
 // shapes compute eight outputs side by side (eight partial sums), each of which
 // still follows that order, so the fixed and the generic paths agree bit for bit.
+#include <xmmintrin.h>
+
 #include "numeric/vector.h"
 
 namespace kvo {
 
 namespace {
 
+// Eight outputs y[n0 .. n0+7] accumulated over k in [k0, k1]: one product and
+// one sum per term in single precision, as the plain loop does.
+inline void block8(const Kvo32f* x, const Kvo32f* h, Kvo32s n0, Kvo32s k0, Kvo32s k1, __m128& a0,
+                   __m128& a1) {
+    for (Kvo32s k = k0; k <= k1; ++k) {
+        const __m128 xk = _mm_set1_ps(x[k]);
+        const Kvo32f* hp = h + n0 - k;
+        a0 = _mm_add_ps(a0, _mm_mul_ps(xk, _mm_loadu_ps(hp)));
+        a1 = _mm_add_ps(a1, _mm_mul_ps(xk, _mm_loadu_ps(hp + 4)));
+    }
+}
+
 // Dense shape: every term of every output lies inside the array.
 template <int L1, int DL>
 void conv_dense(const Kvo32f* x, const Kvo32f* h, Kvo32f* y) {
     int n0 = 0;
     for (; n0 + 8 <= DL; n0 += 8) {
-        Kvo32f acc[8] = {};
-        for (int k = 0; k < L1; ++k)
-            for (int j = 0; j < 8; ++j) acc[j] += x[k] * h[n0 + j - k];
-        for (int j = 0; j < 8; ++j) y[n0 + j] = acc[j];
+        __m128 a0 = _mm_setzero_ps(), a1 = _mm_setzero_ps();
+        block8(x, h, n0, 0, L1 - 1, a0, a1);
+        _mm_storeu_ps(y + n0, a0);
+        _mm_storeu_ps(y + n0 + 4, a1);
     }
     if constexpr (DL % 8 != 0) {
         for (; n0 < DL; ++n0) {
@@ -34,9 +48,12 @@ void conv_dense(const Kvo32f* x, const Kvo32f* h, Kvo32f* y) {
 void conv_triangle(const Kvo32f* x, const Kvo32f* h, Kvo32f* y, Kvo32s N) {
     Kvo32s n0 = 0;
     for (; n0 + 8 <= N; n0 += 8) {
-        Kvo32f acc[8] = {};
-        for (Kvo32s k = 0; k <= n0; ++k)
-            for (int j = 0; j < 8; ++j) acc[j] += x[k] * h[n0 + j - k];
+        __m128 a0 = _mm_setzero_ps(), a1 = _mm_setzero_ps();
+        block8(x, h, n0, 0, n0, a0, a1);
+        alignas(16) Kvo32f acc[8];
+        _mm_store_ps(acc, a0);
+        _mm_store_ps(acc + 4, a1);
+        // The last seven terms belong only to the later outputs of the block.
         for (int j = 1; j < 8; ++j)
             for (Kvo32s k = n0 + 1; k <= n0 + j; ++k) acc[j] += x[k] * h[n0 + j - k];
         for (int j = 0; j < 8; ++j) y[n0 + j] = acc[j];

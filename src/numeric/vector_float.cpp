@@ -129,14 +129,12 @@ KvoStatus lt_gt(const T* pSrc, T* pDst, Kvo32s len, T levelLT, T valueLT, T leve
 }
 }  // namespace
 
-KvoStatus kvosThreshold_LTValGTVal_32f(const Kvo32f* pSrc, Kvo32f* pDst, Kvo32s len,
-                                       Kvo32f levelLT, Kvo32f valueLT, Kvo32f levelGT,
-                                       Kvo32f valueGT) {
+KvoStatus kvosThreshold_LTValGTVal_32f(const Kvo32f* pSrc, Kvo32f* pDst, Kvo32s len, Kvo32f levelLT,
+                                       Kvo32f valueLT, Kvo32f levelGT, Kvo32f valueGT) {
     return lt_gt(pSrc, pDst, len, levelLT, valueLT, levelGT, valueGT);
 }
-KvoStatus kvosThreshold_LTValGTVal_64f(const Kvo64f* pSrc, Kvo64f* pDst, Kvo32s len,
-                                       Kvo64f levelLT, Kvo64f valueLT, Kvo64f levelGT,
-                                       Kvo64f valueGT) {
+KvoStatus kvosThreshold_LTValGTVal_64f(const Kvo64f* pSrc, Kvo64f* pDst, Kvo32s len, Kvo64f levelLT,
+                                       Kvo64f valueLT, Kvo64f levelGT, Kvo64f valueGT) {
     return lt_gt(pSrc, pDst, len, levelLT, valueLT, levelGT, valueGT);
 }
 

@@ -144,9 +144,8 @@ KvoStatus kvosMul_16s32s_Sfs(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s* p
                              Kvo32s scaleFactor) {
     if (pSrc1 == nullptr || pSrc2 == nullptr || pDst == nullptr) return kvoErrNullPtr;
     if (len < 1) return kvoErrSize;
-    scaled_store<true>(pDst, len, scaleFactor, [pSrc1, pSrc2](Kvo32s i) {
-        return Kvo64s{Kvo32s{pSrc1[i]} * pSrc2[i]};
-    });
+    scaled_store<true>(pDst, len, scaleFactor,
+                       [pSrc1, pSrc2](Kvo32s i) { return Kvo64s{Kvo32s{pSrc1[i]} * pSrc2[i]}; });
     return kvoOk;
 }
 
@@ -167,7 +166,7 @@ KvoStatus kvosMagSquared_32sc32s_Sfs(const Kvo32sc* pSrc, Kvo32s* pDst, Kvo32s l
             pDst[i] = static_cast<Kvo32s>(u > kMax ? kMax : u);
         }
     } else {
-        const int n = -s;
+        const int n = s < -31 ? 31 : -s;
         for (Kvo32s i = 0; i < len; ++i) {
             Kvo64u u = mag(i);
             Kvo64u r = u == 0 ? 0 : (n >= 31 || u > (kMax >> n)) ? kMax : u << n;

@@ -6,7 +6,9 @@
 
 namespace kvo {
 
-void ownsZero_8u(Kvo8u* pDst, std::size_t nBytes) { std::memset(pDst, 0, nBytes); }
+void ownsZero_8u(Kvo8u* pDst, std::size_t nBytes) {
+    std::memset(pDst, 0, nBytes);
+}
 
 void ownsSet_16u(Kvo16u val, Kvo16u* pDst, std::size_t len) {
     for (std::size_t i = 0; i < len; ++i) pDst[i] = val;
@@ -51,15 +53,33 @@ KvoStatus move(const T* pSrc, T* pDst, Kvo32s len) {
 
 }  // namespace
 
-KvoStatus kvosZero_8u(Kvo8u* pDst, Kvo32s len) { return zero(pDst, len); }
-KvoStatus kvosZero_16s(Kvo16s* pDst, Kvo32s len) { return zero(pDst, len); }
-KvoStatus kvosZero_16sc(Kvo16sc* pDst, Kvo32s len) { return zero(pDst, len); }
-KvoStatus kvosZero_32s(Kvo32s* pDst, Kvo32s len) { return zero(pDst, len); }
-KvoStatus kvosZero_32f(Kvo32f* pDst, Kvo32s len) { return zero(pDst, len); }
-KvoStatus kvosZero_32fc(Kvo32fc* pDst, Kvo32s len) { return zero(pDst, len); }
-KvoStatus kvosZero_64s(Kvo64s* pDst, Kvo32s len) { return zero(pDst, len); }
-KvoStatus kvosZero_64f(Kvo64f* pDst, Kvo32s len) { return zero(pDst, len); }
-KvoStatus kvosZero_64fc(Kvo64fc* pDst, Kvo32s len) { return zero(pDst, len); }
+KvoStatus kvosZero_8u(Kvo8u* pDst, Kvo32s len) {
+    return zero(pDst, len);
+}
+KvoStatus kvosZero_16s(Kvo16s* pDst, Kvo32s len) {
+    return zero(pDst, len);
+}
+KvoStatus kvosZero_16sc(Kvo16sc* pDst, Kvo32s len) {
+    return zero(pDst, len);
+}
+KvoStatus kvosZero_32s(Kvo32s* pDst, Kvo32s len) {
+    return zero(pDst, len);
+}
+KvoStatus kvosZero_32f(Kvo32f* pDst, Kvo32s len) {
+    return zero(pDst, len);
+}
+KvoStatus kvosZero_32fc(Kvo32fc* pDst, Kvo32s len) {
+    return zero(pDst, len);
+}
+KvoStatus kvosZero_64s(Kvo64s* pDst, Kvo32s len) {
+    return zero(pDst, len);
+}
+KvoStatus kvosZero_64f(Kvo64f* pDst, Kvo32s len) {
+    return zero(pDst, len);
+}
+KvoStatus kvosZero_64fc(Kvo64fc* pDst, Kvo32s len) {
+    return zero(pDst, len);
+}
 
 KvoStatus kvosSet_16s(Kvo16s val, Kvo16s* pDst, Kvo32s len) {
     if (pDst == nullptr) return kvoErrNullPtr;
@@ -91,7 +111,9 @@ KvoStatus kvosSet_64f(Kvo64f val, Kvo64f* pDst, Kvo32s len) {
     return kvoOk;
 }
 
-KvoStatus kvosCopy_8u(const Kvo8u* pSrc, Kvo8u* pDst, Kvo32s len) { return copy(pSrc, pDst, len); }
+KvoStatus kvosCopy_8u(const Kvo8u* pSrc, Kvo8u* pDst, Kvo32s len) {
+    return copy(pSrc, pDst, len);
+}
 KvoStatus kvosCopy_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len) {
     return copy(pSrc, pDst, len);
 }

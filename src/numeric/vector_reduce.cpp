@@ -170,7 +170,8 @@ Kvo32f ownDotProd_32f(const Kvo32f* pSrc1, const Kvo32f* pSrc2, Kvo32s len) {
     for (; i + 8 <= len; i += 8)
         for (int j = 0; j < 8; ++j) lane[j] += pSrc1[i + j] * pSrc2[i + j];
     for (int j = 0; i < len; ++i, ++j) lane[j] += pSrc1[i] * pSrc2[i];
-    return ((lane[0] + lane[4]) + (lane[1] + lane[5])) + ((lane[2] + lane[6]) + (lane[3] + lane[7]));
+    return ((lane[0] + lane[4]) + (lane[1] + lane[5])) +
+           ((lane[2] + lane[6]) + (lane[3] + lane[7]));
 }
 
 KvoStatus kvosDotProd_32f(const Kvo32f* pSrc1, const Kvo32f* pSrc2, Kvo32s len, Kvo32f* pDp) {
@@ -202,8 +203,8 @@ Kvo64s ownDotProd_16s64s(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len) {
                     : vec_scalar::dotprod_16s64s(pSrc1, pSrc2, len);
 }
 
-KvoStatus kvosDotProd_16s32s_Sfs(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len,
-                                 Kvo32s* pDp, Kvo32s scaleFactor) {
+KvoStatus kvosDotProd_16s32s_Sfs(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len, Kvo32s* pDp,
+                                 Kvo32s scaleFactor) {
     if (pSrc1 == nullptr || pSrc2 == nullptr || pDp == nullptr) return kvoErrNullPtr;
     if (len < 1) return kvoErrSize;
     const int s = scaleFactor > 31 ? 31 : (scaleFactor < -31 ? -31 : scaleFactor);

@@ -33,7 +33,8 @@ void add_16s(const Kvo16s* a, const Kvo16s* b, Kvo16s* d, Kvo32s len) {
     Kvo32s i = head_16s(d, len);
     vec_scalar::add_16s(a, b, d, i);
     for (; i + 8 <= len; i += 8)
-        _mm_store_si128(reinterpret_cast<__m128i*>(d + i), _mm_adds_epi16(loadu(a + i), loadu(b + i)));
+        _mm_store_si128(reinterpret_cast<__m128i*>(d + i),
+                        _mm_adds_epi16(loadu(a + i), loadu(b + i)));
     vec_scalar::add_16s(a + i, b + i, d + i, len - i);
 }
 
@@ -41,7 +42,8 @@ void sub_16s(const Kvo16s* a, const Kvo16s* b, Kvo16s* d, Kvo32s len) {
     Kvo32s i = head_16s(d, len);
     vec_scalar::sub_16s(a, b, d, i);
     for (; i + 8 <= len; i += 8)
-        _mm_store_si128(reinterpret_cast<__m128i*>(d + i), _mm_subs_epi16(loadu(b + i), loadu(a + i)));
+        _mm_store_si128(reinterpret_cast<__m128i*>(d + i),
+                        _mm_subs_epi16(loadu(b + i), loadu(a + i)));
     vec_scalar::sub_16s(a + i, b + i, d + i, len - i);
 }
 

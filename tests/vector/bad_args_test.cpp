@@ -19,7 +19,10 @@ struct BadCase {
 };
 
 #define P(T, i) static_cast<T*>(p[i])
-#define CASE(name, n, expr) {#name, n, [](void* const* p, Kvo32s len) -> KvoStatus { return expr; }}
+#define CASE(name, n, expr)                                                    \
+    {                                                                          \
+#name, n, [](void* const* p, Kvo32s len) -> KvoStatus { return expr; } \
+    }
 
 const BadCase kCases[] = {
     CASE(Zero_8u, 1, kvosZero_8u(P(Kvo8u, 0), len)),

@@ -184,10 +184,10 @@ TEST(FloatReductions, SumsAndDotProductsCloseToExact) {
 struct ConvShape {
     int len2, len1, dstLen, bias;
 };
-const ConvShape kShapes[] = {{45, 4, 41, 4},    {50, 11, 40, 10}, {56, 16, 40, 16},
-                             {70, 31, 40, 30},  {110, 31, 80, 30}, {40, 40, 40, 0},
-                             {60, 60, 60, 0},   {13, 5, 20, 3},   {9, 9, 9, 0},
-                             {30, 7, 12, -4},   {5, 12, 30, 20}};
+const ConvShape kShapes[] = {{45, 4, 41, 4},   {50, 11, 40, 10},  {56, 16, 40, 16},
+                             {70, 31, 40, 30}, {110, 31, 80, 30}, {40, 40, 40, 0},
+                             {60, 60, 60, 0},  {13, 5, 20, 3},    {9, 9, 9, 0},
+                             {30, 7, 12, -4},  {5, 12, 30, 20}};
 
 class ConvBiased : public ::testing::TestWithParam<ConvShape> {};
 
@@ -197,9 +197,9 @@ TEST_P(ConvBiased, MatchesDoubleModel) {
     auto x = randf(rng, c.len1);
     auto h = randf(rng, c.len2);
     std::vector<float> y(c.dstLen + 1, 123.0f);
-    ASSERT_EQ(kvosConvBiased_32f(x.data(), c.len1, h.data() + c.bias, c.len2, y.data(), c.dstLen,
-                                 c.bias),
-              kvoOk);
+    ASSERT_EQ(
+        kvosConvBiased_32f(x.data(), c.len1, h.data() + c.bias, c.len2, y.data(), c.dstLen, c.bias),
+        kvoOk);
     for (int n = 0; n < c.dstLen; ++n) {
         double want = 0;
         for (int k = 0; k < c.len1; ++k) {

@@ -18,13 +18,20 @@ namespace {
 
 constexpr int kLen = 97;
 
+// Every scale from far below to far above the bounds, and the extremes of the type.
+const std::vector<int> kScales = [] {
+    std::vector<int> v{INT32_MIN, INT32_MIN + 1, -1000, 1000, INT32_MAX};
+    for (int s = -70; s <= 70; ++s) v.push_back(s);
+    return v;
+}();
+
 // One scaled element-wise operation: the call and its exact wide result.
 struct ScaledCase {
     const char* name;
     bool out16;
     std::function<KvoStatus(const std::vector<Kvo16s>&, const std::vector<Kvo16s>&,
-                            const std::vector<Kvo32s>&, const std::vector<Kvo32s>&, Kvo16s,
-                            void*, int)>
+                            const std::vector<Kvo32s>&, const std::vector<Kvo32s>&, Kvo16s, void*,
+                            int)>
         call;
     std::function<i128(Kvo16s, Kvo16s, Kvo32s, Kvo32s, Kvo16s)> exact;
 };
@@ -69,9 +76,9 @@ TEST_P(ScaledOps, MatchWideModelAtEveryScale) {
         auto x = vt::mixed<Kvo32s>(rng, kLen, vt::kSpecial32);
         auto y = vt::mixed<Kvo32s>(rng, kLen, vt::kSpecial32);
         for (Kvo16s v : vals) {
-            for (int s = -70; s <= 70; ++s) {
-                SCOPED_TRACE(testing::Message() << c.name << " seed 1234 rep " << rep
-                                                << " val " << v << " scale " << s);
+            for (int s : kScales) {
+                SCOPED_TRACE(testing::Message() << c.name << " seed 1234 rep " << rep << " val "
+                                                << v << " scale " << s);
                 Kvo32s out[kLen];
                 ASSERT_EQ(c.call(a, b, x, y, v, out, s), kvoOk);
                 for (int i = 0; i < kLen; ++i) {
@@ -115,13 +122,15 @@ TEST(MagSquared, TruncatesAndHoldsAtLimit) {
     re[1] = im[1] = 0;
     std::vector<Kvo32sc> src(64);
     for (int i = 0; i < 64; ++i) src[i] = {re[i], im[i]};
-    for (int s = -40; s <= 70; ++s) {
+    for (int s : kScales) {
         SCOPED_TRACE(testing::Message() << "seed 77 scale " << s);
         Kvo32s out[64];
         ASSERT_EQ(kvosMagSquared_32sc32s_Sfs(src.data(), out, 64, s), kvoOk);
         for (int i = 0; i < 64; ++i) {
             i128 m = i128{re[i]} * re[i] + i128{im[i]} * im[i];
-            i128 want = s >= 0 ? (s >= 100 ? 0 : m >> s) : (m == 0 ? 0 : (-s >= 64 ? i128{1} << 64 : m << -s));
+            long ns = -static_cast<long>(s);
+            i128 want = s >= 0 ? (s >= 100 ? 0 : m >> s)
+                               : (m == 0 ? 0 : (ns >= 64 ? i128{1} << 64 : m << ns));
             if (want > 0x7fffffff) want = 0x7fffffff;
             ASSERT_EQ(out[i], static_cast<Kvo32s>(want)) << i;
         }
@@ -143,14 +152,15 @@ TEST(IntegerReductions, SumsAndDotProductMatchModel) {
             sx += x[i];
             dot += i128{a[i]} * b[i];
         }
-        for (int s = -70; s <= 70; ++s) {
+        for (int s : kScales) {
             SCOPED_TRACE(testing::Message() << "seed 99 len " << len << " scale " << s);
             Kvo32s r32;
             Kvo16s r16;
             ASSERT_EQ(kvosSum_16s32s_Sfs(a.data(), len, &r32, s), kvoOk);
             EXPECT_EQ(r32, vt::model32(sa, s));
             ASSERT_EQ(kvosSum_16s_Sfs(a.data(), len, &r16, s), kvoOk);
-            EXPECT_EQ(r16, static_cast<Kvo16s>(vt::scale_model(vt::model32(sa, s), 0, -32768, 32767)));
+            EXPECT_EQ(r16,
+                      static_cast<Kvo16s>(vt::scale_model(vt::model32(sa, s), 0, -32768, 32767)));
             ASSERT_EQ(kvosSum_32s_Sfs(x.data(), len, &r32, s), kvoOk);
             EXPECT_EQ(r32, vt::model32(sx, s < -31 ? -31 : (s > 63 ? 63 : s)));
             ASSERT_EQ(kvosDotProd_16s32s_Sfs(a.data(), b.data(), len, &r32, s), kvoOk);
@@ -249,7 +259,8 @@ TEST(Shifts, MatchModelForEveryCount) {
             auto floordiv = [](i128 v, i128 d) { return v >= 0 ? v / d : -((-v + d - 1) / d); };
             EXPECT_EQ(r[i], static_cast<Kvo16s>(floordiv(a[i], p16)));
             EXPECT_EQ(r32[i], static_cast<Kvo32s>(floordiv(x[i], p32)));
-            Kvo32u wrapped = c >= 16 ? 0 : (static_cast<Kvo32u>(static_cast<Kvo16u>(a[i])) * (1u << c)) & 0xffff;
+            Kvo32u wrapped =
+                c >= 16 ? 0 : (static_cast<Kvo32u>(static_cast<Kvo16u>(a[i])) * (1u << c)) & 0xffff;
             EXPECT_EQ(static_cast<Kvo16u>(l[i]), wrapped);
         }
     }

@@ -18,13 +18,13 @@ TEST(Simd, TwinsEqualPlainLoops) {
     std::mt19937 rng(31337);
     for (int rep = 0; rep < 3; ++rep) {
         // Extreme data every third round.
-        auto src = rep == 2 ? std::vector<Kvo16s>(64, -32768)
-                            : vt::mixed<Kvo16s>(rng, 64, vt::kSpecial16);
+        auto src =
+            rep == 2 ? std::vector<Kvo16s>(64, -32768) : vt::mixed<Kvo16s>(rng, 64, vt::kSpecial16);
         auto src2 = vt::mixed<Kvo16s>(rng, 64, vt::kSpecial16);
         for (int len = 1; len <= 25; ++len) {
             for (int off = 0; off < 16; ++off) {
-                SCOPED_TRACE(testing::Message() << "seed 31337 rep " << rep << " len " << len
-                                                << " offset " << off);
+                SCOPED_TRACE(testing::Message()
+                             << "seed 31337 rep " << rep << " len " << len << " offset " << off);
                 const Kvo16s* a = src.data() + off;
                 const Kvo16s* b = src2.data() + (15 - off);
                 alignas(16) Kvo16s d1[48], d2[48];
@@ -43,8 +43,10 @@ TEST(Simd, TwinsEqualPlainLoops) {
                         ASSERT_EQ(0, std::memcmp(d1, d2, sizeof d1)) << "val " << v << " sf " << sf;
                     }
                 }
-                ASSERT_EQ(vec_scalar::dotprod_16s64s(a, b, len), vec_sse2::dotprod_16s64s(a, b, len));
-                ASSERT_EQ(vec_scalar::dotprod_16s64s(a, a, len), vec_sse2::dotprod_16s64s(a, a, len));
+                ASSERT_EQ(vec_scalar::dotprod_16s64s(a, b, len),
+                          vec_sse2::dotprod_16s64s(a, b, len));
+                ASSERT_EQ(vec_scalar::dotprod_16s64s(a, a, len),
+                          vec_sse2::dotprod_16s64s(a, a, len));
             }
         }
     }

@@ -37,8 +37,12 @@ inline i128 scale_model(i128 r, long s, i128 lo, i128 hi) {
     }
     return r > hi ? hi : (r < lo ? lo : r);
 }
-inline Kvo32s model32(i128 r, long s) { return static_cast<Kvo32s>(scale_model(r, s, INT32_MIN, INT32_MAX)); }
-inline Kvo16s model16(i128 r, long s) { return static_cast<Kvo16s>(scale_model(r, s, INT16_MIN, INT16_MAX)); }
+inline Kvo32s model32(i128 r, long s) {
+    return static_cast<Kvo32s>(scale_model(r, s, INT32_MIN, INT32_MAX));
+}
+inline Kvo16s model16(i128 r, long s) {
+    return static_cast<Kvo16s>(scale_model(r, s, INT16_MIN, INT16_MAX));
+}
 
 // Random data with the extremes and the small values of the rounding ties mixed in.
 template <class T>
@@ -52,10 +56,9 @@ std::vector<T> mixed(std::mt19937& rng, int n, const std::vector<T>& specials) {
     return v;
 }
 
-inline const std::vector<Kvo16s> kSpecial16 = {-32768, -32767, -16384, -5, -3, -2, -1, 0,
+inline const std::vector<Kvo16s> kSpecial16 = {-32768, -32767, -16384, -5, -3,    -2,    -1,   0,
                                                1,      2,      3,      5,  16384, 32766, 32767};
-inline const std::vector<Kvo32s> kSpecial32 = {INT32_MIN, INT32_MIN + 1, -65536, -5, -3, -1, 0,
-                                               1,         3,             5,      65536,
-                                               INT32_MAX - 1, INT32_MAX};
+inline const std::vector<Kvo32s> kSpecial32 = {
+    INT32_MIN, INT32_MIN + 1, -65536, -5, -3, -1, 0, 1, 3, 5, 65536, INT32_MAX - 1, INT32_MAX};
 
 }  // namespace vt
