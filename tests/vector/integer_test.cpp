@@ -1,0 +1,281 @@
+// Element-wise integer operations and integer reductions of the vector layer
+// against a 128-bit model with ties-to-even rounding, over every scale from far
+// below to far above each operation's bounds.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <random>
+#include <vector>
+
+#include "numeric/vector.h"
+#include "vec_model.h"
+
+using namespace kvo;
+using vt::i128;
+
+namespace {
+
+constexpr int kLen = 97;
+
+// Every scale from far below to far above the bounds, and the extremes of the type.
+const std::vector<int> kScales = [] {
+    std::vector<int> v{INT32_MIN, INT32_MIN + 1, -1000, 1000, INT32_MAX};
+    for (int s = -70; s <= 70; ++s) v.push_back(s);
+    return v;
+}();
+
+// One scaled element-wise operation: the call and its exact wide result.
+struct ScaledCase {
+    const char* name;
+    bool out16;
+    std::function<KvoStatus(const std::vector<Kvo16s>&, const std::vector<Kvo16s>&,
+                            const std::vector<Kvo32s>&, const std::vector<Kvo32s>&, Kvo16s, void*,
+                            int)>
+        call;
+    std::function<i128(Kvo16s, Kvo16s, Kvo32s, Kvo32s, Kvo16s)> exact;
+};
+
+const ScaledCase kScaled[] = {
+    {"Add_32s_Sfs", false,
+     [](auto&, auto&, auto& c, auto& d, Kvo16s, void* o, int s) {
+         return kvosAdd_32s_Sfs(c.data(), d.data(), static_cast<Kvo32s*>(o), kLen, s);
+     },
+     [](Kvo16s, Kvo16s, Kvo32s c, Kvo32s d, Kvo16s) { return i128{c} + d; }},
+    {"SubC_16s_Sfs", true,
+     [](auto& a, auto&, auto&, auto&, Kvo16s v, void* o, int s) {
+         return kvosSubC_16s_Sfs(a.data(), v, static_cast<Kvo16s*>(o), kLen, s);
+     },
+     [](Kvo16s a, Kvo16s, Kvo32s, Kvo32s, Kvo16s v) { return i128{a} - v; }},
+    {"SubCRev_16s_Sfs", true,
+     [](auto& a, auto&, auto&, auto&, Kvo16s v, void* o, int s) {
+         return kvosSubCRev_16s_Sfs(a.data(), v, static_cast<Kvo16s*>(o), kLen, s);
+     },
+     [](Kvo16s a, Kvo16s, Kvo32s, Kvo32s, Kvo16s v) { return i128{v} - a; }},
+    {"MulC_16s_Sfs", true,
+     [](auto& a, auto&, auto&, auto&, Kvo16s v, void* o, int s) {
+         return kvosMulC_16s_Sfs(a.data(), v, static_cast<Kvo16s*>(o), kLen, s);
+     },
+     [](Kvo16s a, Kvo16s, Kvo32s, Kvo32s, Kvo16s v) { return i128{a} * v; }},
+    {"Mul_16s32s_Sfs", false,
+     [](auto& a, auto& b, auto&, auto&, Kvo16s, void* o, int s) {
+         return kvosMul_16s32s_Sfs(a.data(), b.data(), static_cast<Kvo32s*>(o), kLen, s);
+     },
+     [](Kvo16s a, Kvo16s b, Kvo32s, Kvo32s, Kvo16s) { return i128{a} * b; }},
+};
+
+class ScaledOps : public ::testing::TestWithParam<ScaledCase> {};
+
+TEST_P(ScaledOps, MatchWideModelAtEveryScale) {
+    const ScaledCase& c = GetParam();
+    std::mt19937 rng(1234);
+    const Kvo16s vals[] = {0, 1, -1, 3, -32768, 32767, 12345, -777};
+    for (int rep = 0; rep < 4; ++rep) {
+        auto a = vt::mixed<Kvo16s>(rng, kLen, vt::kSpecial16);
+        auto b = vt::mixed<Kvo16s>(rng, kLen, vt::kSpecial16);
+        auto x = vt::mixed<Kvo32s>(rng, kLen, vt::kSpecial32);
+        auto y = vt::mixed<Kvo32s>(rng, kLen, vt::kSpecial32);
+        for (Kvo16s v : vals) {
+            for (int s : kScales) {
+                SCOPED_TRACE(testing::Message() << c.name << " seed 1234 rep " << rep << " val "
+                                                << v << " scale " << s);
+                Kvo32s out[kLen];
+                ASSERT_EQ(c.call(a, b, x, y, v, out, s), kvoOk);
+                for (int i = 0; i < kLen; ++i) {
+                    i128 r = c.exact(a[i], b[i], x[i], y[i], v);
+                    if (c.out16)
+                        ASSERT_EQ(reinterpret_cast<Kvo16s*>(out)[i], vt::model16(r, s)) << i;
+                    else
+                        ASSERT_EQ(out[i], vt::model32(r, s)) << i;
+                }
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Vector, ScaledOps, ::testing::ValuesIn(kScaled),
+                         [](const ::testing::TestParamInfo<ScaledCase>& p) {
+                             std::string n = p.param.name;
+                             return n.substr(0, n.find('_'));
+                         });
+
+TEST(ScaledOps, TiesGoToEven) {
+    const Kvo32s a[] = {1, 3, 5, -1, -3, -5, 7};
+    const Kvo32s z[] = {0, 0, 0, 0, 0, 0, 0};
+    Kvo32s out[7];
+    ASSERT_EQ(kvosAdd_32s_Sfs(a, z, out, 7, 1), kvoOk);
+    const Kvo32s want[] = {0, 2, 2, 0, -2, -2, 4};
+    EXPECT_EQ(0, std::memcmp(out, want, sizeof want));
+    // Add_32s_Sfs: the 64-bit sum survives to the shift.
+    const Kvo32s big[] = {INT32_MAX};
+    ASSERT_EQ(kvosAdd_32s_Sfs(big, big, out, 1, 1), kvoOk);
+    EXPECT_EQ(out[0], INT32_MAX);
+    ASSERT_EQ(kvosAdd_32s_Sfs(big, big, out, 1, 33), kvoOk);
+    EXPECT_EQ(out[0], 0);
+}
+
+TEST(MagSquared, TruncatesAndHoldsAtLimit) {
+    std::mt19937 rng(77);
+    auto re = vt::mixed<Kvo32s>(rng, 64, vt::kSpecial32);
+    auto im = vt::mixed<Kvo32s>(rng, 64, vt::kSpecial32);
+    re[0] = im[0] = INT32_MIN;  // 2^63, the unsigned maximum
+    re[1] = im[1] = 0;
+    std::vector<Kvo32sc> src(64);
+    for (int i = 0; i < 64; ++i) src[i] = {re[i], im[i]};
+    for (int s : kScales) {
+        SCOPED_TRACE(testing::Message() << "seed 77 scale " << s);
+        Kvo32s out[64];
+        ASSERT_EQ(kvosMagSquared_32sc32s_Sfs(src.data(), out, 64, s), kvoOk);
+        for (int i = 0; i < 64; ++i) {
+            i128 m = i128{re[i]} * re[i] + i128{im[i]} * im[i];
+            long ns = -static_cast<long>(s);
+            i128 want = s >= 0 ? (s >= 100 ? 0 : m >> s)
+                               : (m == 0 ? 0 : (ns >= 64 ? i128{1} << 64 : m << ns));
+            if (want > 0x7fffffff) want = 0x7fffffff;
+            ASSERT_EQ(out[i], static_cast<Kvo32s>(want)) << i;
+        }
+    }
+    Kvo32s out;
+    ASSERT_EQ(kvosMagSquared_32sc32s_Sfs(src.data(), &out, 1, 63), kvoOk);
+    EXPECT_EQ(out, 1);
+}
+
+TEST(IntegerReductions, SumsAndDotProductMatchModel) {
+    std::mt19937 rng(99);
+    for (int len : {1, 2, 7, 8, 9, 31, 200, 70000}) {
+        auto a = vt::mixed<Kvo16s>(rng, len, vt::kSpecial16);
+        auto b = vt::mixed<Kvo16s>(rng, len, vt::kSpecial16);
+        auto x = vt::mixed<Kvo32s>(rng, len, vt::kSpecial32);
+        i128 sa = 0, sx = 0, dot = 0;
+        for (int i = 0; i < len; ++i) {
+            sa += a[i];
+            sx += x[i];
+            dot += i128{a[i]} * b[i];
+        }
+        for (int s : kScales) {
+            SCOPED_TRACE(testing::Message() << "seed 99 len " << len << " scale " << s);
+            Kvo32s r32;
+            Kvo16s r16;
+            ASSERT_EQ(kvosSum_16s32s_Sfs(a.data(), len, &r32, s), kvoOk);
+            EXPECT_EQ(r32, vt::model32(sa, s));
+            ASSERT_EQ(kvosSum_16s_Sfs(a.data(), len, &r16, s), kvoOk);
+            EXPECT_EQ(r16,
+                      static_cast<Kvo16s>(vt::scale_model(vt::model32(sa, s), 0, -32768, 32767)));
+            ASSERT_EQ(kvosSum_32s_Sfs(x.data(), len, &r32, s), kvoOk);
+            EXPECT_EQ(r32, vt::model32(sx, s < -31 ? -31 : (s > 63 ? 63 : s)));
+            ASSERT_EQ(kvosDotProd_16s32s_Sfs(a.data(), b.data(), len, &r32, s), kvoOk);
+            EXPECT_EQ(r32, vt::model32(dot, s < -31 ? -31 : (s > 31 ? 31 : s)));
+        }
+    }
+}
+
+TEST(IntegerReductions, DotProductHasNoWrapAndHoldsScaleAt31) {
+    std::vector<Kvo16s> m(32768, -32768);
+    Kvo32s r = 0;
+    ASSERT_EQ(kvosDotProd_16s32s_Sfs(m.data(), m.data(), 32768, &r, 0), kvoOk);
+    EXPECT_EQ(r, 0x7fffffff);
+    // 1024 products of 2^30 make 2^40; scale 40 counts as 31.
+    ASSERT_EQ(kvosDotProd_16s32s_Sfs(m.data(), m.data(), 1024, &r, 40), kvoOk);
+    EXPECT_EQ(r, 512);
+    ASSERT_EQ(kvosDotProd_16s32s_Sfs(m.data(), m.data(), 1024, &r, 31), kvoOk);
+    EXPECT_EQ(r, 512);
+}
+
+TEST(IntegerReductions, ExtremesAndFirstIndex) {
+    const Kvo32s v[] = {5, 9, 9};
+    Kvo32s r = 0, at = -1;
+    ASSERT_EQ(kvosMaxIndx_32s(v, 3, &r, &at), kvoOk);
+    EXPECT_EQ(r, 9);
+    EXPECT_EQ(at, 1);
+    r = 0;
+    ASSERT_EQ(kvosMaxIndx_32s(v, 3, &r, nullptr), kvoOk);
+    EXPECT_EQ(r, 9);
+    const Kvo16s w[] = {4, -3, 7, -3, -3};
+    Kvo16s r16 = 0;
+    ASSERT_EQ(kvosMinIndx_16s(w, 5, &r16, &at), kvoOk);
+    EXPECT_EQ(r16, -3);
+    EXPECT_EQ(at, 1);
+    ASSERT_EQ(kvosMax_16s(w, 5, &r16), kvoOk);
+    EXPECT_EQ(r16, 7);
+    ASSERT_EQ(kvosMin_16s(w, 5, &r16), kvoOk);
+    EXPECT_EQ(r16, -3);
+    const Kvo16s neg[] = {-32768};
+    ASSERT_EQ(kvosMaxAbs_16s(neg, 1, &r16), kvoOk);
+    EXPECT_EQ(r16, 32767);
+    Kvo16s a16;
+    ASSERT_EQ(kvosAbs_16s(neg, &a16, 1), kvoOk);
+    EXPECT_EQ(a16, 32767);
+    const Kvo32s neg32[] = {3, INT32_MIN, -7};
+    ASSERT_EQ(kvosMaxAbs_32s(neg32, 3, &r), kvoOk);
+    EXPECT_EQ(r, INT32_MAX);
+    ASSERT_EQ(kvosMax_32s(neg32, 3, &r), kvoOk);
+    EXPECT_EQ(r, 3);
+}
+
+// ---- shifts -------------------------------------------------------------------------
+
+TEST(Shifts, CheckOrder) {
+    Kvo16s s[4] = {1, 2, 3, 4}, d[4] = {9, 9, 9, 9};
+    Kvo32s s32[4] = {1, 2, 3, 4}, d32[4] = {};
+    // Null before size before count.
+    EXPECT_EQ(kvosRShiftC_16s(nullptr, -1, d, 4), kvoErrNullPtr);
+    EXPECT_EQ(kvosRShiftC_16s(s, -1, d, 0), kvoErrSize);
+    EXPECT_EQ(kvosRShiftC_16s(s, -1, d, 4), kvoErrShiftCount);
+    EXPECT_EQ(kvosRShiftC_32s(s32, -1, nullptr, 0), kvoErrNullPtr);
+    EXPECT_EQ(kvosRShiftC_32s(s32, -1, d32, 0), kvoErrSize);
+    EXPECT_EQ(kvosRShiftC_32s(s32, -5, d32, 4), kvoErrShiftCount);
+    EXPECT_EQ(kvosLShiftC_16s(nullptr, -1, d, 0), kvoErrNullPtr);
+    EXPECT_EQ(kvosLShiftC_16s(s, -1, d, 0), kvoErrSize);
+    EXPECT_EQ(kvosLShiftC_16s(s, -1, d, 4), kvoErrShiftCount);
+    // Count 0 is the copy, with the copy's checks.
+    EXPECT_EQ(kvosRShiftC_16s(nullptr, 0, d, 4), kvoErrNullPtr);
+    EXPECT_EQ(kvosLShiftC_16u(reinterpret_cast<Kvo16u*>(s), 0, nullptr, 4), kvoErrNullPtr);
+    EXPECT_EQ(kvosRShiftC_32s(s32, 0, d32, 0), kvoErrSize);
+    // Count 16 or more on the left: source tested, then the zeroing's own checks.
+    EXPECT_EQ(kvosLShiftC_16s(nullptr, 16, d, 4), kvoErrNullPtr);
+    EXPECT_EQ(kvosLShiftC_16s(s, 16, nullptr, 4), kvoErrNullPtr);
+    EXPECT_EQ(kvosLShiftC_16s(s, 99, d, 0), kvoErrSize);
+    for (Kvo16s x : d) EXPECT_EQ(x, 9);
+    ASSERT_EQ(kvosLShiftC_16s(s, 16, d, 4), kvoOk);
+    for (Kvo16s x : d) EXPECT_EQ(x, 0);
+    ASSERT_EQ(kvosRShiftC_32s(s32, 0, d32, 4), kvoOk);
+    EXPECT_EQ(0, std::memcmp(s32, d32, sizeof s32));
+}
+
+TEST(Shifts, MatchModelForEveryCount) {
+    std::mt19937 rng(5);
+    auto a = vt::mixed<Kvo16s>(rng, 40, vt::kSpecial16);
+    auto x = vt::mixed<Kvo32s>(rng, 40, vt::kSpecial32);
+    for (int c = 0; c <= 40; ++c) {
+        SCOPED_TRACE(testing::Message() << "seed 5 count " << c);
+        Kvo16s r[40], l[40];
+        Kvo32s r32[40];
+        ASSERT_EQ(kvosRShiftC_16s(a.data(), c, r, 40), kvoOk);
+        ASSERT_EQ(kvosLShiftC_16s(a.data(), c, l, 40), kvoOk);
+        ASSERT_EQ(kvosRShiftC_32s(x.data(), c, r32, 40), kvoOk);
+        for (int i = 0; i < 40; ++i) {
+            // floor division by 2^c; sign fill once the count reaches the width.
+            i128 p16 = i128{1} << (c < 16 ? c : 16), p32 = i128{1} << (c < 32 ? c : 32);
+            auto floordiv = [](i128 v, i128 d) { return v >= 0 ? v / d : -((-v + d - 1) / d); };
+            EXPECT_EQ(r[i], static_cast<Kvo16s>(floordiv(a[i], p16)));
+            EXPECT_EQ(r32[i], static_cast<Kvo32s>(floordiv(x[i], p32)));
+            Kvo32u wrapped =
+                c >= 16 ? 0 : (static_cast<Kvo32u>(static_cast<Kvo16u>(a[i])) * (1u << c)) & 0xffff;
+            EXPECT_EQ(static_cast<Kvo16u>(l[i]), wrapped);
+        }
+    }
+}
+
+TEST(Shifts, OverlappingOperandsFollowForwardOrder) {
+    Kvo16s buf[12], want[12];
+    for (int i = 0; i < 12; ++i) buf[i] = want[i] = static_cast<Kvo16s>(-1000 * (i + 1));
+    for (int i = 0; i < 10; ++i) want[i + 1] = static_cast<Kvo16s>(want[i] >> 1);
+    ASSERT_EQ(kvosRShiftC_16s(buf, 1, buf + 1, 10), kvoOk);
+    EXPECT_EQ(0, std::memcmp(buf, want, sizeof buf));
+    for (int i = 0; i < 12; ++i) buf[i] = want[i] = static_cast<Kvo16s>(i * 3 - 7);
+    for (int i = 0; i < 12; ++i) want[i] = static_cast<Kvo16s>(want[i] * 4);
+    ASSERT_EQ(kvosLShiftC_16s(buf, 2, buf, 12), kvoOk);
+    EXPECT_EQ(0, std::memcmp(buf, want, sizeof buf));
+}
+
+}  // namespace
