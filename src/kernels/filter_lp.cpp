@@ -31,42 +31,130 @@ inline Kvo32s synth_chain_sample(const Kvo16s* a, int order, Kvo16s xn, const Kv
     return s;
 }
 
-// ORDER > 0 fixes the order at compile time (the order-10 hot path); 0 takes order_rt.
-template <int ORDER>
+// Rounding of an exact (unsaturated) sum: the value of the chain's shift and rounding, and
+// whether either saturated.  With sh = 15 - scale the doubled sum saturates the shift below
+// -2^(30 - sh) and the rounding add at or above 0x7fff8000 >> (sh + 1).
+template <int SCALE>
+inline Kvo16s fast_finish(Kvo32s acc, bool& ovf) {
+    constexpr Kvo32s lo_thr = -(1 << (SCALE + 15));
+    constexpr Kvo32s hi_thr = 0x7fff8000 >> (16 - SCALE);
+    ovf |= (acc < lo_thr) | (acc >= hi_thr);
+    return sat16((acc + (1 << (SCALE - 1))) >> SCALE);
+}
+
+// One output by the ordered chain, out of line: the rare loud sample.
+[[gnu::noinline]] Kvo16s synth_slow_sample(const Kvo16s* a, int order, Kvo16s xn, const Kvo16s* y,
+                                          int n, const Kvo16s* mem, int scale, bool& ovf) {
+    return chain_finish(synth_chain_sample(a, order, xn, y, n, mem, ovf), 15 - scale, ovf);
+}
+
+// Magnitude bound of the fast path.  Every doubled partial sum of an output is bounded by
+// 2 * (|a0 x| + sum |a_k| ymax), ymax the largest output magnitude the taps can reach: at or
+// below 0x3fffffff none of them, and no product, can saturate, and the plain sum is the
+// chain's value.
+struct QuietBound {
+    Kvo64s abs_a0, abs_rest;
+    Kvo32s ymax;
+    bool quiet(Kvo16s xn) const { return abs_a0 * abs32(xn) + abs_rest * ymax <= 0x3fffffff; }
+    void seen(Kvo16s v) { ymax = std::max(ymax, abs32(v)); }
+};
+
+// Body of the synthesis, where every tap reads the output vector: runs from n while the
+// samples are quiet and returns the first one it did not do.  The older taps are summed as a
+// tree while the newest output is still being computed, so the recursion's critical path is
+// one multiply, one subtraction and the rounding.  Order 10 keeps its ten outputs in
+// registers.  Any grouping of the sum is exact here: the quiet bound covers every subset.
+template <int SCALE>
+int synth_body_fast10(const Kvo16s* a, const Kvo16s* x, Kvo16s* y, int n, int len,
+                      QuietBound& qb, bool& ovf) {
+    const Kvo32s c0 = a[0], c1 = a[1], c2 = a[2], c3 = a[3], c4 = a[4], c5 = a[5], c6 = a[6],
+                 c7 = a[7], c8 = a[8], c9 = a[9], c10 = a[10];
+    Kvo32s y1 = y[n - 1], y2 = y[n - 2], y3 = y[n - 3], y4 = y[n - 4], y5 = y[n - 5],
+           y6 = y[n - 6], y7 = y[n - 7], y8 = y[n - 8], y9 = y[n - 9], y10 = y[n - 10];
+    constexpr Kvo32s r = 1 << (SCALE - 1);
+    constexpr Kvo32s lo_thr = -(1 << (SCALE + 15)) + r;
+    constexpr Kvo32s hi_thr = (0x7fff8000 >> (16 - SCALE)) + r;
+    bool f = false;
+    for (; n < len; ++n) {
+        const Kvo16s xn = x[n];
+        if (!qb.quiet(xn)) break;
+        const Kvo32s far = ((c10 * y10 + c9 * y9) + (c8 * y8 + c7 * y7)) +
+                           ((c6 * y6 + c5 * y5) + (c4 * y4 + c3 * y3));
+        const Kvo32s part = (c0 * xn + r) - far - c2 * y2;
+        const Kvo32s acc = part - c1 * y1;  // the sum with its rounding constant
+        f |= (acc < lo_thr) | (acc >= hi_thr);
+        const Kvo16s out = sat16(acc >> SCALE);
+        y[n] = out;
+        qb.seen(out);
+        y10 = y9; y9 = y8; y8 = y7; y7 = y6; y6 = y5;
+        y5 = y4; y4 = y3; y3 = y2; y2 = y1; y1 = out;
+    }
+    ovf |= f;
+    return n;
+}
+
+template <int SCALE>
+int synth_body_fast_any(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int n,
+                        int len, QuietBound& qb, bool& ovf) {
+    const Kvo32s a0 = a[0], a1 = a[1];
+    Kvo32s prev = y[n - 1];
+    bool f = false;
+    for (; n < len; ++n) {
+        const Kvo16s xn = x[n];
+        if (!qb.quiet(xn)) break;
+        const Kvo16s* yp = y + n;
+        Kvo32s acc = a0 * xn;
+        for (int k = order; k >= 2; --k) acc -= a[k] * yp[-k];
+        acc -= a1 * prev;
+        const Kvo16s out = fast_finish<SCALE>(acc, f);
+        y[n] = out;
+        prev = out;
+        qb.seen(out);
+    }
+    ovf |= f;
+    return n;
+}
+
+template <int ORDER, int SCALE>
+int synth_body_fast(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int n, int len,
+                    QuietBound& qb, bool& ovf) {
+    if constexpr (ORDER == 10) return synth_body_fast10<SCALE>(a, x, y, n, len, qb, ovf);
+    return synth_body_fast_any<SCALE>(a, order, x, y, n, len, qb, ovf);
+}
+
+template <int ORDER, int SCALE>
 bool synth_sat_impl(const Kvo16s* a, int order_rt, const Kvo16s* x, Kvo16s* y, int len,
-                    const Kvo16s* mem, int scale) {
+                    const Kvo16s* mem) {
     const int order = ORDER > 0 ? ORDER : order_rt;
-    const int sh = 15 - scale;
-    const Kvo32s a0 = a[0];
-    const Kvo64s abs_a0 = abs32(a0);
-    Kvo64s abs_rest = 0;
-    for (int k = 1; k <= order; ++k) abs_rest += abs32(a[k]);
-    // Largest magnitude among the outputs the feedback can reach: history, then each output.
-    Kvo32s ymax = 0;
-    for (int j = 0; j < order; ++j) ymax = std::max(ymax, abs32(mem[j]));
+    QuietBound qb{abs32(a[0]), 0, 0};
+    for (int k = 1; k <= order; ++k) qb.abs_rest += abs32(a[k]);
+    for (int j = 0; j < order; ++j) qb.seen(mem[j]);
 
     bool ovf = false;
-    for (int n = 0; n < len; ++n) {
+    int n = 0;
+    // Head: the taps reach back into the caller's history.
+    for (; n < len && n < order; ++n) {
         const Kvo16s xn = x[n];
-        Kvo32s s;
-        // Every doubled partial sum is bounded by 2 * bound: at or below 0x3fffffff none of
-        // them, and no product, can saturate, and the plain sum is the chain's value.
-        if (abs_a0 * abs32(xn) + abs_rest * ymax <= 0x3fffffff) {
-            Kvo32s acc = a0 * xn;
-            if (n >= order) {
-                const Kvo16s* yp = y + n;
-                for (int k = 1; k <= order; ++k) acc -= a[k] * yp[-k];
-            } else {
-                for (int k = 1; k <= n; ++k) acc -= a[k] * y[n - k];
-                for (int k = n + 1; k <= order; ++k) acc -= a[k] * mem[order + n - k];
-            }
-            s = acc * 2;
+        Kvo16s out;
+        if (qb.quiet(xn)) {
+            Kvo32s acc = a[0] * xn;
+            for (int k = n + 1; k <= order; ++k) acc -= a[k] * mem[order + n - k];
+            for (int k = 1; k <= n; ++k) acc -= a[k] * y[n - k];
+            out = fast_finish<SCALE>(acc, ovf);
         } else {
-            s = synth_chain_sample(a, order, xn, y, n, mem, ovf);
+            out = synth_slow_sample(a, order, xn, y, n, mem, SCALE, ovf);
         }
-        const Kvo16s out = chain_finish(s, sh, ovf);
         y[n] = out;
-        ymax = std::max(ymax, abs32(out));
+        qb.seen(out);
+    }
+    while (n < len) {
+        n = synth_body_fast<ORDER, SCALE>(a, order, x, y, n, len, qb, ovf);
+        if (n < len) {
+            const Kvo16s out = synth_slow_sample(a, order, x[n], y, n, mem, SCALE, ovf);
+            y[n] = out;
+            qb.seen(out);
+            ++n;
+        }
     }
     return ovf;
 }
@@ -75,8 +163,12 @@ bool synth_sat_impl(const Kvo16s* a, int order_rt, const Kvo16s* x, Kvo16s* y, i
 
 bool synth_sat(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len,
                const Kvo16s* mem, int scale) {
-    if (order == 10) return synth_sat_impl<10>(a, 10, x, y, len, mem, scale);
-    return synth_sat_impl<0>(a, order, x, y, len, mem, scale);
+    if (order == 10) {
+        return scale == 12 ? synth_sat_impl<10, 12>(a, 10, x, y, len, mem)
+                           : synth_sat_impl<10, 13>(a, 10, x, y, len, mem);
+    }
+    return scale == 12 ? synth_sat_impl<0, 12>(a, order, x, y, len, mem)
+                       : synth_sat_impl<0, 13>(a, order, x, y, len, mem);
 }
 
 bool synth_sat_ordered(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len,
@@ -123,12 +215,21 @@ void residual_sat(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int le
         residual_sat_ordered(a, order, x, y, len);
         return;
     }
-    bool ovf = false;  // only the final rounding can still saturate
-    for (int n = 0; n < len; ++n) {
-        const Kvo16s* xp = x + n;
-        Kvo32s acc = 0;
-        for (int k = 0; k <= order; ++k) acc += a[k] * xp[-k];
-        y[n] = chain_finish(acc * 2, 3, ovf);
+    // Exact sums, one tap at a time across a block of outputs (the form that vectorises).
+    bool ovf = false;  // not reported by the residual filters
+    constexpr int kBlock = 64;
+    alignas(16) Kvo32s acc[kBlock];
+    for (int n0 = 0; n0 < len; n0 += kBlock) {
+        const int m = std::min(kBlock, len - n0);
+        const Kvo16s* xb = x + n0;
+        const Kvo32s c0 = a[0];
+        for (int i = 0; i < m; ++i) acc[i] = c0 * xb[i];
+        for (int k = 1; k <= order; ++k) {
+            const Kvo32s ck = a[k];
+            const Kvo16s* xk = xb - k;
+            for (int i = 0; i < m; ++i) acc[i] += ck * xk[i];
+        }
+        for (int i = 0; i < m; ++i) y[n0 + i] = fast_finish<12>(acc[i], ovf);
     }
 }
 
