@@ -63,7 +63,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         }
         case 3: {
             Buf a(in, m + 1), mem(in, m), src(in, n), dst(in, n);
-            kvosSynthesisFilter_G729E_16s(a.v, order, src.v, dst.v, len, with_mem ? mem.v : nullptr);
+            kvosSynthesisFilter_G729E_16s(a.v, order, src.v, dst.v, len,
+                                          with_mem ? mem.v : nullptr);
             break;
         }
         case 4: {
@@ -107,7 +108,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         }
         case 10: {
             Buf c(in, 6), io(in, n);
-            auto* st = static_cast<KvoHighPassState_G729*>(std::malloc(sizeof(KvoHighPassState_G729)));
+            auto* st =
+                static_cast<KvoHighPassState_G729*>(std::malloc(sizeof(KvoHighPassState_G729)));
             kvosHighPassFilterInit_G729(c.v, st);
             st->y1 = static_cast<Kvo32s>(static_cast<Kvo32u>(static_cast<Kvo16u>(in.s16())) << 16 |
                                          static_cast<Kvo16u>(in.s16()));

@@ -49,15 +49,15 @@ inline Kvo16s chain_finish(Kvo32s s, int sh, bool& ovf) {
 
 // Saturating synthesis, scale 12 or 13; returns the overflow flag.  mem must hold order values.
 // x and y may be the same vector.
-bool synth_sat(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len,
-               const Kvo16s* mem, int scale);
+bool synth_sat(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len, const Kvo16s* mem,
+               int scale);
 // The same chain sample by sample with no fast path (the twin the fast path is tested against).
 bool synth_sat_ordered(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len,
                        const Kvo16s* mem, int scale);
 // Wrapping synthesis: 32-bit sum with the rounding constant, shifted, low 16 bits kept.
 // mem may be null for zero history.
-void synth_wrap(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len,
-                const Kvo16s* mem, int scale);
+void synth_wrap(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len, const Kvo16s* mem,
+                int scale);
 
 // Saturating residual at scale 12: y[n] from x[n-order .. n].  y must not overlap x.
 void residual_sat(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len);

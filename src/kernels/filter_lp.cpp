@@ -18,7 +18,9 @@
 namespace kvo {
 namespace {
 
-inline Kvo32s abs32(Kvo32s v) { return v < 0 ? -v : v; }
+inline Kvo32s abs32(Kvo32s v) {
+    return v < 0 ? -v : v;
+}
 
 // One output of the ordered saturating synthesis chain (before the final shift and rounding).
 inline Kvo32s synth_chain_sample(const Kvo16s* a, int order, Kvo16s xn, const Kvo16s* y, int n,
@@ -44,7 +46,7 @@ inline Kvo16s fast_finish(Kvo32s acc, bool& ovf) {
 
 // One output by the ordered chain, out of line: the rare loud sample.
 [[gnu::noinline]] Kvo16s synth_slow_sample(const Kvo16s* a, int order, Kvo16s xn, const Kvo16s* y,
-                                          int n, const Kvo16s* mem, int scale, bool& ovf) {
+                                           int n, const Kvo16s* mem, int scale, bool& ovf) {
     return chain_finish(synth_chain_sample(a, order, xn, y, n, mem, ovf), 15 - scale, ovf);
 }
 
@@ -65,12 +67,12 @@ struct QuietBound {
 // one multiply, one subtraction and the rounding.  Order 10 keeps its ten outputs in
 // registers.  Any grouping of the sum is exact here: the quiet bound covers every subset.
 template <int SCALE>
-int synth_body_fast10(const Kvo16s* a, const Kvo16s* x, Kvo16s* y, int n, int len,
-                      QuietBound& qb, bool& ovf) {
+int synth_body_fast10(const Kvo16s* a, const Kvo16s* x, Kvo16s* y, int n, int len, QuietBound& qb,
+                      bool& ovf) {
     const Kvo32s c0 = a[0], c1 = a[1], c2 = a[2], c3 = a[3], c4 = a[4], c5 = a[5], c6 = a[6],
                  c7 = a[7], c8 = a[8], c9 = a[9], c10 = a[10];
-    Kvo32s y1 = y[n - 1], y2 = y[n - 2], y3 = y[n - 3], y4 = y[n - 4], y5 = y[n - 5],
-           y6 = y[n - 6], y7 = y[n - 7], y8 = y[n - 8], y9 = y[n - 9], y10 = y[n - 10];
+    Kvo32s y1 = y[n - 1], y2 = y[n - 2], y3 = y[n - 3], y4 = y[n - 4], y5 = y[n - 5], y6 = y[n - 6],
+           y7 = y[n - 7], y8 = y[n - 8], y9 = y[n - 9], y10 = y[n - 10];
     constexpr Kvo32s r = 1 << (SCALE - 1);
     constexpr Kvo32s lo_thr = -(1 << (SCALE + 15)) + r;
     constexpr Kvo32s hi_thr = (0x7fff8000 >> (16 - SCALE)) + r;
@@ -86,16 +88,24 @@ int synth_body_fast10(const Kvo16s* a, const Kvo16s* x, Kvo16s* y, int n, int le
         const Kvo16s out = sat16(acc >> SCALE);
         y[n] = out;
         qb.seen(out);
-        y10 = y9; y9 = y8; y8 = y7; y7 = y6; y6 = y5;
-        y5 = y4; y4 = y3; y3 = y2; y2 = y1; y1 = out;
+        y10 = y9;
+        y9 = y8;
+        y8 = y7;
+        y7 = y6;
+        y6 = y5;
+        y5 = y4;
+        y4 = y3;
+        y3 = y2;
+        y2 = y1;
+        y1 = out;
     }
     ovf |= f;
     return n;
 }
 
 template <int SCALE>
-int synth_body_fast_any(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int n,
-                        int len, QuietBound& qb, bool& ovf) {
+int synth_body_fast_any(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int n, int len,
+                        QuietBound& qb, bool& ovf) {
     const Kvo32s a0 = a[0], a1 = a[1];
     Kvo32s prev = y[n - 1];
     bool f = false;
@@ -161,8 +171,8 @@ bool synth_sat_impl(const Kvo16s* a, int order_rt, const Kvo16s* x, Kvo16s* y, i
 
 }  // namespace
 
-bool synth_sat(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len,
-               const Kvo16s* mem, int scale) {
+bool synth_sat(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len, const Kvo16s* mem,
+               int scale) {
     if (order == 10) {
         return scale == 12 ? synth_sat_impl<10, 12>(a, 10, x, y, len, mem)
                            : synth_sat_impl<10, 13>(a, 10, x, y, len, mem);
@@ -181,8 +191,8 @@ bool synth_sat_ordered(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, i
     return ovf;
 }
 
-void synth_wrap(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len,
-                const Kvo16s* mem, int scale) {
+void synth_wrap(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len, const Kvo16s* mem,
+                int scale) {
     const Kvo32u r = 1u << (scale - 1);
     for (int n = 0; n < len; ++n) {
         Kvo32u acc = static_cast<Kvo32u>(Kvo32s{a[0]} * x[n]) + r;
@@ -254,8 +264,8 @@ KvoStatus synth_nr(const Kvo16s* pLPC, const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s 
     return synth_sat(pLPC, 10, pSrc, pDst, len, pMem, scale) ? kvoWarnOverflow : kvoOk;
 }
 
-KvoStatus synth_any(const Kvo16s* pLPC, Kvo32s order, const Kvo16s* pSrc, Kvo16s* pDst,
-                    Kvo32s len, const Kvo16s* pMem) {
+KvoStatus synth_any(const Kvo16s* pLPC, Kvo32s order, const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len,
+                    const Kvo16s* pMem) {
     const int ord = lo16(order);
     if (len < 1 || ord < 1) return kvoErrSize;
     if (ord == 10) return synth_nr(pLPC, pSrc, pDst, len, 12, pMem);
@@ -308,8 +318,8 @@ KvoStatus kvosSynthesisFilter_G729E_16s_I(const Kvo16s* pLPC, Kvo32s order, Kvo1
     return synth_any(pLPC, order, pSrcDst, pSrcDst, len, pMem);
 }
 
-KvoStatus kvosSynthesisFilterZeroStateResponse_NR_16s(const Kvo16s* pLPC, Kvo16s* pDst,
-                                                      Kvo32s len, Kvo32s scaleFactor) {
+KvoStatus kvosSynthesisFilterZeroStateResponse_NR_16s(const Kvo16s* pLPC, Kvo16s* pDst, Kvo32s len,
+                                                      Kvo32s scaleFactor) {
     if (pLPC == nullptr || pDst == nullptr) return kvoErrNullPtr;
     if (len < 1) return kvoErrSize;
     if (scaleFactor != 12 && scaleFactor != 13) return kvoErrScaleRange;
@@ -318,8 +328,7 @@ KvoStatus kvosSynthesisFilterZeroStateResponse_NR_16s(const Kvo16s* pLPC, Kvo16s
     for (int n = 1; n < len; ++n) {
         Kvo32u acc = r;
         const int taps = n < 10 ? n : 10;
-        for (int k = 1; k <= taps; ++k)
-            acc -= static_cast<Kvo32u>(Kvo32s{pLPC[k]} * pDst[n - k]);
+        for (int k = 1; k <= taps; ++k) acc -= static_cast<Kvo32u>(Kvo32s{pLPC[k]} * pDst[n - k]);
         pDst[n] = lo16(static_cast<Kvo32s>(acc) >> scaleFactor);
     }
     return kvoOk;

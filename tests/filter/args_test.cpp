@@ -41,6 +41,7 @@ struct Case {
 TEST(Arguments, EveryExportRefusesBeforeWriting) {
     const Kvo16s* N = nullptr;
     Kvo16s* W = nullptr;
+    // clang-format off
     const std::vector<Case> cases = {
         // order-10 synthesis, three forms
         {"syn null lpc", [&](Bufs& b) { return kvosSynthesisFilter_NR_16s_Sfs(N, b.src, b.dst, 40, 12, b.mem); }, kvoErrNullPtr},
@@ -117,6 +118,7 @@ TEST(Arguments, EveryExportRefusesBeforeWriting) {
         {"tilt null src", [&](Bufs& b) { return kvosTiltCompensation_G729E_16s(100, N, b.dst); }, kvoErrNullPtr},
         {"tilt null dst", [&](Bufs& b) { return kvosTiltCompensation_G729E_16s(100, b.src, W); }, kvoErrNullPtr},
     };
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         Bufs b;

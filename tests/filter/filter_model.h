@@ -73,11 +73,12 @@ struct Ops {
     i16 mult_r(i16 a, i16 b) { return sat_s((i32{a} * b + 16384) >> 15); }
 };
 
-inline i16 low16(i64 v) { return static_cast<i16>(static_cast<uint16_t>(v)); }
+inline i16 low16(i64 v) {
+    return static_cast<i16>(static_cast<uint16_t>(v));
+}
 
 // Synthesis 1/A(z) by the basic-operator chain.  mem: order past outputs, oldest first.
-inline Vec syn(const i16* a, int order, const i16* x, int len, const Vec& mem, int sf,
-               bool* ovf) {
+inline Vec syn(const i16* a, int order, const i16* x, int len, const Vec& mem, int sf, bool* ovf) {
     Ops o;
     Vec yy(mem);
     for (int i = 0; i < len; ++i) {

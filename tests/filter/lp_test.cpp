@@ -15,16 +15,21 @@ namespace {
 // Input kinds: quiet, random full range, square wave at full scale.
 Vec make_input(Rng& r, int kind, int n) {
     switch (kind) {
-        case 0: return r.vec(n, 2000);
-        case 1: return r.vec(n, 32768);
-        default: return r.square(n);
+        case 0:
+            return r.vec(n, 2000);
+        case 1:
+            return r.vec(n, 32768);
+        default:
+            return r.square(n);
     }
 }
 // Coefficient kinds: mild LP, strong LP, anything (including -32768).
 Vec make_lpc(Rng& r, int kind, int order) {
     switch (kind) {
-        case 0: return r.lpc(order, 4096);
-        case 1: return r.lpc(order, 16000);
+        case 0:
+            return r.lpc(order, 4096);
+        case 1:
+            return r.lpc(order, 16000);
         default: {
             Vec a = r.vec(order + 1, 32768);
             if (r.uni(0, 3) == 0) a[r.uni(0, order)] = -32768;
@@ -58,9 +63,9 @@ TEST(Synthesis, MatchesChainModelWithHistory) {
         EXPECT_EQ(io, want);
         if (sf == 12) {  // the annex E form at order 10 is the same filter
             y.assign(len, 0);
-            EXPECT_EQ(kvosSynthesisFilter_G729E_16s(a.data(), 10, x.data(), y.data(), len,
-                                                    mem.data()),
-                      want_st);
+            EXPECT_EQ(
+                kvosSynthesisFilter_G729E_16s(a.data(), 10, x.data(), y.data(), len, mem.data()),
+                want_st);
             EXPECT_EQ(y, want);
         }
     }
@@ -84,15 +89,14 @@ TEST(Synthesis, AnyOrderMatchesChainModel) {
         // Null history: zero start, plain sums, low 16 bits, never a warning.
         const Vec zero(order, 0);
         Vec y(len);
-        EXPECT_EQ(kvosSynthesisFilter_G729E_16s(a.data(), order, x.data(), y.data(), len,
-                                                nullptr),
+        EXPECT_EQ(kvosSynthesisFilter_G729E_16s(a.data(), order, x.data(), y.data(), len, nullptr),
                   kvoOk);
         EXPECT_EQ(y, syn_wrap(a.data(), order, x.data(), len, zero, 12));
         // The order is taken as 16 bits.
         io = x;
-        EXPECT_EQ(kvosSynthesisFilter_G729E_16s_I(a.data(), order + 0x10000, io.data(), len,
-                                                  mem.data()),
-                  ovf ? kvoWarnOverflow : kvoOk);
+        EXPECT_EQ(
+            kvosSynthesisFilter_G729E_16s_I(a.data(), order + 0x10000, io.data(), len, mem.data()),
+            ovf ? kvoWarnOverflow : kvoOk);
         EXPECT_EQ(io, want);
     }
 }
@@ -131,8 +135,7 @@ TEST(Synthesis, IntegratorSaturatesAndWarns) {
     for (int n = 0; n < 32; ++n) EXPECT_EQ(y[n], 1000 * (n + 1)) << n;
     for (int n = 32; n < 40; ++n) EXPECT_EQ(y[n], 32767) << n;
     // Without a history the sum is not saturated: 33000 wraps to 33000 - 65536.
-    EXPECT_EQ(kvosSynthesisFilter_NR_16s_Sfs(a.data(), x.data(), y.data(), 40, 12, nullptr),
-              kvoOk);
+    EXPECT_EQ(kvosSynthesisFilter_NR_16s_Sfs(a.data(), x.data(), y.data(), 40, 12, nullptr), kvoOk);
     EXPECT_EQ(y[32], 33000 - 65536);
     // At scale 13 the same step adds half as much: (4096000 + 4096) >> 13.
     EXPECT_EQ(kvosSynthesisFilter_NR_16s_Sfs(a.data(), x.data(), y.data(), 1, 13, mem.data()),
@@ -150,9 +153,8 @@ TEST(Synthesis, HistoryAcrossCallsEqualsOneCall) {
         const Vec x = make_input(r, (seed / 2) % 3, 200);
         const Vec mem0 = r.vec(order, 3000);
         Vec whole(200);
-        const KvoStatus st_whole =
-            kvosSynthesisFilter_G729E_16s(a.data(), order, x.data(), whole.data(), 200,
-                                          mem0.data());
+        const KvoStatus st_whole = kvosSynthesisFilter_G729E_16s(a.data(), order, x.data(),
+                                                                 whole.data(), 200, mem0.data());
         Vec parts(200);
         Vec mem = mem0;
         bool any_warn = false;
@@ -185,8 +187,7 @@ TEST(Synthesis, FastPathEqualsOrderedChain) {
         const Vec mem = r.vec(order, r.uni(0, 1) ? 32768 : 100);
         Vec y1(len), y2(len);
         bool f1 = kvo::synth_sat(a.data(), order, x.data(), y1.data(), len, mem.data(), sf);
-        bool f2 =
-            kvo::synth_sat_ordered(a.data(), order, x.data(), y2.data(), len, mem.data(), sf);
+        bool f2 = kvo::synth_sat_ordered(a.data(), order, x.data(), y2.data(), len, mem.data(), sf);
         EXPECT_EQ(f1, f2);
         EXPECT_EQ(0, std::memcmp(y1.data(), y2.data(), len * sizeof(int16_t)));
     }
@@ -247,8 +248,7 @@ TEST(ZeroStateResponse, MatchesWideModel) {
             want[n] = low16(acc >> sf);
         }
         Vec y(len + 1, 0x5a5a);
-        EXPECT_EQ(kvosSynthesisFilterZeroStateResponse_NR_16s(a.data(), y.data(), len, sf),
-                  kvoOk);
+        EXPECT_EQ(kvosSynthesisFilterZeroStateResponse_NR_16s(a.data(), y.data(), len, sf), kvoOk);
         EXPECT_EQ(Vec(y.begin(), y.begin() + len), want);
         EXPECT_EQ(y[len], 0x5a5a);
     }
@@ -275,9 +275,9 @@ TEST(WeightingIIR, SubframesEqualWholeSignalModel) {
         Vec mem = mem0, mem_low = mem0, y(total), y_low(total);
         for (int s = 0; s < total; s += 40) {
             EXPECT_EQ(kvosIIR16s_G729_16s(c.data(), x.data() + s, y.data() + s, mem.data()), kvoOk);
-            EXPECT_EQ(kvosIIR16sLow_G729_16s(c.data(), x.data() + s, y_low.data() + s,
-                                             mem_low.data()),
-                      kvoOk);
+            EXPECT_EQ(
+                kvosIIR16sLow_G729_16s(c.data(), x.data() + s, y_low.data() + s, mem_low.data()),
+                kvoOk);
         }
         EXPECT_EQ(y, want);
         EXPECT_EQ(y_low, want_low);

@@ -108,7 +108,8 @@ TEST(HighPass, PublishedFiltersMatchChainModelAcrossCalls) {
         Rng r(seed * 5);
         const int sf = 12 + (seed & 1);
         const Vec c = hp_coeffs(sf);
-        const Vec x = (seed / 2) % 3 == 2 ? r.square(400) : r.vec(400, (seed / 2) % 3 ? 32768 : 800);
+        const Vec x =
+            (seed / 2) % 3 == 2 ? r.square(400) : r.vec(400, (seed / 2) % 3 ? 32768 : 800);
         HpModel m{c[1], c[2], c[3], c[4], c[5]};
         Vec want = x;
         m.run(want, sf);
@@ -121,9 +122,9 @@ TEST(HighPass, PublishedFiltersMatchChainModelAcrossCalls) {
         Vec y = x;
         const int cuts[] = {0, 1, 80, 83, 160, 400};
         for (int k = 0; k + 1 < 6; ++k)
-            ASSERT_EQ(kvosHighPassFilter_G729_16s_ISfs(y.data() + cuts[k], cuts[k + 1] - cuts[k],
-                                                       sf, st),
-                      kvoOk);
+            ASSERT_EQ(
+                kvosHighPassFilter_G729_16s_ISfs(y.data() + cuts[k], cuts[k + 1] - cuts[k], sf, st),
+                kvoOk);
         EXPECT_EQ(y, want);
         // The record holds the last two inputs and the full-precision outputs.
         EXPECT_EQ(st->x0, x[399]);
@@ -177,8 +178,12 @@ TEST(HighPass, InitWritesTheWholeRecord) {
     ASSERT_EQ(kvosHighPassFilterSize_G729(&size), kvoOk);
     ASSERT_EQ(size, static_cast<Kvo32s>(sizeof(KvoHighPassState_G729)));
     std::vector<unsigned char> m0(size, 0x00), m1(size, 0xff);
-    ASSERT_EQ(kvosHighPassFilterInit_G729(c.data(), reinterpret_cast<KvoHighPassState_G729*>(m0.data())), kvoOk);
-    ASSERT_EQ(kvosHighPassFilterInit_G729(c.data(), reinterpret_cast<KvoHighPassState_G729*>(m1.data())), kvoOk);
+    ASSERT_EQ(
+        kvosHighPassFilterInit_G729(c.data(), reinterpret_cast<KvoHighPassState_G729*>(m0.data())),
+        kvoOk);
+    ASSERT_EQ(
+        kvosHighPassFilterInit_G729(c.data(), reinterpret_cast<KvoHighPassState_G729*>(m1.data())),
+        kvoOk);
     EXPECT_EQ(m0, m1);
     KvoHighPassState_G729 st;
     std::memcpy(&st, m0.data(), sizeof st);
