@@ -109,6 +109,51 @@ KvoStatus kvosConvPartial_NR_Low_16s(const Kvo16s* pSrc1, const Kvo16s* pSrc2, K
 
 /* ---- Filter kernels --------------------------------------------------- */
 
+/* Order-10 synthesis 1/A(z), Q12 coefficients, rounded shift by 12 or 13; saturating with
+ * kvoWarnOverflow when pMem holds the 10 past outputs, zero history and wrapping when null. */
+KvoStatus kvosSynthesisFilter_NR_16s_Sfs(const Kvo16s* pLPC, const Kvo16s* pSrc, Kvo16s* pDst,
+                                         Kvo32s len, Kvo32s scaleFactor, const Kvo16s* pMem);
+/* In-place form of kvosSynthesisFilter_NR_16s_Sfs. */
+KvoStatus kvosSynthesisFilter_NR_16s_ISfs(const Kvo16s* pLPC, Kvo16s* pSrcDst, Kvo32s len,
+                                          Kvo32s scaleFactor, const Kvo16s* pMem);
+/* In-place order-10 synthesis for in-range data: no saturation, no overflow status. */
+KvoStatus kvosSynthesisFilterLow_NR_16s_ISfs(const Kvo16s* pLPC, Kvo16s* pSrcDst, Kvo32s len,
+                                             Kvo32s scaleFactor, const Kvo16s* pMem);
+/* Synthesis of any order (G.729E), Q12, pMem[order-j] = output j steps back or null. */
+KvoStatus kvosSynthesisFilter_G729E_16s(const Kvo16s* pLPC, Kvo32s order, const Kvo16s* pSrc,
+                                        Kvo16s* pDst, Kvo32s len, const Kvo16s* pMem);
+/* In-place form of kvosSynthesisFilter_G729E_16s. */
+KvoStatus kvosSynthesisFilter_G729E_16s_I(const Kvo16s* pLPC, Kvo32s order, Kvo16s* pSrcDst,
+                                          Kvo32s len, const Kvo16s* pMem);
+/* Impulse response of 1/A(z), order 10, from zero state; low 16 bits kept. */
+KvoStatus kvosSynthesisFilterZeroStateResponse_NR_16s(const Kvo16s* pLPC, Kvo16s* pDst,
+                                                      Kvo32s len, Kvo32s scaleFactor);
+/* G.729 residual A(z) over 40 samples (10 history samples before pSrc), saturated. */
+KvoStatus kvosResidualFilter_G729_16s(const Kvo16s* pSrc, const Kvo16s* pLPC, Kvo16s* pDst);
+/* Residual filter of any order (G.729E), order history samples before pSrc. */
+KvoStatus kvosResidualFilter_G729E_16s(const Kvo16s* pLPC, Kvo32s order, const Kvo16s* pSrc,
+                                       Kvo16s* pDst, Kvo32s len);
+/* G.729 weighting filter A(z/g1)/A(z/g2): 22 coefficients, 10+40 inputs, 10 outputs of memory. */
+KvoStatus kvosIIR16s_G729_16s(const Kvo16s* pCoeffs, const Kvo16s* pSrc, Kvo16s* pDst,
+                              Kvo16s* pMem);
+/* kvosIIR16s_G729_16s for in-range data: low 16 bits kept, no saturation. */
+KvoStatus kvosIIR16sLow_G729_16s(const Kvo16s* pCoeffs, const Kvo16s* pSrc, Kvo16s* pDst,
+                                 Kvo16s* pMem);
+/* dst[n] = round15((src[n] << 15) + val*src[n-lag]), low 16 bits; not recursive. */
+KvoStatus kvosHarmonicFilter_NR_16s(Kvo16s val, Kvo32s lag, const Kvo16s* pSrc, Kvo16s* pDst,
+                                    Kvo32s len);
+/* In order of n: x[n] = sat16(x[n] + mulQ15(val, x[n-lag])), recursive once n >= lag. */
+KvoStatus kvosHarmonicFilter_16s_I(Kvo16s val, Kvo32s lag, Kvo16s* pSrcDst, Kvo32s len);
+/* Size in bytes of KvoHighPassState_G729. */
+KvoStatus kvosHighPassFilterSize_G729(Kvo32s* pSize);
+/* Clears the high-pass history and stores the coefficients a0, a1, a2, b0, b1, b2. */
+KvoStatus kvosHighPassFilterInit_G729(const Kvo16s* pCoeffs, KvoHighPassState_G729* pMem);
+/* G.729 second-order high-pass: scale 12 pre-processing, 13 post-processing (output doubled). */
+KvoStatus kvosHighPassFilter_G729_16s_ISfs(Kvo16s* pSrcDst, Kvo32s len, Kvo32s scaleFactor,
+                                           KvoHighPassState_G729* pMem);
+/* G.729E tilt compensation of 40 samples; pSrc points one sample before the subframe. */
+KvoStatus kvosTiltCompensation_G729E_16s(Kvo16s val, const Kvo16s* pSrc, Kvo16s* pDst);
+
 #ifdef __cplusplus
 }
 #endif

@@ -106,6 +106,23 @@ typedef struct {
     Kvo32s exponent;
 } KvoStepPair;
 
+/* ---- Filter kernels -------------------------------------------------- */
+
+/* State of the G.729 second-order high-pass filter (pre- and post-processing).
+ * Plain values: the record may be moved by copying. */
+typedef struct {
+    Kvo32s y1; /* output one step back, full precision */
+    Kvo32s y2; /* output two steps back */
+    Kvo16s x0; /* input one step back */
+    Kvo16s x1; /* input two steps back */
+    Kvo16s a0; /* first denominator coefficient, stored only */
+    Kvo16s a1; /* feedback coefficients */
+    Kvo16s a2;
+    Kvo16s b0; /* feed-forward coefficients */
+    Kvo16s b1;
+    Kvo16s b2;
+} KvoHighPassState_G729;
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,0 +1,227 @@
+// Harmonic filters, the G.729 high-pass filter and the annex E tilt compensation against
+// basic-operator models, with worked values.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "filter_model.h"
+#include "filter_test_tables.h"
+#include "kvosc.h"
+
+using namespace fmodel;
+
+TEST(HarmonicFilter, NonRecursiveMatchesWideModel) {
+    for (uint32_t seed = 1; seed <= 60; ++seed) {
+        SCOPED_TRACE(seed);
+        Rng r(seed);
+        const int lag = r.uni(0, 60), len = r.uni(1, 80);
+        const i16 val = seed % 5 ? r.s16() : i16{-32768};
+        const Vec x = seed % 2 ? r.vec(lag + len, 32768) : r.square(lag + len);
+        Vec y(len);
+        ASSERT_EQ(kvosHarmonicFilter_NR_16s(val, lag, x.data() + lag, y.data(), len), kvoOk);
+        for (int n = 0; n < len; ++n) {
+            i64 v = (i64{x[lag + n]} << 15) + i64{val} * x[n] + 16384;
+            EXPECT_EQ(y[n], low16(v >> 15)) << n;
+        }
+    }
+    // Gain one half: 100 + 50 exactly; 101 + 50.5 rounds up.
+    const i16 x[2] = {100, 101};
+    i16 y[1];
+    kvosHarmonicFilter_NR_16s(16384, 1, x + 1, y, 1);
+    EXPECT_EQ(y[0], 151);
+}
+
+TEST(HarmonicFilter, InPlaceMatchesChainModel) {
+    for (uint32_t seed = 1; seed <= 60; ++seed) {
+        SCOPED_TRACE(seed);
+        Rng r(seed * 11);
+        const int lag = r.uni(0, 45), len = r.uni(1, 80);
+        const i16 val = seed % 5 ? r.s16() : i16{-32768};
+        Vec buf = seed % 2 ? r.vec(lag + len, 32768) : r.square(lag + len);
+        Vec want = buf;
+        Ops o;
+        for (int n = lag; n < lag + len; ++n) want[n] = o.add(want[n], o.mult(val, want[n - lag]));
+        ASSERT_EQ(kvosHarmonicFilter_16s_I(val, lag, buf.data() + lag, len), kvoOk);
+        EXPECT_EQ(buf, want);
+    }
+}
+
+TEST(HarmonicFilter, InPlaceWorkedValues) {
+    // Lag 0, gain 0.5: each sample times 1.5, rounded down, saturated.
+    i16 v[4] = {100, -3, 30000, -32768};
+    ASSERT_EQ(kvosHarmonicFilter_16s_I(16384, 0, v, 4), kvoOk);
+    EXPECT_EQ(v[0], 150);
+    EXPECT_EQ(v[1], -5);
+    EXPECT_EQ(v[2], 32767);
+    EXPECT_EQ(v[3], -32768);
+    // Lag 1 is recursive: an impulse decays by halves.
+    i16 w[5] = {0, 1000, 0, 0, 0};
+    ASSERT_EQ(kvosHarmonicFilter_16s_I(16384, 1, w + 1, 4), kvoOk);
+    EXPECT_EQ(w[2], 500);
+    EXPECT_EQ(w[3], 250);
+    EXPECT_EQ(w[4], 125);
+    // -1 * -1 in Q15 saturates to 32767 before the sum.
+    i16 m[2] = {-32768, 0};
+    ASSERT_EQ(kvosHarmonicFilter_16s_I(-32768, 1, m + 1, 1), kvoOk);
+    EXPECT_EQ(m[1], 32767);
+}
+
+namespace {
+
+// High-pass filter by the basic-operator chain, output history as a double precision pair.
+struct HpModel {
+    i16 a1, a2, b0, b1, b2;
+    i16 y1_hi = 0, y1_lo = 0, y2_hi = 0, y2_lo = 0, x0 = 0, x1 = 0;
+    i32 mpy(Ops& o, i16 h, i16 l, i16 n) { return o.L_mac(o.L_mult(h, n), o.mult(l, n), 1); }
+    void run(Vec& v, int sf) {
+        Ops o;
+        for (auto& s : v) {
+            i16 x2 = x1;
+            x1 = x0;
+            x0 = s;
+            i32 t = mpy(o, y1_hi, y1_lo, a1);
+            t = o.L_add(t, mpy(o, y2_hi, y2_lo, a2));
+            t = o.L_mac(t, x0, b0);
+            t = o.L_mac(t, x1, b1);
+            t = o.L_mac(t, x2, b2);
+            t = o.L_shl(t, 15 - sf);
+            s = sf == 12 ? o.round(t) : o.round(o.L_shl(t, 1));
+            y2_hi = y1_hi;
+            y2_lo = y1_lo;
+            y1_hi = static_cast<i16>(t >> 16);
+            y1_lo = static_cast<i16>((t >> 1) - (i32{y1_hi} << 15));
+        }
+    }
+};
+
+Vec hp_coeffs(int sf) {
+    const i16* a = sf == 12 ? kvo::tab::a140 : kvo::tab::a100;
+    const i16* b = sf == 12 ? kvo::tab::b140 : kvo::tab::b100;
+    return {a[0], a[1], a[2], b[0], b[1], b[2]};
+}
+
+}  // namespace
+
+TEST(HighPass, PublishedFiltersMatchChainModelAcrossCalls) {
+    for (uint32_t seed = 1; seed <= 40; ++seed) {
+        SCOPED_TRACE(seed);
+        Rng r(seed * 5);
+        const int sf = 12 + (seed & 1);
+        const Vec c = hp_coeffs(sf);
+        const Vec x =
+            (seed / 2) % 3 == 2 ? r.square(400) : r.vec(400, (seed / 2) % 3 ? 32768 : 800);
+        HpModel m{c[1], c[2], c[3], c[4], c[5]};
+        Vec want = x;
+        m.run(want, sf);
+
+        Kvo32s size = 0;
+        ASSERT_EQ(kvosHighPassFilterSize_G729(&size), kvoOk);
+        std::vector<unsigned char> mem(size);
+        auto* st = reinterpret_cast<KvoHighPassState_G729*>(mem.data());
+        ASSERT_EQ(kvosHighPassFilterInit_G729(c.data(), st), kvoOk);
+        Vec y = x;
+        const int cuts[] = {0, 1, 80, 83, 160, 400};
+        for (int k = 0; k + 1 < 6; ++k)
+            ASSERT_EQ(
+                kvosHighPassFilter_G729_16s_ISfs(y.data() + cuts[k], cuts[k + 1] - cuts[k], sf, st),
+                kvoOk);
+        EXPECT_EQ(y, want);
+        // The record holds the last two inputs and the full-precision outputs.
+        EXPECT_EQ(st->x0, x[399]);
+        EXPECT_EQ(st->x1, x[398]);
+        EXPECT_EQ(st->y1 >> 16, m.y1_hi);
+        EXPECT_EQ((st->y1 >> 1) & 0x7fff, m.y1_lo);
+    }
+}
+
+TEST(HighPass, ZeroInputStaysZero) {
+    const Vec c = hp_coeffs(12);
+    KvoHighPassState_G729 st;
+    ASSERT_EQ(kvosHighPassFilterInit_G729(c.data(), &st), kvoOk);
+    Vec v(80, 0);
+    ASSERT_EQ(kvosHighPassFilter_G729_16s_ISfs(v.data(), 80, 12, &st), kvoOk);
+    EXPECT_EQ(v, Vec(80, 0));
+    EXPECT_EQ(st.y1, 0);
+    EXPECT_EQ(st.y2, 0);
+}
+
+// A gain far above one: the state saturates to 0x7fffffff and the rounded output holds 32767
+// (the rounding add does not wrap); at scale 13 the doubling saturates as well.
+TEST(HighPass, SaturatesWithoutWrapping) {
+    for (int sf : {12, 13}) {
+        const i16 c[6] = {4096, 0, 0, 32767, 32767, 32767};
+        KvoHighPassState_G729 st;
+        ASSERT_EQ(kvosHighPassFilterInit_G729(c, &st), kvoOk);
+        Vec v(4, 32767);
+        ASSERT_EQ(kvosHighPassFilter_G729_16s_ISfs(v.data(), 4, sf, &st), kvoOk);
+        EXPECT_EQ(v, Vec(4, 32767));
+        EXPECT_EQ(st.y1, INT32_MAX);
+        Vec w(4, -32768);
+        ASSERT_EQ(kvosHighPassFilter_G729_16s_ISfs(w.data(), 4, sf, &st), kvoOk);
+        EXPECT_EQ(w[3], -32768);
+        EXPECT_EQ(st.y1, INT32_MIN);
+    }
+    // A unit filter at scale 13 doubles the signal: 1000 gives 2000.
+    const i16 unit[6] = {8192, 0, 0, 8192, 0, 0};
+    KvoHighPassState_G729 st;
+    ASSERT_EQ(kvosHighPassFilterInit_G729(unit, &st), kvoOk);
+    i16 s[2] = {1000, -1000};
+    ASSERT_EQ(kvosHighPassFilter_G729_16s_ISfs(s, 2, 13, &st), kvoOk);
+    EXPECT_EQ(s[0], 2000);
+    EXPECT_EQ(s[1], -2000);
+    EXPECT_EQ(st.y2, 1000 << 16);
+}
+
+TEST(HighPass, InitWritesTheWholeRecord) {
+    const Vec c = hp_coeffs(13);
+    Kvo32s size = 0;
+    ASSERT_EQ(kvosHighPassFilterSize_G729(&size), kvoOk);
+    ASSERT_EQ(size, static_cast<Kvo32s>(sizeof(KvoHighPassState_G729)));
+    std::vector<unsigned char> m0(size, 0x00), m1(size, 0xff);
+    ASSERT_EQ(
+        kvosHighPassFilterInit_G729(c.data(), reinterpret_cast<KvoHighPassState_G729*>(m0.data())),
+        kvoOk);
+    ASSERT_EQ(
+        kvosHighPassFilterInit_G729(c.data(), reinterpret_cast<KvoHighPassState_G729*>(m1.data())),
+        kvoOk);
+    EXPECT_EQ(m0, m1);
+    KvoHighPassState_G729 st;
+    std::memcpy(&st, m0.data(), sizeof st);
+    EXPECT_EQ(st.a0, c[0]);
+    EXPECT_EQ(st.a1, c[1]);
+    EXPECT_EQ(st.a2, c[2]);
+    EXPECT_EQ(st.b0, c[3]);
+    EXPECT_EQ(st.b1, c[4]);
+    EXPECT_EQ(st.b2, c[5]);
+}
+
+TEST(TiltCompensation, MatchesChainModel) {
+    for (uint32_t seed = 1; seed <= 80; ++seed) {
+        SCOPED_TRACE(seed);
+        Rng r(seed * 23);
+        const i16 val = seed == 1 ? -32768 : seed == 2 ? 32767 : seed == 3 ? 1 : r.s16();
+        const Vec x = seed % 3 == 0 ? r.square(41) : r.vec(41, seed % 3 == 1 ? 32768 : 3000);
+        Ops o;
+        const bool neg = val <= 0;
+        const i16 t = o.mult_r(val, neg ? 29491 : 6554);
+        const i32 d = t == 0 ? 32767 : 32768 - (t < 0 ? -t : t);
+        const i16 q = static_cast<i16>((neg ? (1 << 26) : (1 << 29)) / d);
+        const i16 h = static_cast<i16>(t >> 1);
+        Vec want(40);
+        for (int n = 0; n < 40; ++n) {
+            i16 u = o.add(x[n + 1], o.round(o.L_shl(o.L_mult(x[n], h), 1)));
+            want[n] = o.round(o.L_shl(o.L_mult(u, q), neg ? 4 : 1));
+        }
+        Vec y(40);
+        ASSERT_EQ(kvosTiltCompensation_G729E_16s(val, x.data(), y.data()), kvoOk);
+        EXPECT_EQ(y, want);
+    }
+}
+
+TEST(TiltCompensation, ZeroReflectionIsIdentity) {
+    Rng r(9);
+    const Vec x = r.vec(41, 32768);
+    Vec y(40);
+    ASSERT_EQ(kvosTiltCompensation_G729E_16s(0, x.data(), y.data()), kvoOk);
+    EXPECT_EQ(y, Vec(x.begin() + 1, x.end()));
+}
