@@ -33,7 +33,10 @@ std::string vector_dir_or_skip(const std::string& set) {
     std::string root = vectors_root();
     std::string dir = root.empty() ? "" : root + "/" + set;
     if (is_dir(dir)) return dir;
-    std::string where = root.empty() ? std::string("$KVOSC_VECTORS or ../shared/vectors") : root;
+    const char* env = std::getenv("KVOSC_VECTORS");
+    std::string where = !root.empty()      ? root
+                        : (env && *env)    ? std::string(env) + " ($KVOSC_VECTORS)"
+                                           : source_dir() + "/../shared/vectors";
     const char* ci = std::getenv("CI");
     if (ci && std::strcmp(ci, "true") == 0) {
         ADD_FAILURE() << "vector folder '" << set << "' not found under " << where
