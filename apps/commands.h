@@ -7,4 +7,5 @@ int cmd_demo();
 int cmd_coders();
 int cmd_code(bool encode, const char* coder, const char* in, const char* out);
 int cmd_verify(const char* coder, const char* dir);
+int cmd_sample(const char* out);
 }  // namespace kvosc

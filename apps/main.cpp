@@ -4,6 +4,7 @@
 //   kvosc demo                     run every assembled coder on the built-in sample
 //   kvosc encode|decode CODER IN OUT
 //   kvosc verify CODER DIR
+//   kvosc sample OUT               write the built-in sample (8 kHz, 16-bit LE)
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -20,7 +21,8 @@ int usage(const char* why) {
 void help() {
     std::printf(
         "usage: kvosc version | exports | demo | coders\n"
-        "       kvosc encode CODER IN OUT | decode CODER IN OUT | verify CODER DIR\n");
+        "       kvosc encode CODER IN OUT | decode CODER IN OUT | verify CODER DIR\n"
+        "       kvosc sample OUT\n");
 }
 
 }  // namespace
@@ -44,6 +46,10 @@ int main(int argc, char** argv) {
     if (cmd == "verify") {
         if (rest != 2) return usage("verify needs CODER DIR");
         return kvosc::cmd_verify(argv[2], argv[3]);
+    }
+    if (cmd == "sample") {
+        if (rest != 1) return usage("sample needs OUT");
+        return kvosc::cmd_sample(argv[2]);
     }
     return usage(("unknown command '" + cmd + "'").c_str());
 }
