@@ -3,7 +3,9 @@
 // of the library.
 #include "kvocore.h"
 
-extern "C" __attribute__((visibility("hidden"))) Kvo32s kvoJumpIndexForMergedDLL = 0;
+extern "C" {
+__attribute__((visibility("hidden"))) Kvo32s kvoJumpIndexForMergedDLL = 0;
+}
 
 namespace {
 
