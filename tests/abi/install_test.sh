@@ -14,6 +14,8 @@ tmp=$(mktemp -d "${TMPDIR:-/tmp}/kvosc-install-XXXXXX")
 trap 'rm -rf "$tmp"' EXIT
 prefix=$tmp/prefix
 
+extra=${KVOSC_EXTRA_CFLAGS:-}   # sanitizer builds: flags for the programs built here
+
 fail() { echo "install test ($mode): $*" >&2; exit 1; }
 
 if [ "$mode" = readme ]; then
@@ -52,7 +54,7 @@ int main(void) {
 C
     flags=$(pkg-config --cflags --libs kvosc) || fail "pkg-config does not know kvosc"
     # shellcheck disable=SC2086
-    "$cc" -std=c99 -Wall -Werror -o "$tmp/app" "$tmp/app.c" $flags || fail "compile failed ($flags)"
+    "$cc" $extra -std=c99 -Wall -Werror -o "$tmp/app" "$tmp/app.c" $flags || fail "compile failed ($flags)"
     "$tmp/app" || fail "the program failed against the installed library"
     "$prefix/bin/kvosc" version >/dev/null || fail "installed kvosc tool does not run"
     ;;
@@ -70,14 +72,14 @@ C
 int main(void) { return kvoscGetLibVersion()->versionMajor == 8 ? 0 : 1; }
 C
     "$cmake" -S "$tmp/proj" -B "$tmp/proj/build" -DCMAKE_PREFIX_PATH="$prefix" \
-        -DCMAKE_C_COMPILER="$cc" >"$tmp/cfg.log" 2>&1 || { cat "$tmp/cfg.log"; fail "configure failed"; }
+        -DCMAKE_C_COMPILER="$cc" -DCMAKE_C_FLAGS="$extra" >"$tmp/cfg.log" 2>&1 || { cat "$tmp/cfg.log"; fail "configure failed"; }
     "$cmake" --build "$tmp/proj/build" >"$tmp/build.log" 2>&1 || { cat "$tmp/build.log"; fail "build failed"; }
     "$tmp/proj/build/app" || fail "the program failed against the installed library"
     ;;
 readme)
     flags=$(pkg-config --cflags --libs kvosc) || fail "pkg-config does not know kvosc"
     # shellcheck disable=SC2086
-    "$cc" -o "$tmp/example" "$src/apps/example.c" $flags || fail "the README example does not compile"
+    "$cc" $extra -o "$tmp/example" "$src/apps/example.c" $flags || fail "the README example does not compile"
     out=$("$tmp/example") || fail "the README example failed: $out"
     echo "$out"
     echo "$out" | grep -q 'y = 500 -1000 1500 16384$' || fail "unexpected output: $out"
