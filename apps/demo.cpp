@@ -61,12 +61,12 @@ Material make_material() {
             r[j] *= 2;
         }
         r[0] += 1;
-        int shift = 0;
-        while ((r[0] << (shift + 1)) < (int64_t{1} << 31)) ++shift;
-        while (r[0] >> -(shift) >= (int64_t{1} << 31)) --shift;
+        int shift = 0;  // r[0] scaled into [2^30, 2^31)
+        for (int64_t v = r[0]; v >= (int64_t{1} << 31); v >>= 1) --shift;
+        for (int64_t v = r[0]; v < (int64_t{1} << 30); v *= 2) ++shift;
         std::vector<int32_t> a(kOrder + 1);
         for (int j = 0; j <= kOrder; ++j)
-            a[j] = static_cast<int32_t>(shift >= 0 ? r[j] << shift : r[j] >> -shift);
+            a[j] = static_cast<int32_t>(shift >= 0 ? r[j] * (int64_t{1} << shift) : r[j] >> -shift);
         m.windowed.push_back(std::move(w));
         m.acf.push_back(std::move(a));
     }
