@@ -34,9 +34,9 @@ constexpr int kOrder = 10;
 // Inputs shared by the kernels, one entry per 10 ms frame.
 struct Material {
     std::vector<int16_t> pcm;
-    std::vector<int16_t> window;                // Hamming, Q15
-    std::vector<std::vector<int16_t>> windowed; // kWindow samples per frame
-    std::vector<std::vector<int32_t>> acf;      // normalised autocorrelation, kOrder + 1
+    std::vector<int16_t> window;                 // Hamming, Q15
+    std::vector<std::vector<int16_t>> windowed;  // kWindow samples per frame
+    std::vector<std::vector<int32_t>> acf;       // normalised autocorrelation, kOrder + 1
     size_t frames = 0;
 };
 
@@ -200,8 +200,8 @@ int cmd_demo() {
                 "x real time");
     int failures = 0;
     for (const coders::Coder* c : list) {
-        std::vector<int16_t> pcm = c->sample_rate == kRate ? m.pcm
-                                                           : synth_speech(kSeconds, c->sample_rate);
+        std::vector<int16_t> pcm =
+            c->sample_rate == kRate ? m.pcm : synth_speech(kSeconds, c->sample_rate);
         pcm.resize(pcm.size() / c->frame_samples * c->frame_samples);
         std::vector<int16_t> bits, out;
         std::string err;
@@ -241,8 +241,7 @@ int cmd_code(bool encode, const char* name, const char* in, const char* out) {
     }
     std::string err;
     if (!(encode ? c->encode(src, dst, err) : c->decode(src, dst, err))) {
-        std::fprintf(stderr, "kvosc: %s %s: %s\n", name, encode ? "encode" : "decode",
-                     err.c_str());
+        std::fprintf(stderr, "kvosc: %s %s: %s\n", name, encode ? "encode" : "decode", err.c_str());
         return 1;
     }
     if (!write_file_words(out, dst)) {

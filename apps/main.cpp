@@ -35,10 +35,13 @@ int main(int argc, char** argv) {
         help();
         return 0;
     }
-    if (cmd == "version") return rest == 0 ? kvosc::cmd_version() : usage("version takes no arguments");
-    if (cmd == "exports") return rest == 0 ? kvosc::cmd_exports() : usage("exports takes no arguments");
+    if (cmd == "version")
+        return rest == 0 ? kvosc::cmd_version() : usage("version takes no arguments");
+    if (cmd == "exports")
+        return rest == 0 ? kvosc::cmd_exports() : usage("exports takes no arguments");
     if (cmd == "demo") return rest == 0 ? kvosc::cmd_demo() : usage("demo takes no arguments");
-    if (cmd == "coders") return rest == 0 ? kvosc::cmd_coders() : usage("coders takes no arguments");
+    if (cmd == "coders")
+        return rest == 0 ? kvosc::cmd_coders() : usage("coders takes no arguments");
     if (cmd == "encode" || cmd == "decode") {
         if (rest != 3) return usage((cmd + " needs CODER IN OUT").c_str());
         return kvosc::cmd_code(cmd == "encode", argv[2], argv[3], argv[4]);

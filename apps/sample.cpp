@@ -81,7 +81,8 @@ std::vector<int16_t> synth_speech(double seconds, int rate) {
     for (double v : out) peak = std::max(peak, std::fabs(v));
     std::vector<int16_t> pcm(n);
     const double target = 13000;  // about -8 dBFS
-    for (size_t i = 0; i < n; ++i) pcm[i] = static_cast<int16_t>(std::lround(out[i] * target / peak));
+    for (size_t i = 0; i < n; ++i)
+        pcm[i] = static_cast<int16_t>(std::lround(out[i] * target / peak));
     return pcm;
 }
 

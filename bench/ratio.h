@@ -54,6 +54,6 @@ benchmark::internal::Benchmark* register_pair(const std::string& name, Ours ours
 #define KVOSC_BENCH_PAIR_CAT2(a, b) a##b
 #define KVOSC_BENCH_PAIR_CAT(a, b) KVOSC_BENCH_PAIR_CAT2(a, b)
 // Registers a pair at start-up under the name `id`.
-#define KVOSC_BENCH_PAIR(id, ours, peer)                                                   \
-    [[maybe_unused]] static auto* KVOSC_BENCH_PAIR_CAT(kvosc_pair_, __LINE__) =           \
+#define KVOSC_BENCH_PAIR(id, ours, peer)                                        \
+    [[maybe_unused]] static auto* KVOSC_BENCH_PAIR_CAT(kvosc_pair_, __LINE__) = \
         ::kvosc::bench::register_pair(#id, ours, peer)

@@ -24,7 +24,7 @@
 #else
 // Minimal stand-in of clang's provider: values from the front of the data.
 class FuzzedDataProvider {
-public:
+  public:
     FuzzedDataProvider(const uint8_t* data, size_t size) : p_(data), n_(size) {}
     template <class T>
     T ConsumeIntegral() {
@@ -53,7 +53,7 @@ public:
     }
     size_t remaining_bytes() const { return n_; }
 
-private:
+  private:
     const uint8_t* p_;
     size_t n_;
 };
@@ -61,12 +61,12 @@ private:
 #include <limits>
 #endif
 
-#define KVOSC_FUZZ_CHECK(cond)                                                        \
-    do {                                                                              \
-        if (!(cond)) {                                                                \
+#define KVOSC_FUZZ_CHECK(cond)                                                            \
+    do {                                                                                  \
+        if (!(cond)) {                                                                    \
             std::fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
-            std::abort();                                                             \
-        }                                                                             \
+            std::abort();                                                                 \
+        }                                                                                 \
     } while (0)
 
 namespace kvosc::fuzz {
@@ -75,7 +75,7 @@ template <class T>
 class HeapBuf {
     static_assert(std::is_trivially_copyable_v<T>);
 
-public:
+  public:
     // n elements, zero-filled.  n == 0 gives a valid pointer to no element.
     explicit HeapBuf(size_t n) : n_(n), p_(static_cast<T*>(std::malloc(n ? n * sizeof(T) : 1))) {
         if (n) std::memset(p_, 0, n * sizeof(T));
@@ -103,7 +103,7 @@ public:
         return s.size() == bytes() && (s.empty() || std::memcmp(s.data(), p_, s.size()) == 0);
     }
 
-private:
+  private:
     size_t n_;
     T* p_;
 };

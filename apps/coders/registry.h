@@ -28,14 +28,12 @@ struct VerifyRow {
 };
 
 struct Coder {
-    const char* name;      // "g729", "gsmfr" ...
-    double kbps;           // bit rate of the default mode
-    int sample_rate;       // Hz
-    int frame_samples;     // samples per frame
-    bool (*encode)(const std::vector<int16_t>& pcm, std::vector<int16_t>& bits,
-                   std::string& error);
-    bool (*decode)(const std::vector<int16_t>& bits, std::vector<int16_t>& pcm,
-                   std::string& error);
+    const char* name;   // "g729", "gsmfr" ...
+    double kbps;        // bit rate of the default mode
+    int sample_rate;    // Hz
+    int frame_samples;  // samples per frame
+    bool (*encode)(const std::vector<int16_t>& pcm, std::vector<int16_t>& bits, std::string& error);
+    bool (*decode)(const std::vector<int16_t>& bits, std::vector<int16_t>& pcm, std::string& error);
     std::vector<VerifyRow> (*verify)(const std::string& dir);
 };
 

@@ -49,7 +49,8 @@ struct ExportRow {
 std::vector<ExportRow> export_rows() {
     std::ifstream in(kvosc::test::source_dir() + "/src/frame/exports.def");
     std::vector<ExportRow> rows;
-    std::regex row(R"(^KVO_EXPORT\(\s*([a-z0-9]+)\s*,\s*([A-Za-z0-9_]+)\s*,\s*([A-Za-z0-9_]+)\s*\))");
+    std::regex row(
+        R"(^KVO_EXPORT\(\s*([a-z0-9]+)\s*,\s*([A-Za-z0-9_]+)\s*,\s*([A-Za-z0-9_]+)\s*\))");
     std::string line;
     std::smatch m;
     while (std::getline(in, line))
@@ -58,7 +59,7 @@ std::vector<ExportRow> export_rows() {
 }
 
 class Abi : public ::testing::Test {
-protected:
+  protected:
     static void SetUpTestSuite() {
         elf_ = new ElfImage(kvosc::test::built_library());
         rows_ = new std::vector<ExportRow>(export_rows());
@@ -169,8 +170,8 @@ TEST_F(Abi, SlotsLieInRelroAndAreReadOnlyAfterLoad) {
             EXPECT_EQ(slot->size, sizeof(void*));
         EXPECT_NE(slot->bind, STB_GLOBAL) << "a slot must not be a dynamic symbol";
         EXPECT_TRUE(slot->value >= lo && slot->value + slot->size <= hi)
-            << "slot at 0x" << std::hex << slot->value << " outside RELRO [0x" << lo << ", 0x"
-            << hi << ")";
+            << "slot at 0x" << std::hex << slot->value << " outside RELRO [0x" << lo << ", 0x" << hi
+            << ")";
         std::string perms = kvosc::test::mapping_permissions(at(slot->value));
         ASSERT_FALSE(perms.empty());
         EXPECT_EQ(perms[1], '-') << "slot mapping is " << perms;
@@ -269,8 +270,10 @@ TEST_F(Abi, DynamicSectionNamesCoreSonameAndBindNow) {
     auto needed = elf_->needed();
     EXPECT_NE(std::find(needed.begin(), needed.end(), "libkvocore.so.8.0"), needed.end())
         << ::testing::PrintToString(needed);
-    std::regex allowed(KVOSC_TEST_SANITIZED ? R"(^(libkvocore\.so\.8\.0|libc\.so\.6|libm\.so\.6|libstdc\+\+\.so\.6|lib(asan|ubsan)\.so.*)$)"
-                                            : R"(^(libkvocore\.so\.8\.0|libc\.so\.6|libm\.so\.6)$)");
+    std::regex allowed(
+        KVOSC_TEST_SANITIZED
+            ? R"(^(libkvocore\.so\.8\.0|libc\.so\.6|libm\.so\.6|libstdc\+\+\.so\.6|lib(asan|ubsan)\.so.*)$)"
+            : R"(^(libkvocore\.so\.8\.0|libc\.so\.6|libm\.so\.6)$)");
     for (const auto& n : needed) EXPECT_TRUE(std::regex_match(n, allowed)) << "needs " << n;
     EXPECT_EQ(elf_->soname(), "libkvoscmx.so.8");
 
@@ -279,8 +282,9 @@ TEST_F(Abi, DynamicSectionNamesCoreSonameAndBindNow) {
     EXPECT_TRUE((flags & DF_BIND_NOW) || (flags1 & DF_1_NOW) || elf_->dynamic_value(DT_BIND_NOW))
         << "not linked with -z now";
     EXPECT_NE(elf_->runpath().find("$ORIGIN"), std::string::npos)
-        << "RUNPATH '" << elf_->runpath() << "' lacks $ORIGIN: installed copies would not find "
-                                             "libkvocore";
+        << "RUNPATH '" << elf_->runpath()
+        << "' lacks $ORIGIN: installed copies would not find "
+           "libkvocore";
     auto stack = elf_->segment(PT_GNU_STACK);
     ASSERT_TRUE(stack) << "no PT_GNU_STACK: the loader would make the stack executable";
     EXPECT_FALSE(stack->flags & PF_X);

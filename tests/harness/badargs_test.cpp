@@ -35,8 +35,16 @@ bool any_contains(const std::vector<std::string>& msgs, const std::string& part)
     return false;
 }
 
-enum class Flaw { None, LengthBeforeNull, WriteBeforeScaleCheck, Overrun, WriteInput, NoScaleCheck,
-                  RejectAll, Underrun };
+enum class Flaw {
+    None,
+    LengthBeforeNull,
+    WriteBeforeScaleCheck,
+    Overrun,
+    WriteInput,
+    NoScaleCheck,
+    RejectAll,
+    Underrun
+};
 
 // dst[i] = src[i] >> sf, with the usual check order: nulls, length, scale.
 KvoStatus shift_right(Flaw flaw, const Kvo16s* src, Kvo16s* dst, Kvo32s len, Kvo32s sf) {
@@ -99,7 +107,9 @@ TEST(BadArgs, EachFaultIsReported) {
 struct Counter {
     Kvo32s magic, frames;
 };
-void counter_init(void* p) { *static_cast<Counter*>(p) = {0x4b56, 0}; }
+void counter_init(void* p) {
+    *static_cast<Counter*>(p) = {0x4b56, 0};
+}
 KvoStatus counter_frame(bool early_write, Counter* st, const Kvo16s* x, Kvo32s len) {
     if (!st || !x) return kvoErrNullPtr;
     if (early_write) ++st->frames;
@@ -123,8 +133,9 @@ TEST(BadArgs, StateRecordMustStayUntouchedOnFailure) {
     EXPECT_EQ(check_counter(false).failures, 0);
     auto msgs = failures_of([] { check_counter(true); });
     EXPECT_EQ(msgs.size(), 2u);  // len = 79 and len = 160
-    EXPECT_TRUE(any_contains(msgs, "counter_frame(len = 79): pState byte 4 changed from 0 to 1 by "
-                                   "a call that failed"))
+    EXPECT_TRUE(any_contains(msgs,
+                             "counter_frame(len = 79): pState byte 4 changed from 0 to 1 by "
+                             "a call that failed"))
         << ::testing::PrintToString(msgs);
 }
 

@@ -16,7 +16,7 @@ namespace kt = kvosc::test;
 namespace {
 
 class Files : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         dir_ = kt::make_temp_dir();
         ASSERT_FALSE(dir_.empty());
@@ -63,9 +63,9 @@ TEST_F(Files, ItuBitStreamFramesOfEveryKind) {
     for (int i = 0; i < 16; ++i) sid[i] = i & 1;
     append(w, itu_frame(0x6b21, speech));
     append(w, itu_frame(0x6b21, sid));
-    append(w, itu_frame(0x6b21, {}));                          // untransmitted
-    append(w, itu_frame(0x6b21, std::vector<int>(80, -1)));    // erased: all zero words
-    append(w, itu_frame(0x6b20, std::vector<int>(4, 1)));      // bad-frame sync
+    append(w, itu_frame(0x6b21, {}));                        // untransmitted
+    append(w, itu_frame(0x6b21, std::vector<int>(80, -1)));  // erased: all zero words
+    append(w, itu_frame(0x6b20, std::vector<int>(4, 1)));    // bad-frame sync
     auto f = kt::read_itu_bitstream(file("s.bit", w));
     ASSERT_TRUE(f.ok()) << f.error;
     ASSERT_EQ(f.items.size(), 5u);
@@ -204,11 +204,13 @@ TEST(Compare, MismatchReportLocatesTheSample) {
 
 struct SmokeSet {
     const char* set;
-    std::function<bool(const std::string&)> pick;  // by file name
+    std::function<bool(const std::string&)> pick;         // by file name
     std::function<std::string(const std::string&)> read;  // error text, empty when fine
 };
 
-void PrintTo(const SmokeSet& s, std::ostream* os) { *os << s.set; }
+void PrintTo(const SmokeSet& s, std::ostream* os) {
+    *os << s.set;
+}
 
 bool ends_with(const std::string& s, const std::string& e) {
     return s.size() >= e.size() && s.compare(s.size() - e.size(), e.size(), e) == 0;
@@ -261,8 +263,11 @@ const SmokeSet kSmoke[] = {
      [](const std::string& p) { return kt::read_byte_words(p).error; }},
     // The published G.711 inputs and every reset/homing set (pcm_init.* and
     // the i_ini_* files hold 16-bit linear samples).
-    {"g726", [](auto& n) { return n == "nrm.a" || n == "nrm.m" || n == "ovr.a" || n == "ovr.m" ||
-                                  ends_with(n, ".i") || ends_with(n, ".o"); },
+    {"g726",
+     [](auto& n) {
+         return n == "nrm.a" || n == "nrm.m" || n == "ovr.a" || n == "ovr.m" ||
+                ends_with(n, ".i") || ends_with(n, ".o");
+     },
      [](const std::string& p) { return kt::read_byte_words(p).error; }},
     {"g728", [](auto& n) { return ends_with(n, ".bin"); }, words},
     {"gsmfr", [](auto& n) { return ends_with(n, ".cod"); },

@@ -43,9 +43,15 @@ inline void note_free(const void* p) {
 #ifdef KVOSC_ALLOC_HOOKS
 
 namespace {
-void on_malloc(const volatile void*, size_t n) { note_alloc(n); }
-void on_free(const volatile void* p) { note_free(const_cast<const void*>(p)); }
-bool install_hooks() { return __sanitizer_install_malloc_and_free_hooks(on_malloc, on_free) != 0; }
+void on_malloc(const volatile void*, size_t n) {
+    note_alloc(n);
+}
+void on_free(const volatile void* p) {
+    note_free(const_cast<const void*>(p));
+}
+bool install_hooks() {
+    return __sanitizer_install_malloc_and_free_hooks(on_malloc, on_free) != 0;
+}
 }  // namespace
 
 namespace kvosc::test {
@@ -112,7 +118,9 @@ void* memalign(size_t align, size_t n) {
 }  // extern "C"
 
 namespace kvosc::test {
-bool allocation_counting_available() { return true; }
+bool allocation_counting_available() {
+    return true;
+}
 }  // namespace kvosc::test
 
 #endif
@@ -126,9 +134,17 @@ AllocCounter::AllocCounter() {
     bytes0_ = t_counts.bytes;
     ++t_active;
 }
-AllocCounter::~AllocCounter() { --t_active; }
-long AllocCounter::allocations() const { return t_counts.allocs - alloc0_; }
-long AllocCounter::frees() const { return t_counts.frees - free0_; }
-size_t AllocCounter::bytes() const { return t_counts.bytes - bytes0_; }
+AllocCounter::~AllocCounter() {
+    --t_active;
+}
+long AllocCounter::allocations() const {
+    return t_counts.allocs - alloc0_;
+}
+long AllocCounter::frees() const {
+    return t_counts.frees - free0_;
+}
+size_t AllocCounter::bytes() const {
+    return t_counts.bytes - bytes0_;
+}
 
 }  // namespace kvosc::test

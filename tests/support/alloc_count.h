@@ -19,7 +19,7 @@
 namespace kvosc::test {
 
 class AllocCounter {
-public:
+  public:
     AllocCounter();
     ~AllocCounter();
     AllocCounter(const AllocCounter&) = delete;
@@ -29,7 +29,7 @@ public:
     long frees() const;        // blocks released (free of null not counted)
     size_t bytes() const;      // bytes requested by those allocations
 
-private:
+  private:
     long alloc0_, free0_;
     size_t bytes0_;
 };

@@ -52,7 +52,7 @@
 namespace kvosc::test {
 
 class BadArgs {
-public:
+  public:
     template <class T>
     struct Ptr {
         size_t id;
@@ -111,7 +111,8 @@ public:
 
     // ---- value arguments ---------------------------------------------------
     template <class T>
-    Val<T> value(const char* name, T good, std::initializer_list<std::pair<T, KvoStatus>> bad = {}) {
+    Val<T> value(const char* name, T good,
+                 std::initializer_list<std::pair<T, KvoStatus>> bad = {}) {
         static_assert(std::is_trivially_copyable_v<T>);
         Arg a;
         a.name = name;
@@ -145,7 +146,7 @@ public:
     // What the callable receives: c(ptr) and c(value) give the argument of
     // the current case.
     class Call {
-    public:
+      public:
         template <class T>
         T* operator()(Ptr<T> p) const {
             for (const auto& f : faults_)
@@ -163,7 +164,7 @@ public:
             return out;
         }
 
-    private:
+      private:
         friend class BadArgs;
         Call(const BadArgs* o, const std::vector<Fault>& f) : owner_(o), faults_(f) {}
         const BadArgs* owner_;
@@ -185,7 +186,7 @@ public:
         return rep;
     }
 
-private:
+  private:
     enum class Kind { In, Out, InOut, State, Value };
     static constexpr size_t kGuard = 64;
 
@@ -198,9 +199,9 @@ private:
         std::function<void(void*)> init;
         bool nullable = true;
         KvoStatus null_status = kvoErrNullPtr;
-        std::vector<uint8_t> storage;          // guard | lead+count elements | guard
-        uint8_t* region = nullptr;             // start of the argument's bytes (at lead)
-        uint8_t* ptr = nullptr;                // what the function receives
+        std::vector<uint8_t> storage;  // guard | lead+count elements | guard
+        uint8_t* region = nullptr;     // start of the argument's bytes (at lead)
+        uint8_t* ptr = nullptr;        // what the function receives
         // values
         std::vector<uint8_t> good;
         std::vector<std::vector<uint8_t>> bad;
@@ -326,7 +327,8 @@ private:
                 if (i < lo || i >= hi)
                     m << " guard byte " << (i < lo ? "before" : "after") << " the buffer";
                 else
-                    m << " byte " << (static_cast<long>(i - lo) - static_cast<long>(a.lead * a.elem))
+                    m << " byte "
+                      << (static_cast<long>(i - lo) - static_cast<long>(a.lead * a.elem))
                       << (a.kind == Kind::In ? " (an input)" : "");
                 m << " changed from " << int(before[k][i]) << " to " << int(a.storage[i])
                   << (failed_call ? " by a call that failed" : "");

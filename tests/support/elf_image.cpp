@@ -9,8 +9,12 @@
 
 namespace kvosc::test {
 
-bool ElfImage::Section::writable() const { return flags & SHF_WRITE; }
-bool ElfImage::Section::executable() const { return flags & SHF_EXECINSTR; }
+bool ElfImage::Section::writable() const {
+    return flags & SHF_WRITE;
+}
+bool ElfImage::Section::executable() const {
+    return flags & SHF_EXECINSTR;
+}
 
 ElfImage::ElfImage(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -53,8 +57,8 @@ void ElfImage::parse() {
             error_ = "truncated program header table";
             return;
         }
-        segments_.push_back({ph.p_type, ph.p_flags, ph.p_offset, ph.p_vaddr, ph.p_filesz,
-                             ph.p_memsz});
+        segments_.push_back(
+            {ph.p_type, ph.p_flags, ph.p_offset, ph.p_vaddr, ph.p_filesz, ph.p_memsz});
     }
     std::vector<Elf64_Shdr> sh(eh.e_shnum);
     for (unsigned i = 0; i < eh.e_shnum; ++i)
@@ -64,8 +68,8 @@ void ElfImage::parse() {
         }
     uint64_t names = eh.e_shstrndx < sh.size() ? sh[eh.e_shstrndx].sh_offset : 0;
     for (const auto& s : sh)
-        sections_.push_back({cstr_at(file_, names + s.sh_name), s.sh_type, s.sh_flags,
-                             s.sh_addr, s.sh_offset, s.sh_size});
+        sections_.push_back({cstr_at(file_, names + s.sh_name), s.sh_type, s.sh_flags, s.sh_addr,
+                             s.sh_offset, s.sh_size});
     for (size_t i = 0; i < sh.size(); ++i) {
         if (sh[i].sh_type == SHT_SYMTAB || sh[i].sh_type == SHT_DYNSYM) {
             auto syms = read_symbols(sections_[i]);

@@ -11,7 +11,7 @@
 namespace kvosc::test {
 
 class ElfImage {
-public:
+  public:
     struct Section {
         std::string name;
         uint32_t type = 0;
@@ -42,12 +42,12 @@ public:
 
     const std::vector<Section>& sections() const { return sections_; }
     const std::vector<Segment>& segments() const { return segments_; }
-    const std::vector<Symbol>& symtab() const { return symtab_; }    // .symtab (may be empty)
-    const std::vector<Symbol>& dynsym() const { return dynsym_; }    // .dynsym
+    const std::vector<Symbol>& symtab() const { return symtab_; }  // .symtab (may be empty)
+    const std::vector<Symbol>& dynsym() const { return dynsym_; }  // .dynsym
     const std::vector<Dynamic>& dynamic() const { return dynamic_; }
 
     const Section* section(const std::string& name) const;
-    const Section* section_at(uint64_t vaddr) const;   // allocated section holding vaddr
+    const Section* section_at(uint64_t vaddr) const;  // allocated section holding vaddr
     const Symbol* find_symtab(const std::string& name) const;
     const Symbol* find_dynsym(const std::string& name) const;
     std::optional<Segment> segment(uint32_t type) const;  // first of that type
@@ -62,7 +62,7 @@ public:
     // the file-backed part of a loadable segment).
     std::vector<uint8_t> bytes_at(uint64_t vaddr, size_t n) const;
 
-private:
+  private:
     void parse();
     std::vector<Symbol> read_symbols(const Section& s) const;
     std::string dynstr(uint64_t off) const;

@@ -1,7 +1,7 @@
 #include "support/paths.h"
 
-#include <gtest/gtest.h>
 #include <dirent.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,9 +19,15 @@ bool is_dir(const std::string& p) {
 }
 }  // namespace
 
-std::string source_dir() { return KVOSC_SOURCE_DIR; }
-std::string binary_dir() { return KVOSC_BINARY_DIR; }
-std::string built_library() { return binary_dir() + "/lib/libkvoscmx.so.8.0"; }
+std::string source_dir() {
+    return KVOSC_SOURCE_DIR;
+}
+std::string binary_dir() {
+    return KVOSC_BINARY_DIR;
+}
+std::string built_library() {
+    return binary_dir() + "/lib/libkvoscmx.so.8.0";
+}
 
 std::string vectors_root() {
     if (const char* env = std::getenv("KVOSC_VECTORS"); env && *env) return is_dir(env) ? env : "";
@@ -34,9 +40,9 @@ std::string vector_dir_or_skip(const std::string& set) {
     std::string dir = root.empty() ? "" : root + "/" + set;
     if (is_dir(dir)) return dir;
     const char* env = std::getenv("KVOSC_VECTORS");
-    std::string where = !root.empty()      ? root
-                        : (env && *env)    ? std::string(env) + " ($KVOSC_VECTORS)"
-                                           : source_dir() + "/../shared/vectors";
+    std::string where = !root.empty()   ? root
+                        : (env && *env) ? std::string(env) + " ($KVOSC_VECTORS)"
+                                        : source_dir() + "/../shared/vectors";
     const char* ci = std::getenv("CI");
     if (ci && std::strcmp(ci, "true") == 0) {
         ADD_FAILURE() << "vector folder '" << set << "' not found under " << where

@@ -21,7 +21,7 @@ std::vector<std::string> files_in(const std::string& dir);
 std::string make_temp_dir();
 void remove_tree(const std::string& dir);
 
-std::string built_library();   // path of libkvoscmx.so.8.0 in the build tree
+std::string built_library();  // path of libkvoscmx.so.8.0 in the build tree
 std::string source_dir();
 std::string binary_dir();
 

@@ -126,8 +126,8 @@ VectorFile<uint8_t> read_byte_words(const std::string& path) {
     f.items.resize(w.size());
     for (size_t i = 0; i < w.size(); ++i) {
         if (w[i] > 0xff) {
-            f.error = path + ": word " + std::to_string(i) + " is " + hex4(w[i]) +
-                      ", more than one byte";
+            f.error =
+                path + ": word " + std::to_string(i) + " is " + hex4(w[i]) + ", more than one byte";
             f.items.clear();
             return f;
         }
@@ -157,8 +157,8 @@ VectorFile<GsmFrFrame> read_gsmfr_cod(const std::string& path) {
             int16_t v = p[j];
             if (v < 0 || v >= (1 << bits)) {
                 if (f.error.empty())
-                    f.error = at(path, k, k * kGsmFrCodWords + j) + ": value " +
-                              std::to_string(v) + " exceeds " + std::to_string(bits) + " bits";
+                    f.error = at(path, k, k * kGsmFrCodWords + j) + ": value " + std::to_string(v) +
+                              " exceeds " + std::to_string(bits) + " bits";
             }
             dst = v;
             ++j;
@@ -240,8 +240,8 @@ VectorFile<AmrWbFrame> read_amrwb_cod(const std::string& path) {
         for (int k = 0; k < n; ++k) {
             uint16_t b = w[i + 3 + k];
             if (b != 0x007f && b != 0xff81) {
-                f.error = at(path, frame, i + 3 + k) + ": bit word " + hex4(b) +
-                          ", want 0xff81/0x007f";
+                f.error =
+                    at(path, frame, i + 3 + k) + ": bit word " + hex4(b) + ", want 0xff81/0x007f";
                 return f;
             }
             fr.bits[k] = b == 0x007f;
@@ -263,8 +263,7 @@ std::string describe_mismatch(const std::vector<int16_t>& got, const std::vector
     if (frame_len == 0) frame_len = 1;
     s << "first difference at sample " << i << " (frame " << static_cast<size_t>(i) / frame_len
       << ", offset " << static_cast<size_t>(i) % frame_len << ")";
-    if (static_cast<size_t>(i) < n)
-        s << ": got " << got[i] << ", want " << want[i];
+    if (static_cast<size_t>(i) < n) s << ": got " << got[i] << ", want " << want[i];
     s << "; " << differ << " of " << n << " samples differ";
     if (got.size() != want.size()) s << "; lengths " << got.size() << " and " << want.size();
     return s.str();
