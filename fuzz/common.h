@@ -10,11 +10,13 @@
 //   (libFuzzer then keeps the input that broke it).
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <type_traits>
 #include <vector>
@@ -57,8 +59,6 @@ class FuzzedDataProvider {
     const uint8_t* p_;
     size_t n_;
 };
-#include <algorithm>
-#include <limits>
 #endif
 
 #define KVOSC_FUZZ_CHECK(cond)                                                            \
