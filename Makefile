@@ -1,13 +1,13 @@
 # Thin front end over CMake.  `make demo` and `make check` set everything up
 # on a fresh Debian machine.
-BUILD      ?= build
-ASAN_BUILD ?= build-asan
-FUZZ_BUILD ?= build-fuzz
-BENCH_BUILD ?= build-bench
+# Build folders are those of CMakePresets.json (release, asan, fuzz, bench).
+BUILD       := build
+ASAN_BUILD  := build-asan
+FUZZ_BUILD  := build-fuzz
+BENCH_BUILD := build-bench
 PREFIX     ?= /usr/local
 FUZZ_SECONDS ?= 60
 JOBS       ?= $(shell nproc)
-CMAKE_GEN  := -G Ninja
 
 .PHONY: all demo check test deps build bench asan fuzz install clean tables format
 
@@ -15,15 +15,16 @@ all: build
 
 # Packages the build and tests need; installed with apt-get when run as root.
 DEPS := cmake ninja-build g++ clang pkg-config libgtest-dev libgmock-dev \
-        libbenchmark-dev libclang-rt-14-dev binutils python3 \
-        libgsm1-dev libspandsp-dev libbcg729-dev libopencore-amrnb-dev \
+        libbenchmark-dev libclang-rt-14-dev binutils python3
+# Peer libraries for the benches and cross-checks: installed when available.
+PEER_DEPS := libgsm1-dev libspandsp-dev libbcg729-dev libopencore-amrnb-dev \
         libopencore-amrwb-dev libvo-amrwbenc-dev libfftw3-dev
 
 deps:
-	@sh tools/install-deps.sh $(DEPS)
+	@sh tools/install-deps.sh $(DEPS) --optional $(PEER_DEPS)
 
 $(BUILD)/build.ninja:
-	cmake -S . -B $(BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Release
+	cmake --preset release
 
 build: $(BUILD)/build.ninja
 	cmake --build $(BUILD) -j $(JOBS)
@@ -38,18 +39,18 @@ test: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
 bench: deps
-	cmake -S . -B $(BENCH_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Release -DKVOSC_TESTS=OFF -DKVOSC_BENCH=ON
-	cmake --build $(BENCH_BUILD) -j $(JOBS)
+	cmake --preset bench
+	cmake --build --preset bench -j $(JOBS)
 	$(BENCH_BUILD)/bin/kvosc_bench --benchmark_min_time=0.05
 
 asan: deps
-	CC=clang CXX=clang++ cmake -S . -B $(ASAN_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKVOSC_SANITIZE=ON
-	cmake --build $(ASAN_BUILD) -j $(JOBS)
-	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 ctest --output-on-failure -j $(JOBS)
+	cmake --preset asan
+	cmake --build --preset asan -j $(JOBS)
+	ctest --preset asan -j $(JOBS)
 
 fuzz: deps
-	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKVOSC_TESTS=OFF -DKVOSC_FUZZ=ON
-	cmake --build $(FUZZ_BUILD) -j $(JOBS)
+	cmake --preset fuzz
+	cmake --build --preset fuzz -j $(JOBS)
 	sh tools/run-fuzz.sh $(FUZZ_BUILD)/bin $(FUZZ_SECONDS)
 
 install: build

@@ -1,10 +1,14 @@
 #pragma once
 
+#include <string>
+#include <vector>
+
 namespace kvosc {
 int cmd_version();
 int cmd_exports();
 int cmd_demo();
 int cmd_coders();
-int cmd_code(bool encode, const char* coder, const char* in, const char* out);
+int cmd_code(bool encode, const char* coder, const std::vector<std::string>& args);
 int cmd_verify(const char* coder, const char* dir);
+int cmd_sample(const char* out);
 }  // namespace kvosc

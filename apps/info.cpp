@@ -31,11 +31,11 @@ const struct {
     Kvo64u bit;
     const char* name;
 } kFeatures[] = {
-    {KVO_CPU_MMX, "mmx"},     {KVO_CPU_SSE, "sse"},       {KVO_CPU_SSE2, "sse2"},
-    {KVO_CPU_SSE3, "sse3"},   {KVO_CPU_SSSE3, "ssse3"},   {KVO_CPU_SSE41, "sse4.1"},
-    {KVO_CPU_SSE42, "sse4.2"}, {KVO_CPU_AVX, "avx"},      {KVO_CPU_AES, "aes"},
-    {KVO_CPU_CLMUL, "clmul"}, {KVO_CPU_F16C, "f16c"},     {KVO_CPU_FMA, "fma"},
-    {KVO_CPU_AVX2, "avx2"},   {KVO_CPU_BMI1, "bmi1"},     {KVO_CPU_BMI2, "bmi2"},
+    {KVO_CPU_MMX, "mmx"},       {KVO_CPU_SSE, "sse"},         {KVO_CPU_SSE2, "sse2"},
+    {KVO_CPU_SSE3, "sse3"},     {KVO_CPU_SSSE3, "ssse3"},     {KVO_CPU_SSE41, "sse4.1"},
+    {KVO_CPU_SSE42, "sse4.2"},  {KVO_CPU_AVX, "avx"},         {KVO_CPU_AES, "aes"},
+    {KVO_CPU_CLMUL, "clmul"},   {KVO_CPU_F16C, "f16c"},       {KVO_CPU_FMA, "fma"},
+    {KVO_CPU_AVX2, "avx2"},     {KVO_CPU_BMI1, "bmi1"},       {KVO_CPU_BMI2, "bmi2"},
     {KVO_CPU_POPCNT, "popcnt"}, {KVO_CPU_AVX512F, "avx512f"},
 };
 

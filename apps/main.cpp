@@ -2,11 +2,13 @@
 //   kvosc version                  version record and processor features
 //   kvosc exports                  exports by family, with implemented counts
 //   kvosc demo                     run every assembled coder on the built-in sample
-//   kvosc encode|decode CODER IN OUT
+//   kvosc encode|decode CODER [--option value ...] IN OUT   (audio: WAV or raw 16-bit)
 //   kvosc verify CODER DIR
+//   kvosc sample OUT               write the built-in sample (8 kHz, 16-bit LE)
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "commands.h"
 
@@ -20,7 +22,9 @@ int usage(const char* why) {
 void help() {
     std::printf(
         "usage: kvosc version | exports | demo | coders\n"
-        "       kvosc encode CODER IN OUT | decode CODER IN OUT | verify CODER DIR\n");
+        "       kvosc encode CODER [options] IN OUT | decode CODER [options] IN OUT\n"
+        "       kvosc verify CODER DIR\n"
+        "       kvosc sample OUT\n");
 }
 
 }  // namespace
@@ -33,17 +37,24 @@ int main(int argc, char** argv) {
         help();
         return 0;
     }
-    if (cmd == "version") return rest == 0 ? kvosc::cmd_version() : usage("version takes no arguments");
-    if (cmd == "exports") return rest == 0 ? kvosc::cmd_exports() : usage("exports takes no arguments");
+    if (cmd == "version")
+        return rest == 0 ? kvosc::cmd_version() : usage("version takes no arguments");
+    if (cmd == "exports")
+        return rest == 0 ? kvosc::cmd_exports() : usage("exports takes no arguments");
     if (cmd == "demo") return rest == 0 ? kvosc::cmd_demo() : usage("demo takes no arguments");
-    if (cmd == "coders") return rest == 0 ? kvosc::cmd_coders() : usage("coders takes no arguments");
+    if (cmd == "coders")
+        return rest == 0 ? kvosc::cmd_coders() : usage("coders takes no arguments");
     if (cmd == "encode" || cmd == "decode") {
-        if (rest != 3) return usage((cmd + " needs CODER IN OUT").c_str());
-        return kvosc::cmd_code(cmd == "encode", argv[2], argv[3], argv[4]);
+        if (rest < 3) return usage((cmd + " needs CODER [options] IN OUT").c_str());
+        return kvosc::cmd_code(cmd == "encode", argv[2], std::vector<std::string>(argv + 3, argv + argc));
     }
     if (cmd == "verify") {
         if (rest != 2) return usage("verify needs CODER DIR");
         return kvosc::cmd_verify(argv[2], argv[3]);
+    }
+    if (cmd == "sample") {
+        if (rest != 1) return usage("sample needs OUT");
+        return kvosc::cmd_sample(argv[2]);
     }
     return usage(("unknown command '" + cmd + "'").c_str());
 }
