@@ -76,7 +76,7 @@ Layout layoutFor(Kvo32s order) {
         off += roundUp64(4 * 2 * (M / 2 + 1));
     }
     l.recordBytes = off;
-    l.workBytes = order <= 6 ? 0 : 4 * N;
+    l.workBytes = order <= 6 ? 0 : 8 * N;  // split arrays, and the inverse's staging copy
     return l;
 }
 
@@ -124,22 +124,63 @@ void gatherFirstPass(const float* x, float* re, float* im, Kvo32s M, const Kvo32
     }
 }
 
-// First radix-4 pass (no twiddles) on data already in bit-reversed order.
-void firstPass(float* re, float* im, Kvo32s M) {
-    for (Kvo32s b = 0; b < M; b += 4) {
-        const float t0r = re[b] + re[b + 1], t0i = im[b] + im[b + 1];
-        const float t1r = re[b] - re[b + 1], t1i = im[b] - im[b + 1];
-        const float t2r = re[b + 2] + re[b + 3], t2i = im[b + 2] + im[b + 3];
-        const float t3r = re[b + 2] - re[b + 3], t3i = im[b + 2] - im[b + 3];
-        re[b] = t0r + t2r;
-        im[b] = t0i + t2i;
-        re[b + 2] = t0r - t2r;
-        im[b + 2] = t0i - t2i;
-        re[b + 1] = t1r + t3i;
-        im[b + 1] = t1i - t3r;
-        re[b + 3] = t1r - t3i;
-        im[b + 3] = t1i + t3r;
+#if defined(__SSE2__)
+// The same for M >= 16, four blocks at a time.  Block index c + t*M/16 (t = 0..3) takes its
+// inputs from rev2(i)*M/4 + base + rev2(t), base = 4*rev(c): for fixed i, four consecutive
+// complex samples, one per lane u = rev2(t).  The butterflies run across the lanes, and a
+// 4x4 transpose turns lanes back into blocks.
+void gatherFirstPassSimd(const float* x, float* re, float* im, Kvo32s M, const Kvo32s* rev) {
+    const Kvo32s Q = M / 16, quarter = M / 4;
+    for (Kvo32s c = 0; c < Q; ++c) {
+        const Kvo32s base = rev[c] >> 2;
+        const float* p0 = x + 2 * base;
+        const float* p1 = x + 2 * (base + 2 * quarter);
+        const float* p2 = x + 2 * (base + quarter);
+        const float* p3 = x + 2 * (base + 3 * quarter);
+        __m128 lo, hi;
+        lo = _mm_loadu_ps(p0), hi = _mm_loadu_ps(p0 + 4);
+        const __m128 q0r = _mm_shuffle_ps(lo, hi, _MM_SHUFFLE(2, 0, 2, 0));
+        const __m128 q0i = _mm_shuffle_ps(lo, hi, _MM_SHUFFLE(3, 1, 3, 1));
+        lo = _mm_loadu_ps(p1), hi = _mm_loadu_ps(p1 + 4);
+        const __m128 q1r = _mm_shuffle_ps(lo, hi, _MM_SHUFFLE(2, 0, 2, 0));
+        const __m128 q1i = _mm_shuffle_ps(lo, hi, _MM_SHUFFLE(3, 1, 3, 1));
+        lo = _mm_loadu_ps(p2), hi = _mm_loadu_ps(p2 + 4);
+        const __m128 q2r = _mm_shuffle_ps(lo, hi, _MM_SHUFFLE(2, 0, 2, 0));
+        const __m128 q2i = _mm_shuffle_ps(lo, hi, _MM_SHUFFLE(3, 1, 3, 1));
+        lo = _mm_loadu_ps(p3), hi = _mm_loadu_ps(p3 + 4);
+        const __m128 q3r = _mm_shuffle_ps(lo, hi, _MM_SHUFFLE(2, 0, 2, 0));
+        const __m128 q3i = _mm_shuffle_ps(lo, hi, _MM_SHUFFLE(3, 1, 3, 1));
+        const __m128 t0r = _mm_add_ps(q0r, q1r), t0i = _mm_add_ps(q0i, q1i);
+        const __m128 t1r = _mm_sub_ps(q0r, q1r), t1i = _mm_sub_ps(q0i, q1i);
+        const __m128 t2r = _mm_add_ps(q2r, q3r), t2i = _mm_add_ps(q2i, q3i);
+        const __m128 t3r = _mm_sub_ps(q2r, q3r), t3i = _mm_sub_ps(q2i, q3i);
+        __m128 o0r = _mm_add_ps(t0r, t2r), o0i = _mm_add_ps(t0i, t2i);
+        __m128 o1r = _mm_add_ps(t1r, t3i), o1i = _mm_sub_ps(t1i, t3r);
+        __m128 o2r = _mm_sub_ps(t0r, t2r), o2i = _mm_sub_ps(t0i, t2i);
+        __m128 o3r = _mm_sub_ps(t1r, t3i), o3i = _mm_add_ps(t1i, t3r);
+        _MM_TRANSPOSE4_PS(o0r, o1r, o2r, o3r);
+        _MM_TRANSPOSE4_PS(o0i, o1i, o2i, o3i);
+        _mm_store_ps(re + 4 * c, o0r);
+        _mm_store_ps(im + 4 * c, o0i);
+        _mm_store_ps(re + 4 * (c + 2 * Q), o1r);
+        _mm_store_ps(im + 4 * (c + 2 * Q), o1i);
+        _mm_store_ps(re + 4 * (c + Q), o2r);
+        _mm_store_ps(im + 4 * (c + Q), o2i);
+        _mm_store_ps(re + 4 * (c + 3 * Q), o3r);
+        _mm_store_ps(im + 4 * (c + 3 * Q), o3i);
     }
+}
+#endif
+
+// Bit-reversed gather with the first pass, by size.
+void gather(const float* x, float* re, float* im, Kvo32s M, const Kvo32s* rev) {
+#if defined(__SSE2__)
+    if (M >= 16) {
+        gatherFirstPassSimd(x, re, im, M, rev);
+        return;
+    }
+#endif
+    gatherFirstPass(x, re, im, M, rev);
 }
 
 // Radix-4 pass of span L (a multiple of 4).  With base-2 bit-reversed input, the quarters
@@ -265,8 +306,12 @@ constexpr Kvo32s pairOff() {
     return F == Fmt::Pack ? -1 : 0;
 }
 
+#if defined(__SSE2__)
+inline __m128 rev4(__m128 v) { return _mm_shuffle_ps(v, v, _MM_SHUFFLE(0, 1, 2, 3)); }
+#endif
+
 // Forward: spectrum Z of z[m] = x[2m] + j x[2m+1] (natural order, split) to X in format F,
-// every value multiplied by scale.
+// every value multiplied by scale.  Bins k and M - k are formed together.
 template <Fmt F>
 void recombineFwd(const float* re, const float* im, Kvo32s M, const float* cs, float scale,
                   float* dst) {
@@ -277,11 +322,33 @@ void recombineFwd(const float* re, const float* im, Kvo32s M, const float* cs, f
     float* P = dst + pairOff<F>();
     const float x0 = (re[0] + im[0]) * scale;
     const float xm = (re[0] - im[0]) * scale;
-    for (Kvo32s k = 1; k < M / 2; ++k) {
+    Kvo32s k = 1;
+#if defined(__SSE2__)
+    const __m128 vh = _mm_set1_ps(half);
+    for (; k + 4 <= M / 2; k += 4) {
+        const __m128 zr = _mm_loadu_ps(re + k), zi = _mm_loadu_ps(im + k);
+        const __m128 yr = rev4(_mm_loadu_ps(re + M - k - 3));
+        const __m128 yi = rev4(_mm_loadu_ps(im + M - k - 3));
+        const __m128 er = _mm_add_ps(zr, yr), ei = _mm_sub_ps(zi, yi);
+        const __m128 orr = _mm_add_ps(zi, yi), oi = _mm_sub_ps(yr, zr);
+        const __m128 c = _mm_loadu_ps(C + k), sn = _mm_loadu_ps(S + k);
+        const __m128 tr = _mm_add_ps(_mm_mul_ps(c, orr), _mm_mul_ps(sn, oi));
+        const __m128 ti = _mm_sub_ps(_mm_mul_ps(c, oi), _mm_mul_ps(sn, orr));
+        const __m128 ar = _mm_mul_ps(vh, _mm_add_ps(er, tr));
+        const __m128 ai = _mm_mul_ps(vh, _mm_add_ps(ei, ti));
+        const __m128 br = rev4(_mm_mul_ps(vh, _mm_sub_ps(er, tr)));
+        const __m128 bi = rev4(_mm_mul_ps(vh, _mm_sub_ps(ti, ei)));
+        _mm_storeu_ps(P + 2 * k, _mm_unpacklo_ps(ar, ai));
+        _mm_storeu_ps(P + 2 * k + 4, _mm_unpackhi_ps(ar, ai));
+        _mm_storeu_ps(P + 2 * (M - k - 3), _mm_unpacklo_ps(br, bi));
+        _mm_storeu_ps(P + 2 * (M - k - 3) + 4, _mm_unpackhi_ps(br, bi));
+    }
+#endif
+    for (; k < M / 2; ++k) {
         const float zr = re[k], zi = im[k], yr = re[M - k], yi = im[M - k];
         const float er = zr + yr, ei = zi - yi, orr = zi + yi, oi = yr - zr;
-        const float c = C[k], s = S[k];
-        const float tr = c * orr + s * oi, ti = c * oi - s * orr;
+        const float c = C[k], sn = S[k];
+        const float tr = c * orr + sn * oi, ti = c * oi - sn * orr;
         P[2 * k] = half * (er + tr);
         P[2 * k + 1] = half * (ei + ti);
         P[2 * (M - k)] = half * (er - tr);
@@ -301,33 +368,58 @@ void recombineFwd(const float* re, const float* im, Kvo32s M, const float* cs, f
     }
 }
 
-// Inverse: spectrum X in format F to Z' = 2E + 2jO (scaled), written in bit-reversed order.
+// Inverse: spectrum X in format F to Z' = 2E + 2jO (scaled), the spectrum of the half-length
+// complex signal.  Written interleaved in natural order with its parts exchanged, ready for
+// the forward kernel: IFFT(Z') = swap(FFT(swap(Z'))).
 template <Fmt F>
-void recombineInv(const float* src, Kvo32s M, const float* cs, const Kvo32s* rev, float scale,
-                  float* re, float* im) {
+void recombineInv(const float* src, Kvo32s M, const float* cs, float scale, float* u) {
     const Kvo32s N = 2 * M;
     const float* C = cs;
     const float* S = cs + (M / 2 + 1);
     const float* P = src + pairOff<F>();
     const float x0 = src[0];
     const float xm = F == Fmt::Perm ? src[1] : (F == Fmt::Pack ? src[N - 1] : src[N]);
-    re[0] = (x0 + xm) * scale;
-    im[0] = (x0 - xm) * scale;
-    for (Kvo32s k = 1; k < M / 2; ++k) {
+    u[0] = (x0 - xm) * scale;
+    u[1] = (x0 + xm) * scale;
+    Kvo32s k = 1;
+#if defined(__SSE2__)
+    const __m128 vg = _mm_set1_ps(scale);
+    for (; k + 4 <= M / 2; k += 4) {
+        __m128 lo = _mm_loadu_ps(P + 2 * k), hi = _mm_loadu_ps(P + 2 * k + 4);
+        const __m128 ar = _mm_shuffle_ps(lo, hi, _MM_SHUFFLE(2, 0, 2, 0));
+        const __m128 ai = _mm_shuffle_ps(lo, hi, _MM_SHUFFLE(3, 1, 3, 1));
+        lo = _mm_loadu_ps(P + 2 * (M - k - 3));
+        hi = _mm_loadu_ps(P + 2 * (M - k - 3) + 4);
+        const __m128 br = rev4(_mm_shuffle_ps(lo, hi, _MM_SHUFFLE(2, 0, 2, 0)));
+        const __m128 bi = rev4(_mm_shuffle_ps(lo, hi, _MM_SHUFFLE(3, 1, 3, 1)));
+        const __m128 sr = _mm_add_ps(ar, br), si = _mm_sub_ps(ai, bi);
+        const __m128 dr = _mm_sub_ps(ar, br), di = _mm_add_ps(ai, bi);
+        const __m128 c = _mm_loadu_ps(C + k), sn = _mm_loadu_ps(S + k);
+        const __m128 tr = _mm_sub_ps(_mm_mul_ps(c, dr), _mm_mul_ps(sn, di));
+        const __m128 ti = _mm_add_ps(_mm_mul_ps(c, di), _mm_mul_ps(sn, dr));
+        const __m128 pr = _mm_mul_ps(_mm_sub_ps(sr, ti), vg);
+        const __m128 pi = _mm_mul_ps(_mm_add_ps(si, tr), vg);
+        const __m128 qr = rev4(_mm_mul_ps(_mm_add_ps(sr, ti), vg));
+        const __m128 qi = rev4(_mm_mul_ps(_mm_sub_ps(tr, si), vg));
+        _mm_storeu_ps(u + 2 * k, _mm_unpacklo_ps(pi, pr));
+        _mm_storeu_ps(u + 2 * k + 4, _mm_unpackhi_ps(pi, pr));
+        _mm_storeu_ps(u + 2 * (M - k - 3), _mm_unpacklo_ps(qi, qr));
+        _mm_storeu_ps(u + 2 * (M - k - 3) + 4, _mm_unpackhi_ps(qi, qr));
+    }
+#endif
+    for (; k < M / 2; ++k) {
         const float ar = P[2 * k], ai = P[2 * k + 1];
         const float br = P[2 * (M - k)], bi = P[2 * (M - k) + 1];
         const float sr = ar + br, si = ai - bi, dr = ar - br, di = ai + bi;
-        const float c = C[k], s = S[k];
-        const float tr = c * dr - s * di, ti = c * di + s * dr;
-        const Kvo32s p = rev[k], q = rev[M - k];
-        re[p] = (sr - ti) * scale;
-        im[p] = (si + tr) * scale;
-        re[q] = (sr + ti) * scale;
-        im[q] = (tr - si) * scale;
+        const float c = C[k], sn = S[k];
+        const float tr = c * dr - sn * di, ti = c * di + sn * dr;
+        u[2 * k] = (si + tr) * scale;
+        u[2 * k + 1] = (sr - ti) * scale;
+        u[2 * (M - k)] = (tr - si) * scale;
+        u[2 * (M - k) + 1] = (sr + ti) * scale;
     }
-    const Kvo32s h = rev[M / 2];
-    re[h] = 2.0f * P[M] * scale;
-    im[h] = -2.0f * P[M + 1] * scale;
+    u[M] = -2.0f * P[M + 1] * scale;  // bin N/4
+    u[M + 1] = 2.0f * P[M] * scale;
 }
 
 // Interleave the split result back into samples.
@@ -385,7 +477,7 @@ void forward(const KvoFFTSpec32f* s, const float* src, float* dst, float* work) 
         re[1] = ar - br;
         im[1] = ai - bi;
     } else {
-        gatherFirstPass(src, re, im, M, s->bitrev);
+        gather(src, re, im, M, s->bitrev);
         laterPasses(re, im, M, s->twiddle);
     }
     recombineFwd<F>(re, im, M, s->recomb, g, dst);
@@ -408,21 +500,19 @@ void inverse(const KvoFFTSpec32f* s, const float* src, float* dst, float* work) 
     const Kvo32s M = Kvo32s{1} << (order - 1);
     float* re = work;
     float* im = work + M;
+    float* u = work + 2 * M;
+    recombineInv<F>(src, M, s->recomb, g, u);
     if (M == 2) {
-        static constexpr Kvo32s kRev2[2] = {0, 1};
-        recombineInv<F>(src, M, s->recomb, kRev2, g, re, im);
-        const float ar = re[0], ai = im[0], br = re[1], bi = im[1];
-        dst[0] = ar + br;
-        dst[1] = ai + bi;
-        dst[2] = ar - br;
-        dst[3] = ai - bi;
+        // Two-point transform of u; the samples are its parts exchanged back.
+        dst[0] = u[1] + u[3];
+        dst[1] = u[0] + u[2];
+        dst[2] = u[1] - u[3];
+        dst[3] = u[0] - u[2];
         return;
     }
-    recombineInv<F>(src, M, s->recomb, s->bitrev, g, re, im);
-    // Inverse complex transform: the forward one with the parts exchanged.
-    firstPass(im, re, M);
-    laterPasses(im, re, M, s->twiddle);
-    interleave(re, im, M, dst);
+    gather(u, re, im, M, s->bitrev);
+    laterPasses(re, im, M, s->twiddle);
+    interleave(im, re, M, dst);
 }
 
 // Common frame of the float transforms: checks, scratch, dispatch.
@@ -431,7 +521,7 @@ KvoStatus transform(const Kvo32f* pSrc, Kvo32f* pDst, const KvoFFTSpec32f* pSpec
     if (pSpec == nullptr) return kvoErrNullPtr;
     if (!specValid(pSpec)) return kvoErrContextMatch;
     if (pSrc == nullptr || pDst == nullptr) return kvoErrNullPtr;
-    alignas(64) float local[64];
+    alignas(64) float local[128];
     float* work = local;
     void* owned = nullptr;
     if (pSpec->workSize > 0) {

@@ -13,9 +13,12 @@
 // in split form (real and imaginary arrays), permuted into bit-reversed order and transformed
 // by an in-place radix-4 decimation-in-time complex FFT (one radix-2 pass when log2(N/2) is
 // odd); the real spectrum follows by the usual even/odd recombination of bins k and N/2 - k.
-// The inverse runs the same steps backwards, the inverse complex transform being the forward
-// one with real and imaginary arrays exchanged.  All tables are computed at Init in double
-// precision and rounded to float, into the specification memory.
+// The inverse first undoes the recombination into a staging copy of the half-length complex
+// spectrum, then runs the forward kernel with real and imaginary parts exchanged (which
+// computes the inverse transform).  The work buffer therefore holds 2N floats.  All tables
+// are computed at Init in double precision and rounded to float, into the specification
+// memory.  SSE2 paths cover the gather, the passes and both recombinations; they perform the
+// same operations in the same order as the scalar code.
 //
 // Memory protocol: the record starts at the first 64-byte boundary of the memory given, and
 // the sizes reported by the query include that slack; likewise a work buffer is used from
