@@ -28,7 +28,9 @@ constexpr std::int64_t kRecordBytes = 128;  // the record, rounded to a 64-byte 
 static_assert(sizeof(KvoFFTSpec32f) <= kRecordBytes, "record outgrew its slot");
 static_assert(sizeof(KvoFFTSpec16s) <= 64, "16-bit record outgrew its slot");
 
-constexpr std::int64_t roundUp64(std::int64_t v) { return (v + 63) & ~std::int64_t{63}; }
+constexpr std::int64_t roundUp64(std::int64_t v) {
+    return (v + 63) & ~std::int64_t{63};
+}
 
 template <typename T>
 T* align64(void* p) {
@@ -36,7 +38,9 @@ T* align64(void* p) {
     return reinterpret_cast<T*>((a + 63) & ~std::uintptr_t{63});
 }
 
-bool flagValid(Kvo32s flag) { return flag == 1 || flag == 2 || flag == 4 || flag == 8; }
+bool flagValid(Kvo32s flag) {
+    return flag == 1 || flag == 2 || flag == 4 || flag == 8;
+}
 
 // Offsets (from the record's start) of the tables, and the sizes, for one order.
 struct Layout {
@@ -91,14 +95,28 @@ void cosSin(std::int64_t k, std::int64_t n, double& c, double& s) {
     const double cc = r == 0 ? 1.0 : std::cos(a);
     const double ss = r == 0 ? 0.0 : std::sin(a);
     switch (q) {
-        case 0: c = cc; s = ss; break;
-        case 1: c = -ss; s = cc; break;
-        case 2: c = -cc; s = -ss; break;
-        default: c = ss; s = -cc; break;
+        case 0:
+            c = cc;
+            s = ss;
+            break;
+        case 1:
+            c = -ss;
+            s = cc;
+            break;
+        case 2:
+            c = -cc;
+            s = -ss;
+            break;
+        default:
+            c = ss;
+            s = -cc;
+            break;
     }
 }
 
-bool specValid(const KvoFFTSpec32f* s) { return s->idTag == kFftSpec32fTag && s->self == s; }
+bool specValid(const KvoFFTSpec32f* s) {
+    return s->idTag == kFftSpec32fTag && s->self == s;
+}
 
 // ---- complex kernel on split arrays ------------------------------------------------------
 
@@ -173,11 +191,14 @@ void gatherFirstPassSimd(const float* x, float* re, float* im, Kvo32s M, const K
 #endif
 
 // Bit-reversed gather with the first pass, by size.
+template <bool V>
 void gather(const float* x, float* re, float* im, Kvo32s M, const Kvo32s* rev) {
 #if defined(__SSE2__)
-    if (M >= 16) {
-        gatherFirstPassSimd(x, re, im, M, rev);
-        return;
+    if constexpr (V) {
+        if (M >= 16) {
+            gatherFirstPassSimd(x, re, im, M, rev);
+            return;
+        }
     }
 #endif
     gatherFirstPass(x, re, im, M, rev);
@@ -185,6 +206,7 @@ void gather(const float* x, float* re, float* im, Kvo32s M, const Kvo32s* rev) {
 
 // Radix-4 pass of span L (a multiple of 4).  With base-2 bit-reversed input, the quarters
 // of a block of 4L hold the sub-transforms of the residues 0, 2, 1, 3 modulo 4.
+template <bool V>
 void radix4Pass(float* re, float* im, Kvo32s M, Kvo32s L, const float* tw) {
     const float* w1r = tw;
     const float* w1i = tw + L;
@@ -201,8 +223,9 @@ void radix4Pass(float* re, float* im, Kvo32s M, Kvo32s L, const float* tw) {
         float* i1 = i0 + L;
         float* i2 = i1 + L;
         float* i3 = i2 + L;
+        Kvo32s j = 0;
 #if defined(__SSE2__)
-        for (Kvo32s j = 0; j < L; j += 4) {
+        for (; V && j < L; j += 4) {
             const __m128 ar = _mm_load_ps(r0 + j), ai = _mm_load_ps(i0 + j);
             const __m128 q1r = _mm_load_ps(r1 + j), q1i = _mm_load_ps(i1 + j);
             const __m128 q2r = _mm_load_ps(r2 + j), q2i = _mm_load_ps(i2 + j);
@@ -230,8 +253,8 @@ void radix4Pass(float* re, float* im, Kvo32s M, Kvo32s L, const float* tw) {
             _mm_store_ps(r3 + j, _mm_sub_ps(t1r, t3i));
             _mm_store_ps(i3 + j, _mm_add_ps(t1i, t3r));
         }
-#else
-        for (Kvo32s j = 0; j < L; ++j) {
+#endif
+        for (; j < L; ++j) {
             const float ar = r0[j], ai = i0[j];
             const float br = r2[j] * w1r[j] - i2[j] * w1i[j];
             const float bi = r2[j] * w1i[j] + i2[j] * w1r[j];
@@ -250,18 +273,19 @@ void radix4Pass(float* re, float* im, Kvo32s M, Kvo32s L, const float* tw) {
             r3[j] = t1r - t3i;
             i3[j] = t1i + t3r;
         }
-#endif
     }
 }
 
 // Final radix-2 pass of span L = M/2.
+template <bool V>
 void radix2Pass(float* re, float* im, Kvo32s L, const float* tw) {
     const float* wr = tw;
     const float* wi = tw + L;
     float* r1 = re + L;
     float* i1 = im + L;
+    Kvo32s j = 0;
 #if defined(__SSE2__)
-    for (Kvo32s j = 0; j < L; j += 4) {
+    for (; V && j < L; j += 4) {
         const __m128 ar = _mm_load_ps(re + j), ai = _mm_load_ps(im + j);
         const __m128 qr = _mm_load_ps(r1 + j), qi = _mm_load_ps(i1 + j);
         const __m128 xr = _mm_load_ps(wr + j), xi = _mm_load_ps(wi + j);
@@ -272,8 +296,8 @@ void radix2Pass(float* re, float* im, Kvo32s L, const float* tw) {
         _mm_store_ps(r1 + j, _mm_sub_ps(ar, br));
         _mm_store_ps(i1 + j, _mm_sub_ps(ai, bi));
     }
-#else
-    for (Kvo32s j = 0; j < L; ++j) {
+#endif
+    for (; j < L; ++j) {
         const float br = r1[j] * wr[j] - i1[j] * wi[j];
         const float bi = r1[j] * wi[j] + i1[j] * wr[j];
         const float ar = re[j], ai = im[j];
@@ -282,18 +306,18 @@ void radix2Pass(float* re, float* im, Kvo32s L, const float* tw) {
         r1[j] = ar - br;
         i1[j] = ai - bi;
     }
-#endif
 }
 
 // The passes after the first, for M >= 4 points.
+template <bool V>
 void laterPasses(float* re, float* im, Kvo32s M, const float* tw) {
     Kvo32s L = 4;
     while (4 * L <= M) {
-        radix4Pass(re, im, M, L, tw);
+        radix4Pass<V>(re, im, M, L, tw);
         tw += 6 * L;
         L *= 4;
     }
-    if (L < M) radix2Pass(re, im, L, tw);
+    if (L < M) radix2Pass<V>(re, im, L, tw);
 }
 
 // ---- real recombination ------------------------------------------------------------------
@@ -307,12 +331,14 @@ constexpr Kvo32s pairOff() {
 }
 
 #if defined(__SSE2__)
-inline __m128 rev4(__m128 v) { return _mm_shuffle_ps(v, v, _MM_SHUFFLE(0, 1, 2, 3)); }
+inline __m128 rev4(__m128 v) {
+    return _mm_shuffle_ps(v, v, _MM_SHUFFLE(0, 1, 2, 3));
+}
 #endif
 
 // Forward: spectrum Z of z[m] = x[2m] + j x[2m+1] (natural order, split) to X in format F,
 // every value multiplied by scale.  Bins k and M - k are formed together.
-template <Fmt F>
+template <bool V, Fmt F>
 void recombineFwd(const float* re, const float* im, Kvo32s M, const float* cs, float scale,
                   float* dst) {
     const Kvo32s N = 2 * M;
@@ -325,7 +351,7 @@ void recombineFwd(const float* re, const float* im, Kvo32s M, const float* cs, f
     Kvo32s k = 1;
 #if defined(__SSE2__)
     const __m128 vh = _mm_set1_ps(half);
-    for (; k + 4 <= M / 2; k += 4) {
+    for (; V && k + 4 <= M / 2; k += 4) {
         const __m128 zr = _mm_loadu_ps(re + k), zi = _mm_loadu_ps(im + k);
         const __m128 yr = rev4(_mm_loadu_ps(re + M - k - 3));
         const __m128 yi = rev4(_mm_loadu_ps(im + M - k - 3));
@@ -371,7 +397,7 @@ void recombineFwd(const float* re, const float* im, Kvo32s M, const float* cs, f
 // Inverse: spectrum X in format F to Z' = 2E + 2jO (scaled), the spectrum of the half-length
 // complex signal.  Written interleaved in natural order with its parts exchanged, ready for
 // the forward kernel: IFFT(Z') = swap(FFT(swap(Z'))).
-template <Fmt F>
+template <bool V, Fmt F>
 void recombineInv(const float* src, Kvo32s M, const float* cs, float scale, float* u) {
     const Kvo32s N = 2 * M;
     const float* C = cs;
@@ -384,7 +410,7 @@ void recombineInv(const float* src, Kvo32s M, const float* cs, float scale, floa
     Kvo32s k = 1;
 #if defined(__SSE2__)
     const __m128 vg = _mm_set1_ps(scale);
-    for (; k + 4 <= M / 2; k += 4) {
+    for (; V && k + 4 <= M / 2; k += 4) {
         __m128 lo = _mm_loadu_ps(P + 2 * k), hi = _mm_loadu_ps(P + 2 * k + 4);
         const __m128 ar = _mm_shuffle_ps(lo, hi, _MM_SHUFFLE(2, 0, 2, 0));
         const __m128 ai = _mm_shuffle_ps(lo, hi, _MM_SHUFFLE(3, 1, 3, 1));
@@ -423,30 +449,30 @@ void recombineInv(const float* src, Kvo32s M, const float* cs, float scale, floa
 }
 
 // Interleave the split result back into samples.
+template <bool V>
 void interleave(const float* re, const float* im, Kvo32s M, float* dst) {
-#if defined(__SSE2__)
     Kvo32s m = 0;
-    for (; m + 4 <= M; m += 4) {
+#if defined(__SSE2__)
+    for (; V && m + 4 <= M; m += 4) {
         const __m128 r = _mm_load_ps(re + m), i = _mm_load_ps(im + m);
         _mm_storeu_ps(dst + 2 * m, _mm_unpacklo_ps(r, i));
         _mm_storeu_ps(dst + 2 * m + 4, _mm_unpackhi_ps(r, i));
     }
+#endif
     for (; m < M; ++m) {
         dst[2 * m] = re[m];
         dst[2 * m + 1] = im[m];
     }
-#else
-    for (Kvo32s m = 0; m < M; ++m) {
-        dst[2 * m] = re[m];
-        dst[2 * m + 1] = im[m];
-    }
-#endif
 }
 
-float fwdScale(const KvoFFTSpec32f* s) { return s->fwdScaled ? s->factor : 1.0f; }
-float invScale(const KvoFFTSpec32f* s) { return s->invScaled ? s->factor : 1.0f; }
+float fwdScale(const KvoFFTSpec32f* s) {
+    return s->fwdScaled ? s->factor : 1.0f;
+}
+float invScale(const KvoFFTSpec32f* s) {
+    return s->invScaled ? s->factor : 1.0f;
+}
 
-template <Fmt F>
+template <bool V, Fmt F>
 void forward(const KvoFFTSpec32f* s, const float* src, float* dst, float* work) {
     const Kvo32s order = s->order;
     const float g = fwdScale(s);
@@ -477,13 +503,13 @@ void forward(const KvoFFTSpec32f* s, const float* src, float* dst, float* work) 
         re[1] = ar - br;
         im[1] = ai - bi;
     } else {
-        gather(src, re, im, M, s->bitrev);
-        laterPasses(re, im, M, s->twiddle);
+        gather<V>(src, re, im, M, s->bitrev);
+        laterPasses<V>(re, im, M, s->twiddle);
     }
-    recombineFwd<F>(re, im, M, s->recomb, g, dst);
+    recombineFwd<V, F>(re, im, M, s->recomb, g, dst);
 }
 
-template <Fmt F>
+template <bool V, Fmt F>
 void inverse(const KvoFFTSpec32f* s, const float* src, float* dst, float* work) {
     const Kvo32s order = s->order;
     const float g = invScale(s);
@@ -501,7 +527,7 @@ void inverse(const KvoFFTSpec32f* s, const float* src, float* dst, float* work) 
     float* re = work;
     float* im = work + M;
     float* u = work + 2 * M;
-    recombineInv<F>(src, M, s->recomb, g, u);
+    recombineInv<V, F>(src, M, s->recomb, g, u);
     if (M == 2) {
         // Two-point transform of u; the samples are its parts exchanged back.
         dst[0] = u[1] + u[3];
@@ -510,13 +536,13 @@ void inverse(const KvoFFTSpec32f* s, const float* src, float* dst, float* work) 
         dst[3] = u[0] - u[2];
         return;
     }
-    gather(u, re, im, M, s->bitrev);
-    laterPasses(re, im, M, s->twiddle);
-    interleave(im, re, M, dst);
+    gather<V>(u, re, im, M, s->bitrev);
+    laterPasses<V>(re, im, M, s->twiddle);
+    interleave<V>(im, re, M, dst);
 }
 
 // Common frame of the float transforms: checks, scratch, dispatch.
-template <bool Fwd, Fmt F>
+template <bool Fwd, Fmt F, bool V = true>
 KvoStatus transform(const Kvo32f* pSrc, Kvo32f* pDst, const KvoFFTSpec32f* pSpec, Kvo8u* pWork) {
     if (pSpec == nullptr) return kvoErrNullPtr;
     if (!specValid(pSpec)) return kvoErrContextMatch;
@@ -534,9 +560,9 @@ KvoStatus transform(const Kvo32f* pSrc, Kvo32f* pDst, const KvoFFTSpec32f* pSpec
         }
     }
     if (Fwd)
-        forward<F>(pSpec, pSrc, pDst, work);
+        forward<V, F>(pSpec, pSrc, pDst, work);
     else
-        inverse<F>(pSpec, pSrc, pDst, work);
+        inverse<V, F>(pSpec, pSrc, pDst, work);
     if (owned != nullptr) kvosFree(owned);
     return kvoOk;
 }
@@ -641,8 +667,7 @@ KvoStatus kvosFFTInit_R_32f(KvoFFTSpec32f** ppSpec, Kvo32s order, Kvo32s flag, K
     return kvoOk;
 }
 
-KvoStatus kvosFFTInitAlloc_R_32f(KvoFFTSpec32f** ppSpec, Kvo32s order, Kvo32s flag,
-                                 Kvo32s hint) {
+KvoStatus kvosFFTInitAlloc_R_32f(KvoFFTSpec32f** ppSpec, Kvo32s order, Kvo32s flag, Kvo32s hint) {
     if (ppSpec == nullptr) return kvoErrNullPtr;
     if (static_cast<Kvo32u>(order) > static_cast<Kvo32u>(kMaxOrder)) return kvoErrFftOrder;
     if (!flagValid(flag)) return kvoErrFftFlag;
@@ -714,6 +739,20 @@ KvoStatus kvosFFTInv_PackToR_32f(const Kvo32f* pSrc, Kvo32f* pDst, const KvoFFTS
 KvoStatus kvosFFTInv_PermToR_32f(const Kvo32f* pSrc, Kvo32f* pDst, const KvoFFTSpec32f* pSpec,
                                  Kvo8u* pWork) {
     return transform<false, Fmt::Perm>(pSrc, pDst, pSpec, pWork);
+}
+
+// ---- scalar twin -------------------------------------------------------------------------
+
+KvoStatus kvosFFTScalarTwin_32f_(const Kvo32f* pSrc, Kvo32f* pDst, const KvoFFTSpec32f* pSpec,
+                                 Kvo8u* pWork, Kvo32s forward, Kvo32s format) {
+    if (forward) {
+        if (format == 0) return transform<true, Fmt::Perm, false>(pSrc, pDst, pSpec, pWork);
+        if (format == 1) return transform<true, Fmt::Pack, false>(pSrc, pDst, pSpec, pWork);
+        return transform<true, Fmt::CCS, false>(pSrc, pDst, pSpec, pWork);
+    }
+    if (format == 0) return transform<false, Fmt::Perm, false>(pSrc, pDst, pSpec, pWork);
+    if (format == 1) return transform<false, Fmt::Pack, false>(pSrc, pDst, pSpec, pWork);
+    return transform<false, Fmt::CCS, false>(pSrc, pDst, pSpec, pWork);
 }
 
 }  // namespace kvo

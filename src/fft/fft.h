@@ -87,6 +87,11 @@ KvoStatus kvosFFTInv_PackToR_32f(const Kvo32f* pSrc, Kvo32f* pDst, const KvoFFTS
 KvoStatus kvosFFTInv_PermToR_32f(const Kvo32f* pSrc, Kvo32f* pDst, const KvoFFTSpec32f* pSpec,
                                  Kvo8u* pWork);
 
+// The same transforms through the plain scalar code only (forward != 0: forward; format 0
+// Perm, 1 Pack, 2 CCS).  The vector paths must agree with it bit for bit; tests compare them.
+KvoStatus kvosFFTScalarTwin_32f_(const Kvo32f* pSrc, Kvo32f* pDst, const KvoFFTSpec32f* pSpec,
+                                 Kvo8u* pWork, Kvo32s forward, Kvo32s format);
+
 // ---- 16-bit wrapper: float transform inside, rounding to nearest (ties to even) -----------
 KvoStatus kvosFFTGetSize_R_16s32s(Kvo32s order, Kvo32s flag, Kvo32s hint, Kvo32s* pSpecSize,
                                   Kvo32s* pInitSize, Kvo32s* pWorkSize);

@@ -292,6 +292,41 @@ TEST(FftReal, StorageOrdersInPlaceNullWorkAndAlignmentAgreeExactly) {
     }
 }
 
+TEST(FftReal, VectorPathsMatchScalarTwinBitForBit) {
+    std::mt19937 g(31);
+    std::uniform_real_distribution<float> wide(-3e4f, 3e4f);
+    for (int order = 0; order <= 12; ++order) {
+        const int N = 1 << order;
+        for (int flag : {1, 4, 8}) {
+            Spec sp(order, flag);
+            for (int kind = 0; kind < 3; ++kind) {
+                // random, extreme magnitudes mixed with zeros and tiny values, an impulse
+                std::vector<float> x(N + 2);
+                for (int n = 0; n < N + 2; ++n) {
+                    if (kind == 0) x[n] = wide(g);
+                    if (kind == 1) x[n] = (g() % 3 == 0) ? 0.0f : ((g() & 1) ? 1e30f : -1e-30f);
+                    if (kind == 2) x[n] = n == 3 % N ? 1.0f : 0.0f;
+                }
+                for (int fmt = 0; fmt < 3; ++fmt) {
+                    for (int fwd = 0; fwd < 2; ++fwd) {
+                        SCOPED_TRACE(::testing::Message() << "order " << order << " flag " << flag
+                                                          << " data " << kind << " format "
+                                                          << fmt << " fwd " << fwd);
+                        const Format& f = kFormats[fmt];
+                        std::vector<float> a(N + 2, 7.0f), b(N + 2, 7.0f);
+                        ASSERT_EQ((fwd ? f.fwd : f.inv)(x.data(), a.data(), sp.s, sp.wk()),
+                                  kvoOk);
+                        ASSERT_EQ(kvo::kvosFFTScalarTwin_32f_(x.data(), b.data(), sp.s, nullptr,
+                                                              fwd, fmt),
+                                  kvoOk);
+                        EXPECT_EQ(std::memcmp(a.data(), b.data(), a.size() * sizeof(float)), 0);
+                    }
+                }
+            }
+        }
+    }
+}
+
 TEST(FftReal, RecordIdentity) {
     std::vector<float> x(64, 1.0f), y(66);
     // Freed record (allocated by the library).
