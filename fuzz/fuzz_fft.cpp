@@ -78,8 +78,7 @@ void wrapper16(Reader& r) {
     std::vector<Kvo16s> x(N), z(N);
     for (auto& v : x) v = static_cast<Kvo16s>(r.byte() << 8 | r.byte());
     std::vector<Kvo32s> y(N + 2);
-    if (kvo::kvosFFTFwd_RToCCS_16s32s_Sfs(x.data(), y.data(), s, sf, work.data()) != kvoOk)
-        abort();
+    if (kvo::kvosFFTFwd_RToCCS_16s32s_Sfs(x.data(), y.data(), s, sf, work.data()) != kvoOk) abort();
     if (kvo::kvosFFTInv_CCSToR_32s16s_Sfs(y.data(), z.data(), s, sf, nullptr) != kvoOk) abort();
 }
 
@@ -124,10 +123,18 @@ void convert(Reader& r) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Reader r{data, size};
     switch (r.byte() % 4) {
-        case 0: roundTrip(r); break;
-        case 1: wrapper16(r); break;
-        case 2: crossCorr(r); break;
-        default: convert(r); break;
+        case 0:
+            roundTrip(r);
+            break;
+        case 1:
+            wrapper16(r);
+            break;
+        case 2:
+            crossCorr(r);
+            break;
+        default:
+            convert(r);
+            break;
     }
     return 0;
 }

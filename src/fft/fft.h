@@ -39,27 +39,27 @@ inline constexpr Kvo32s kFftSpec32fTag = 6;
 inline constexpr Kvo32s kFftSpec16sTag = 0x434d414f;
 
 struct KvoFFTSpec32f {
-    Kvo32s idTag;        // kFftSpec32fTag while valid, cleared on free
+    Kvo32s idTag;  // kFftSpec32fTag while valid, cleared on free
     Kvo32s order;
-    Kvo32s fwdScaled;    // 1 if the forward transform scales by factor
-    Kvo32s invScaled;    // 1 if the inverse transform scales by factor
-    Kvo32f factor;       // 1/N or 1/sqrt(N); 1 when neither direction scales
+    Kvo32s fwdScaled;  // 1 if the forward transform scales by factor
+    Kvo32s invScaled;  // 1 if the inverse transform scales by factor
+    Kvo32f factor;     // 1/N or 1/sqrt(N); 1 when neither direction scales
     Kvo32s hint;
-    Kvo32s workSize;     // bytes of scratch a transform needs (without alignment slack)
+    Kvo32s workSize;  // bytes of scratch a transform needs (without alignment slack)
     Kvo32s reserved;
-    const Kvo32s* bitrev;     // bit-reversal permutation of N/2 points (order >= 3)
-    const Kvo32f* twiddle;    // per-pass twiddles of the complex kernel, split form
-    const Kvo32f* recomb;     // cos, sin of 2 pi k / N for k = 0 .. N/4 (recombination)
-    void* allocBase;          // block returned by the allocator (InitAlloc), else null
-    const void* self;         // address of this record, checked with the tag
+    const Kvo32s* bitrev;   // bit-reversal permutation of N/2 points (order >= 3)
+    const Kvo32f* twiddle;  // per-pass twiddles of the complex kernel, split form
+    const Kvo32f* recomb;   // cos, sin of 2 pi k / N for k = 0 .. N/4 (recombination)
+    void* allocBase;        // block returned by the allocator (InitAlloc), else null
+    const void* self;       // address of this record, checked with the tag
 };
 
 struct KvoFFTSpec16s {
-    Kvo32s idTag;        // kFftSpec16sTag while valid
+    Kvo32s idTag;  // kFftSpec16sTag while valid
     Kvo32s order;
     Kvo32s hint;
-    Kvo32s workSize;     // bytes of scratch, without alignment slack
-    Kvo32s allocated;    // 1 if the memory was allocated by the library
+    Kvo32s workSize;   // bytes of scratch, without alignment slack
+    Kvo32s allocated;  // 1 if the memory was allocated by the library
     Kvo32s reserved;
     KvoFFTSpec32f* pSpec32f;  // inner float specification, behind this record
     const void* self;         // address of this record, checked with the tag
@@ -97,11 +97,9 @@ KvoStatus kvosFFTGetSize_R_16s32s(Kvo32s order, Kvo32s flag, Kvo32s hint, Kvo32s
                                   Kvo32s* pInitSize, Kvo32s* pWorkSize);
 KvoStatus kvosFFTInit_R_16s32s(KvoFFTSpec16s** ppSpec, Kvo32s order, Kvo32s flag, Kvo32s hint,
                                Kvo8u* pMem, Kvo8u* pInitBuf);
-KvoStatus kvosFFTFwd_RToCCS_16s32s_Sfs(const Kvo16s* pSrc, Kvo32s* pDst,
-                                       const KvoFFTSpec16s* pSpec, Kvo32s scaleFactor,
-                                       Kvo8u* pWork);
-KvoStatus kvosFFTInv_CCSToR_32s16s_Sfs(const Kvo32s* pSrc, Kvo16s* pDst,
-                                       const KvoFFTSpec16s* pSpec, Kvo32s scaleFactor,
-                                       Kvo8u* pWork);
+KvoStatus kvosFFTFwd_RToCCS_16s32s_Sfs(const Kvo16s* pSrc, Kvo32s* pDst, const KvoFFTSpec16s* pSpec,
+                                       Kvo32s scaleFactor, Kvo8u* pWork);
+KvoStatus kvosFFTInv_CCSToR_32s16s_Sfs(const Kvo32s* pSrc, Kvo16s* pDst, const KvoFFTSpec16s* pSpec,
+                                       Kvo32s scaleFactor, Kvo8u* pWork);
 
 }  // namespace kvo

@@ -16,7 +16,9 @@ namespace kvo {
 
 namespace {
 
-constexpr std::int64_t roundUp64(std::int64_t v) { return (v + 63) & ~std::int64_t{63}; }
+constexpr std::int64_t roundUp64(std::int64_t v) {
+    return (v + 63) & ~std::int64_t{63};
+}
 
 template <typename T>
 T* align64(void* p) {
@@ -29,7 +31,9 @@ bool spec16Valid(const KvoFFTSpec16s* s) {
 }
 
 // Float data area of the work buffer, in bytes.
-std::int64_t dataBytes(Kvo32s order) { return roundUp64(4 * ((std::int64_t{1} << order) + 2)); }
+std::int64_t dataBytes(Kvo32s order) {
+    return roundUp64(4 * ((std::int64_t{1} << order) + 2));
+}
 
 // Scratch of one call: the caller's work buffer or a temporary one.
 struct Scratch {
@@ -84,9 +88,8 @@ KvoStatus kvosFFTInit_R_16s32s(KvoFFTSpec16s** ppSpec, Kvo32s order, Kvo32s flag
     return kvoOk;
 }
 
-KvoStatus kvosFFTFwd_RToCCS_16s32s_Sfs(const Kvo16s* pSrc, Kvo32s* pDst,
-                                       const KvoFFTSpec16s* pSpec, Kvo32s scaleFactor,
-                                       Kvo8u* pWork) {
+KvoStatus kvosFFTFwd_RToCCS_16s32s_Sfs(const Kvo16s* pSrc, Kvo32s* pDst, const KvoFFTSpec16s* pSpec,
+                                       Kvo32s scaleFactor, Kvo8u* pWork) {
     if (pSpec == nullptr) return kvoErrNullPtr;
     if (!spec16Valid(pSpec)) return kvoErrContextMatch;
     if (pSrc == nullptr || pDst == nullptr) return kvoErrNullPtr;
@@ -116,9 +119,8 @@ KvoStatus kvosFFTFwd_RToCCS_16s32s_Sfs(const Kvo16s* pSrc, Kvo32s* pDst,
     return kvoOk;
 }
 
-KvoStatus kvosFFTInv_CCSToR_32s16s_Sfs(const Kvo32s* pSrc, Kvo16s* pDst,
-                                       const KvoFFTSpec16s* pSpec, Kvo32s scaleFactor,
-                                       Kvo8u* pWork) {
+KvoStatus kvosFFTInv_CCSToR_32s16s_Sfs(const Kvo32s* pSrc, Kvo16s* pDst, const KvoFFTSpec16s* pSpec,
+                                       Kvo32s scaleFactor, Kvo8u* pWork) {
     if (pSpec == nullptr) return kvoErrNullPtr;
     if (!spec16Valid(pSpec)) return kvoErrContextMatch;
     if (pSrc == nullptr || pDst == nullptr) return kvoErrNullPtr;

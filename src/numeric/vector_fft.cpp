@@ -60,8 +60,8 @@ void crossCorrDirect(const float* a, i64 len1, const float* b, i64 len2, i64 lo,
         } else {
             for (int d = 0; d < 4; ++d) {
                 const i64 lag = l + d;
-                s[d] = partialSum(a, b, lag, std::max<i64>(0, -lag),
-                                  std::min<i64>(len1, len2 - lag));
+                s[d] =
+                    partialSum(a, b, lag, std::max<i64>(0, -lag), std::min<i64>(len1, len2 - lag));
             }
         }
         for (int d = 0; d < 4; ++d) out[n + d] = s[d];

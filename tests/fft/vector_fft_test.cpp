@@ -63,16 +63,15 @@ TEST(Fft16s, ForwardIsFloatTransformRoundedTiesToEven) {
                 std::vector<Kvo16s> x(N);
                 for (auto& v : x) v = static_cast<Kvo16s>(order < 3 ? d(g) >> 12 : d(g));
                 std::vector<float> xf(x.begin(), x.end()), perm(N);
-                ASSERT_EQ(kvo::kvosFFTFwd_RToPerm_32f(xf.data(), perm.data(), b.s32,
-                                                      b.w32.data()),
+                ASSERT_EQ(kvo::kvosFFTFwd_RToPerm_32f(xf.data(), perm.data(), b.s32, b.w32.data()),
                           kvoOk);
                 std::vector<Kvo32s> y(N + 3, 0x5a5a5a5a), y2(N + 3, 0x5a5a5a5a);
-                ASSERT_EQ(kvo::kvosFFTFwd_RToCCS_16s32s_Sfs(x.data(), y.data(), b.s16, sf,
-                                                            b.w16.data()),
-                          kvoOk);
-                ASSERT_EQ(kvo::kvosFFTFwd_RToCCS_16s32s_Sfs(x.data(), y2.data(), b.s16, sf,
-                                                            nullptr),
-                          kvoOk);
+                ASSERT_EQ(
+                    kvo::kvosFFTFwd_RToCCS_16s32s_Sfs(x.data(), y.data(), b.s16, sf, b.w16.data()),
+                    kvoOk);
+                ASSERT_EQ(
+                    kvo::kvosFFTFwd_RToCCS_16s32s_Sfs(x.data(), y2.data(), b.s16, sf, nullptr),
+                    kvoOk);
                 EXPECT_EQ(y, y2);
                 std::vector<Kvo32s> want(N == 1 ? 2 : N + 2);
                 auto q = [&](float v) { return satRound<Kvo32s>(std::ldexp(double(v), -sf)); };
@@ -122,7 +121,7 @@ TEST(Fft16s, TiesRoundToEvenAndResultsSaturate) {
     } inv[] = {
         {{1, 0, 0, 0}, 1, {0, 0}},
         {{3, 0, 0, 0}, 1, {2, 2}},
-        {{5, 0, -2, 0}, 1, {2, 4}},    // 3 / 2 = 1.5 -> 2, 7 / 2 = 3.5 -> 4
+        {{5, 0, -2, 0}, 1, {2, 4}},  // 3 / 2 = 1.5 -> 2, 7 / 2 = 3.5 -> 4
         {{100000, 7, -3000000, 9}, 0, {-32768, 32767}},
     };
     for (const auto& c : inv) {
@@ -152,8 +151,7 @@ TEST(Fft16s, InverseMatchesFloatAndRoundTripIsExact) {
         std::vector<float> yf(y.begin(), y.end()), zf(N);
         yf[N + 1] = 0;
         ASSERT_EQ(kvo::kvosFFTInv_CCSToR_32f(yf.data(), zf.data(), b.s32, b.w32.data()), kvoOk);
-        ASSERT_EQ(kvo::kvosFFTInv_CCSToR_32s16s_Sfs(y.data(), z.data(), b.s16, 3, nullptr),
-                  kvoOk);
+        ASSERT_EQ(kvo::kvosFFTInv_CCSToR_32s16s_Sfs(y.data(), z.data(), b.s16, 3, nullptr), kvoOk);
         for (int n = 0; n < N; ++n) ASSERT_EQ(z[n], satRound<Kvo16s>(zf[n] / 8.0)) << n;
     }
     // Record checks of the wrapper.
@@ -161,8 +159,8 @@ TEST(Fft16s, InverseMatchesFloatAndRoundTripIsExact) {
     Kvo16s x[8] = {};
     Kvo32s y[10];
     EXPECT_EQ(kvo::kvosFFTFwd_RToCCS_16s32s_Sfs(x, y, nullptr, 0, nullptr), kvoErrNullPtr);
-    EXPECT_EQ(kvo::kvosFFTFwd_RToCCS_16s32s_Sfs(
-                  x, y, reinterpret_cast<const KvoFFTSpec16s*>(b.s32), 0, nullptr),
+    EXPECT_EQ(kvo::kvosFFTFwd_RToCCS_16s32s_Sfs(x, y, reinterpret_cast<const KvoFFTSpec16s*>(b.s32),
+                                                0, nullptr),
               kvoErrContextMatch);
     EXPECT_EQ(kvo::kvosFFTInv_CCSToR_32s16s_Sfs(y, nullptr, b.s16, 0, nullptr), kvoErrNullPtr);
 }
@@ -290,8 +288,8 @@ TEST(VectorFft, ConvertRoundingModesScaleAndClamp) {
         {3.5f, 0, 3, 4, 4},
         {-2.5f, 0, -2, -2, -3},
         {-0.5f, 0, 0, 0, -1},
-        {5.0f, 1, 2, 2, 3},     // 2.5 after the scale
-        {1.25f, -1, 2, 2, 3},   // left by one: 2.5
+        {5.0f, 1, 2, 2, 3},    // 2.5 after the scale
+        {1.25f, -1, 2, 2, 3},  // left by one: 2.5
         {3e9f, 0, INT_MAX, INT_MAX, INT_MAX},
         {-3e9f, 0, INT_MIN, INT_MIN, INT_MIN},
         {2147483648.0f, 0, INT_MAX, INT_MAX, INT_MAX},
@@ -319,7 +317,7 @@ TEST(VectorFft, ConvertRoundingModesScaleAndClamp) {
         {32767.5f, 0, 32767, 32767, 32767},
         {-32768.5f, 0, -32768, -32768, -32768},
         {-32767.5f, 0, -32767, -32768, -32768},
-        {6.0f, 2, 1, 2, 2},  // 1.5
+        {6.0f, 2, 1, 2, 2},   // 1.5
         {10.0f, 2, 2, 2, 3},  // 2.5
     };
     for (const auto& c : c16) {
