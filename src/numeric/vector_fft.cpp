@@ -234,31 +234,41 @@ KvoStatus kvosFlip_32f_I(Kvo32f* pSrcDst, Kvo32s len) {
 
 namespace {
 
-// Scale, clamp to [lo, hi], round by rndMode; all in double, where every step is exact.
+// Scale, clamp to [lo, hi], round: Mode 0 toward zero, 1 nearest with ties to even, 2 nearest
+// with ties away from zero.  All in double, where every step is exact (the clamped value
+// fits 32 bits, so truncation and the fraction are exact); the result does not depend on the
+// floating-point rounding mode.
+template <int Mode, typename T>
+void convertRange(const float* src, T* dst, Kvo32s len, double mul, double lo, double hi) {
+    for (Kvo32s n = 0; n < len; ++n) {
+        double v = static_cast<double>(src[n]) * mul;
+        if (v != v) v = 0.0;  // NaN
+        v = std::min(hi, std::max(lo, v));
+        std::int64_t t = static_cast<std::int64_t>(v);
+        const double frac = v - static_cast<double>(t);
+        if (Mode == 1) {
+            t += (frac > 0.5) - (frac < -0.5);
+            if (frac == 0.5) t += t & 1;
+            if (frac == -0.5) t -= t & 1;
+        } else if (Mode == 2) {
+            t += (frac >= 0.5) - (frac <= -0.5);
+        }
+        dst[n] = static_cast<T>(t);
+    }
+}
+
 template <typename T>
 void convertScaled(const float* src, T* dst, Kvo32s len, Kvo32s rndMode, Kvo32s scaleFactor,
                    double lo, double hi) {
+    // Beyond +-300 the scale already sends every float to zero or to the limits.
     const Kvo32s sf = std::clamp<Kvo32s>(scaleFactor, -300, 300);
     const double mul = std::ldexp(1.0, -sf);
-    for (Kvo32s n = 0; n < len; ++n) {
-        double v = static_cast<double>(src[n]) * mul;
-        if (std::isnan(v)) {
-            dst[n] = 0;
-            continue;
-        }
-        v = std::min(hi, std::max(lo, v));
-        double r;
-        if (rndMode == 0) {
-            r = std::trunc(v);
-        } else if (rndMode == 1) {
-            r = std::floor(v);
-            const double d = v - r;
-            if (d > 0.5 || (d == 0.5 && (static_cast<std::int64_t>(r) & 1) != 0)) r += 1.0;
-        } else {
-            r = std::trunc(v + (v < 0 ? -0.5 : 0.5));
-        }
-        dst[n] = static_cast<T>(r);
-    }
+    if (rndMode == 0)
+        convertRange<0>(src, dst, len, mul, lo, hi);
+    else if (rndMode == 1)
+        convertRange<1>(src, dst, len, mul, lo, hi);
+    else
+        convertRange<2>(src, dst, len, mul, lo, hi);
 }
 
 }  // namespace
