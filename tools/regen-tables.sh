@@ -8,3 +8,4 @@ $gen "$root/numeric" src/numeric numeric_tables \
     Log2Table tabpow tabsqr tabsqr_d wlag hamwindow w_eval_60 w_eval_50 \
     cos15 slope_cos slope_cos15 acos12
 $gen "$root/g723" src/kernels kernel_tables HammingWindowTbl_G723 BinomWindowCoeffTbl_G723
+$gen "$root/g723" src/kernels lpc_tables CosineTbl_G723 ReorderedCOS BandwidthExpansionTbl
