@@ -94,7 +94,7 @@ inline std::vector<double> lsf(const std::vector<double>& a) {
         return part == 0 ? s.real() : s.imag();
     };
     std::vector<double> roots;
-    const int n = 8192;
+    const int n = 2048;
     const double pi = std::acos(-1.0);
     for (int part = 0; part < 2; ++part) {
         double w0 = 1e-9, y0 = f(w0, part);
