@@ -22,6 +22,8 @@ namespace kvo {
 constexpr Kvo32s Sub_32s(Kvo32s a, Kvo32s b) { return sat32(Kvo64s{a} - b); }
 // |x| with 0x80000000 going to 0x7fffffff.
 constexpr Kvo32s Abs_32s(Kvo32s x) { return x == INT32_MIN ? INT32_MAX : (x < 0 ? -x : x); }
+// -x with 0x80000000 going to 0x7fffffff.
+constexpr Kvo32s Neg_32s(Kvo32s x) { return x == INT32_MIN ? INT32_MAX : -x; }
 // |x| with -32768 going to 32767.
 constexpr Kvo16s Abs_16s(Kvo16s x) {
     return x == -32768 ? Kvo16s{32767} : static_cast<Kvo16s>(x < 0 ? -x : x);

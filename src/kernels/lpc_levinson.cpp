@@ -47,7 +47,7 @@ KvoStatus kvosLevinsonDurbin_G729_32s16s(const Kvo32s* pSrcAutoCorr, Kvo32s orde
     Kvo32s num = Abs_32s(r1);
     if (num > r0) num = r0;
     Kvo32s K = div32(num, r0);
-    if (r1 > 0) K = -K;
+    if (r1 > 0) K = Neg_32s(K);
     rc[0] = hi(K);
     A[1] = dp(K >> 4);
 
@@ -67,7 +67,7 @@ KvoStatus kvosLevinsonDurbin_G729_32s16s(const Kvo32s* pSrcAutoCorr, Kvo32s orde
         num = Abs_32s(t);
         if (num > a) num = a;
         K = div32(num, a);
-        if (t > 0) K = -K;
+        if (t > 0) K = Neg_32s(K);
         K = ShiftLSat_32s(K, e);
         rc[i - 1] = hi(K);
         if (Abs_16s(hi(K)) > 32750) return kvoWarnOverflow;
