@@ -98,6 +98,13 @@ int ownLPCToLSP_G729_16s(int gridSize, int bisections, int tableIndex, const Kvo
 // negative value returns kvoErrNegativeFreq with the earlier outputs written.
 KvoStatus ownLSFToLSP_16s(const Kvo16s* pSlope, int shift, const Kvo16s* pIn, Kvo16s* pOut);
 
+// The two walks of the searches above, one at a time, for tests of their
+// agreement: step 2 (coarse) or 1 for the LSP search, step 4 (coarse) or 1
+// for the G.723.1 scan.  Same arguments and results as the callers.
+int lspRootWalk_(int step, int gridSize, int bisections, int tableIndex, const Kvo16s* pLPC,
+                 Kvo16s* pLSP, int coefShift);
+int g723LsfScan_(int step, const Kvo16s* pLPC, Kvo16s* pLSF);
+
 // G.723.1 LPC (Q13, 10 values) to LSF (Q7 index of the 256-step grid).  Returns
 // 0 with ten roots in pLSF, 1 otherwise (pLSF then holds partial results).
 int kvosLPCToLSF_Norm_G723_16s_(const Kvo16s* pLPC, Kvo16s* pLSF);

@@ -101,7 +101,7 @@ Kvo16s interpolate(Kvo32s lo, Kvo32s hi, int r) {
 
 }  // namespace
 
-int kvosLPCToLSF_Norm_G723_16s_(const Kvo16s* pLPC, Kvo16s* pLSF) {
+int g723LsfScan_(int step, const Kvo16s* pLPC, Kvo16s* pLSF) {
     Kvo16s a[10];
     mulNR_16s_scalar(pLPC, tab::BandwidthExpansionTbl, a, 10, 15);
 
@@ -123,44 +123,44 @@ int kvosLPCToLSF_Norm_G723_16s_(const Kvo16s* pLPC, Kvo16s* pLSF) {
     // Value at row 0: all cosines 1, the coefficient sum times 2^15, saturated.
     const Kvo32s start = sat32((Kvo64s{X[0][0]} + X[0][1] + X[0][2] + X[0][3] + X[0][4] +
                                 X[0][5]) * 32768);
-
-    // Four rows at a time.
     int count = 0;
     int poly = 0;
-    int r = 0;
     Kvo32s prev = start;
-    while (r + 4 <= 256) {
-        const int rn = r + 4;
-        const Kvo32s cur = eval_row(X[poly], rn);
-        if (!sign_differs(prev, cur)) {
-            r = rn;
-            prev = cur;
-            continue;
-        }
-        int hiRow = rn;
-        Kvo32s hiVal = cur, loVal = prev;
-        for (int half = 2; half >= 1; half >>= 1) {
-            const Kvo32s m = eval_row(X[poly], hiRow - half);
-            if (sign_differs(loVal, m)) {
-                hiRow -= half;
-                hiVal = m;
-            } else {
-                loVal = m;
+
+    if (step != 1) {
+        // Four rows at a time, the sign change narrowed by two halvings.
+        int r = 0;
+        while (r + 4 <= 256) {
+            const int rn = r + 4;
+            const Kvo32s cur = eval_row(X[poly], rn);
+            if (!sign_differs(prev, cur)) {
+                r = rn;
+                prev = cur;
+                continue;
             }
+            int hiRow = rn;
+            Kvo32s hiVal = cur, loVal = prev;
+            for (int half = 2; half >= 1; half >>= 1) {
+                const Kvo32s m = eval_row(X[poly], hiRow - half);
+                if (sign_differs(loVal, m)) {
+                    hiRow -= half;
+                    hiVal = m;
+                } else {
+                    loVal = m;
+                }
+            }
+            if (hiRow > kLastRow) break;  // the scan ends at row 255
+            pLSF[count++] = interpolate(loVal, hiVal, hiRow);
+            if (count == 10) return 0;
+            poly ^= 1;
+            r = hiRow;
+            prev = eval_row(X[poly], r);
         }
-        if (hiRow > kLastRow) break;  // the scan ends at row 255
-        pLSF[count++] = interpolate(loVal, hiVal, hiRow);
-        if (count == 10) return 0;
-        poly ^= 1;
-        r = hiRow;
-        prev = eval_row(X[poly], r);
+        return 1;
     }
 
     // Row by row.
-    count = 0;
-    poly = 0;
-    prev = start;
-    for (r = 1; r <= kLastRow; ++r) {
+    for (int r = 1; r <= kLastRow; ++r) {
         Kvo32s cur = eval_step(X[poly], r);
         if (sign_differs(prev, cur)) {
             pLSF[count++] = interpolate(prev, cur, r);
@@ -171,6 +171,11 @@ int kvosLPCToLSF_Norm_G723_16s_(const Kvo16s* pLPC, Kvo16s* pLSF) {
         prev = cur;
     }
     return 1;
+}
+
+int kvosLPCToLSF_Norm_G723_16s_(const Kvo16s* pLPC, Kvo16s* pLSF) {
+    if (g723LsfScan_(4, pLPC, pLSF) == 0) return 0;
+    return g723LsfScan_(1, pLPC, pLSF);
 }
 
 namespace impl {

@@ -135,8 +135,8 @@ struct Search {
 
 }  // namespace
 
-int ownLPCToLSP_G729_16s(int gridSize, int bisections, int tableIndex, const Kvo16s* pLPC,
-                         Kvo16s* pLSP, int coefShift) {
+int lspRootWalk_(int step, int gridSize, int bisections, int tableIndex, const Kvo16s* pLPC,
+                 Kvo16s* pLSP, int coefShift) {
     const Kvo16s* a = pLPC;
     Kvo16s f1[kNC + 1], f2[kNC + 1];
     int scale = 8;
@@ -170,9 +170,14 @@ int ownLPCToLSP_G729_16s(int gridSize, int bisections, int tableIndex, const Kvo
                    tableIndex == 0 ? tab::w_eval_60 : tab::w_eval_50,
                    gridSize,
                    bisections};
-    const int n = s.walk(2, pLSP);
+    return s.walk(step, pLSP);
+}
+
+int ownLPCToLSP_G729_16s(int gridSize, int bisections, int tableIndex, const Kvo16s* pLPC,
+                         Kvo16s* pLSP, int coefShift) {
+    const int n = lspRootWalk_(2, gridSize, bisections, tableIndex, pLPC, pLSP, coefShift);
     if (n == 10) return n;
-    return s.walk(1, pLSP);
+    return lspRootWalk_(1, gridSize, bisections, tableIndex, pLPC, pLSP, coefShift);
 }
 
 KvoStatus ownLSFToLSP_16s(const Kvo16s* pSlope, int shift, const Kvo16s* pIn, Kvo16s* pOut) {
