@@ -147,7 +147,7 @@ INSTANTIATE_TEST_SUITE_P(Grids, LpcToLsp,
                                                       kvo::tab::w_eval_60, 60, 4, 150},
                                            SearchCase{"G729A", kvosLPCToLSP_G729A_16s,
                                                       kvo::tab::w_eval_50, 50, 2, 600}),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const ::testing::TestParamInfo<SearchCase>& p) { return std::string(p.param.name); });
 
 TEST(LpcToLsp, FlatFilterGivesEquallySpacedLines) {
     // A(z) = 1: the lines lie at k pi / 11.
