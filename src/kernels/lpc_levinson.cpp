@@ -4,7 +4,7 @@
 // G.729: autocorrelations are 32-bit, normalised (R[0] near the top of the
 // word); the running filter is Q27 in double precision (bit 0 clear); the
 // reflection coefficients are Q15 and the LP coefficients Q12.  Every sum and
-// shift saturates as in the reference basic operators; the division is the
+// shift saturates, as the G.729 basic operators do; the division is the
 // reciprocal-refinement div32 of lpc.h, with the numerator held at the
 // denominator.  Nothing is written when the recursion gives up.
 //

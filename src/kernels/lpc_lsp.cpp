@@ -6,11 +6,13 @@
 // (0.5 = Nyquist).
 //
 // The LP-to-LSP root search evaluates the two order-5 Chebyshev series in the
-// reference's saturating double precision form and interpolates the root with
-// 16-bit truncations and a saturated final subtraction.  Its walk over the
-// grid goes two points at a time and falls back to the one-point walk only
-// when that misses roots, which gives the same roots whenever no two sign
-// changes share a double step.
+// saturating double precision arithmetic of the G.729 fixed-point code and
+// interpolates the root with 16-bit truncations and a saturated final
+// subtraction.  Its walk over the grid goes two points at a time and falls
+// back to the one-point walk only when that misses roots, which gives the same
+// roots whenever no two sign changes share a double step.  (On degenerate
+// filters a root found twice, where a polynomial is zero at a found root, can
+// make up the count of ten for a pair the double step missed.)
 #include "impl.h"
 #include "kernels/lpc.h"
 #include "numeric/numeric_tables.h"
