@@ -93,7 +93,8 @@ class Abi : public ::testing::Test {
     static const ElfImage::Symbol* impl_symbol(const std::string& fn) {
         std::string prefix = "_ZN3kvo4impl" + std::to_string(fn.size()) + fn + "E";
         for (const auto& s : elf_->symtab())
-            if (s.type == STT_FUNC && s.defined() && s.name.compare(0, prefix.size(), prefix) == 0)
+            if (s.type == STT_FUNC && s.defined() && s.name.compare(0, prefix.size(), prefix) == 0 &&
+                s.name.find('.') == std::string::npos)  // not a compiler clone (.constprop, .isra)
                 return &s;
         return nullptr;
     }
