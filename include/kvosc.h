@@ -107,6 +107,40 @@ KvoStatus kvosConvPartial_NR_Low_16s(const Kvo16s* pSrc1, const Kvo16s* pSrc2, K
 
 /* ---- LPC recursion and spectral conversions --------------------------- */
 
+/* G.729 Levinson-Durbin, order 1..30; kvoWarnOverflow with nothing written if unstable. */
+KvoStatus kvosLevinsonDurbin_G729_32s16s(const Kvo32s* pSrcAutoCorr, Kvo32s order,
+                                         Kvo16s* pDstLPC, Kvo16s* pDstRC,
+                                         Kvo16s* pResultResidualEnergy);
+/* G.729B order-10 recursion keeping the first two reflection coefficients. */
+KvoStatus kvosLevinsonDurbin_G729B(const Kvo32s* pSrcAutoCorr, Kvo16s* pDstLPC, Kvo16s* pDstRC,
+                                   Kvo16s* pResultResidualEnergy);
+/* G.723.1 order-10 recursion (Q13 output) with the sine-detector history bit. */
+KvoStatus kvosLevinsonDurbin_G723_16s(const Kvo16s* pSrcAutoCorr, Kvo16s* pSineDetect,
+                                      Kvo16s* pResultResidualEnergy, Kvo16s* pDstLPC);
+/* G.729 LP (Q12) to LSP (Q15) root search; the previous LSPs if ten roots are not found. */
+KvoStatus kvosLPCToLSP_G729_16s(const Kvo16s* pSrcLPC, const Kvo16s* pSrcPrevLSP,
+                                Kvo16s* pDstLSP);
+/* G.729A LP to LSP root search on the 50-point grid with two bisections. */
+KvoStatus kvosLPCToLSP_G729A_16s(const Kvo16s* pSrcLPC, const Kvo16s* pSrcPrevLSP,
+                                 Kvo16s* pDstLSP);
+/* G.729 LSP (Q15) to LP coefficients (Q12, 11 values, a[0] = 4096). */
+KvoStatus kvosLSPToLPC_G729_16s(const Kvo16s* pSrcLSP, Kvo16s* pDstLPC);
+/* G.729 LSF (radians, Q13) to LSP by table interpolation; kvoErrNegativeFreq if negative. */
+KvoStatus kvosLSFToLSP_G729_16s(const Kvo16s* pLSF, Kvo16s* pLSP);
+/* GSM AMR normalised LSF (Q15) to LSP by table interpolation; kvoErrNegativeFreq if negative. */
+KvoStatus kvosLSFToLSP_GSMAMR_16s(const Kvo16s* pLSF, Kvo16s* pLSP);
+/* G.729 LSP (Q15) to LSF in radians (Q13). */
+KvoStatus kvosLSPToLSF_G729_16s(const Kvo16s* pLSP, Kvo16s* pLSF);
+/* G.729 LSP (Q15) to normalised LSF (Q15, 0.5 = Nyquist). */
+KvoStatus kvosLSPToLSF_Norm_G729_16s(const Kvo16s* pLSP, Kvo16s* pLSF);
+/* G.723.1 LSF (Q7 grid index) to LP coefficients (Q13), in place. */
+KvoStatus kvosLSFToLPC_G723_16s_I(Kvo16s* pSrcDst);
+/* G.723.1 LSF to LP coefficients (Q13). */
+KvoStatus kvosLSFToLPC_G723_16s(const Kvo16s* pSrc, Kvo16s* pDst);
+/* G.723.1 LP (Q13) to LSF (Q7 grid index); the previous LSFs if ten roots are not found. */
+KvoStatus kvosLPCToLSF_G723_16s(const Kvo16s* pSrcLPC, const Kvo16s* pSrcPrevLSF,
+                                Kvo16s* pDstLSF);
+
 /* ---- Filter kernels --------------------------------------------------- */
 
 /* Order-10 synthesis 1/A(z), Q12 coefficients, rounded shift by 12 or 13; saturating with

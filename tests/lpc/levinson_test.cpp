@@ -1,0 +1,266 @@
+// Levinson-Durbin recursions of G.729 (orders 1 to 30) and G.723.1 against a
+// double-precision recursion run on the same quantised autocorrelations, and
+// their overflow, instability and sine-detector paths.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "kvosc.h"
+#include "lpc_model.h"
+
+namespace {
+
+using lpcmodel::autocorrFromRC;
+using lpcmodel::levinson;
+
+// Autocorrelation of an AR process, scaled so that R[0] fills the word as the
+// energy-normalised autocorrelation does.
+std::vector<Kvo32s> quantise32(const std::vector<double>& r, double scale) {
+    std::vector<Kvo32s> q(r.size());
+    for (size_t i = 0; i < r.size(); ++i) q[i] = Kvo32s(std::lround(r[i] * scale));
+    return q;
+}
+
+struct G729Case {
+    int order;
+    double kmax;
+    int tolLpc;   // Q12 units
+    int tolRc;    // Q15 units
+};
+
+class LevinsonG729 : public ::testing::TestWithParam<G729Case> {};
+
+TEST_P(LevinsonG729, RecoversArCoefficients) {
+    const G729Case c = GetParam();
+    std::mt19937 g(1234u + unsigned(c.order));
+    int tried = 0;
+    for (int trial = 0; trial < 200; ++trial) {
+        SCOPED_TRACE(testing::Message() << "seed " << 1234 + c.order << " trial " << trial);
+        const auto k = lpcmodel::randomRC(g, c.order, c.kmax);
+        const auto rd = autocorrFromRC(k);
+        const double scale = std::ldexp(1.0, 30) * (1.0 + 0.9 * double(g() % 1000) / 1000.0);
+        const auto R = quantise32(rd, scale);
+        std::vector<double> rq(R.begin(), R.end());
+        const auto m = levinson(rq, c.order);
+        bool fits = true;
+        for (double x : m.a) fits = fits && std::fabs(x) < 7.5;
+        // Prediction gains above 20 dB lose digits to the Q27 coefficients.
+        if (!fits || m.err < 1e-2 * rq[0]) continue;
+        ++tried;
+
+        std::vector<Kvo16s> lpc(size_t(c.order) + 2, 0x5a5a), rc(size_t(c.order) + 1, 0x5a5a);
+        Kvo16s res = 0x5a5a;
+        ASSERT_EQ(kvoOk, kvosLevinsonDurbin_G729_32s16s(R.data(), c.order, lpc.data(), rc.data(),
+                                                        &res));
+        EXPECT_EQ(4096, lpc[0]);
+        for (int i = 1; i <= c.order; ++i)
+            EXPECT_NEAR(m.a[size_t(i)] * 4096, lpc[size_t(i)], c.tolLpc) << "a" << i;
+        for (int i = 0; i < c.order; ++i)
+            EXPECT_NEAR(m.k[size_t(i)] * 32768, rc[size_t(i)], c.tolRc) << "k" << i;
+        // Residual energy: the error power in the top 16 bits of the word.
+        const double expect = m.err / 65536.0;
+        EXPECT_NEAR(expect, res, 2 + 0.002 * expect);
+        EXPECT_EQ(0x5a5a, lpc[size_t(c.order) + 1]) << "wrote past order + 1";
+        EXPECT_EQ(0x5a5a, rc[size_t(c.order)]) << "wrote past order";
+    }
+    EXPECT_GT(tried, 100);
+}
+
+INSTANTIATE_TEST_SUITE_P(Orders, LevinsonG729,
+                         ::testing::Values(G729Case{1, 0.99, 1, 2}, G729Case{2, 0.95, 1, 2},
+                                           G729Case{10, 0.6, 2, 2}, G729Case{10, 0.9, 12, 24},
+                                           G729Case{16, 0.4, 2, 2}, G729Case{30, 0.3, 3, 3}));
+
+TEST(LevinsonG729, WorkedFirstOrder) {
+    // R = [2^30, 2^29]: K = -0.5, alpha = 0.75 * 0.5 = 0.375 -> 0x60000000 >> 1.
+    const Kvo32s R[2] = {0x40000000, 0x20000000};
+    Kvo16s lpc[2], rc[1], res;
+    ASSERT_EQ(kvoOk, kvosLevinsonDurbin_G729_32s16s(R, 1, lpc, rc, &res));
+    EXPECT_EQ(4096, lpc[0]);
+    EXPECT_EQ(-2048, lpc[1]);
+    EXPECT_NEAR(-16384, rc[0], 1);
+    EXPECT_NEAR(0x3000, res, 1);
+}
+
+// Outputs untouched and the warning returned.
+void expectUntouched(const std::vector<Kvo32s>& R, int order) {
+    std::vector<Kvo16s> lpc(size_t(order) + 1, 0x1234), rc(size_t(order), 0x1234);
+    Kvo16s res = 0x1234;
+    EXPECT_EQ(kvoWarnOverflow,
+              kvosLevinsonDurbin_G729_32s16s(R.data(), order, lpc.data(), rc.data(), &res));
+    for (Kvo16s v : lpc) EXPECT_EQ(0x1234, v);
+    for (Kvo16s v : rc) EXPECT_EQ(0x1234, v);
+    EXPECT_EQ(0x1234, res);
+}
+
+TEST(LevinsonG729, OverflowLeavesOutputsUntouched) {
+    // Energy too small for the recursion.
+    expectUntouched({0xffff, 100, 50, 0, 0, 0, 0, 0, 0, 0, 0}, 10);
+    expectUntouched({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 10);
+    expectUntouched({-0xffff, 0, 0}, 2);
+    // Not positive definite: R[2] far from what R[0], R[1] allow gives |k2| > 1.
+    expectUntouched({0x40000000, 0x3c000000, -0x30000000}, 2);
+    // A pure tone: the second reflection coefficient reaches -1.
+    std::vector<Kvo32s> tone(11);
+    for (int i = 0; i <= 10; ++i) tone[size_t(i)] = Kvo32s(std::lround(0x7fff0000 * std::cos(0.7 * i)));
+    expectUntouched(tone, 10);
+}
+
+TEST(LevinsonG729, OrderLimits) {
+    std::vector<Kvo32s> R(32, 0);
+    R[0] = 0x40000000;
+    Kvo16s lpc[32], rc[32], res;
+    EXPECT_EQ(kvoOk, kvosLevinsonDurbin_G729_32s16s(R.data(), 30, lpc, rc, &res));
+    // White input: the filter is 1 and the energy stays.
+    for (int i = 1; i <= 30; ++i) EXPECT_EQ(0, lpc[i]);
+    EXPECT_NEAR(0x4000, res, 1);
+    EXPECT_EQ(kvoErrRange, kvosLevinsonDurbin_G729_32s16s(R.data(), 31, lpc, rc, &res));
+    EXPECT_EQ(kvoErrRange, kvosLevinsonDurbin_G729_32s16s(R.data(), 0, lpc, rc, &res));
+    EXPECT_EQ(kvoErrRange, kvosLevinsonDurbin_G729_32s16s(R.data(), -1, lpc, rc, &res));
+}
+
+TEST(LevinsonG729B, MatchesOrderTenAndKeepsTwoReflections) {
+    std::mt19937 g(77);
+    for (int trial = 0; trial < 20; ++trial) {
+        const auto R = quantise32(autocorrFromRC(lpcmodel::randomRC(g, 10, 0.5)), 0x7f000000);
+        Kvo16s lpc[11], rc[10], res, lpcB[11], rcB[3] = {9, 9, 9}, resB;
+        ASSERT_EQ(kvoOk, kvosLevinsonDurbin_G729_32s16s(R.data(), 10, lpc, rc, &res));
+        ASSERT_EQ(kvoOk, kvosLevinsonDurbin_G729B(R.data(), lpcB, rcB, &resB));
+        EXPECT_EQ(0, std::memcmp(lpc, lpcB, sizeof lpc));
+        EXPECT_EQ(rc[0], rcB[0]);
+        EXPECT_EQ(rc[1], rcB[1]);
+        EXPECT_EQ(9, rcB[2]);
+        EXPECT_EQ(res, resB);
+    }
+    // Unstable: status passed through, every output (reflections included) kept.
+    const Kvo32s bad[11] = {0x40000000, 0x3c000000, -0x30000000, 0, 0, 0, 0, 0, 0, 0, 0};
+    Kvo16s lpc[11], rc[2] = {7, 8}, res = 5;
+    std::memset(lpc, 0x11, sizeof lpc);
+    EXPECT_EQ(kvoWarnOverflow, kvosLevinsonDurbin_G729B(bad, lpc, rc, &res));
+    EXPECT_EQ(7, rc[0]);
+    EXPECT_EQ(8, rc[1]);
+    EXPECT_EQ(5, res);
+    EXPECT_EQ(0x1111, lpc[0]);
+}
+
+// ---- G.723.1 ----------------------------------------------------------------
+
+std::vector<Kvo16s> quantise16(const std::vector<double>& r, double scale) {
+    std::vector<Kvo16s> q(r.size());
+    for (size_t i = 0; i < r.size(); ++i) q[i] = Kvo16s(std::lround(r[i] * scale));
+    return q;
+}
+
+// The G.723.1 recursion with its word lengths in double arithmetic: the
+// reflection coefficient truncated to Q15, coefficients rounded to Q13 and the
+// error to an integer at every stage.
+struct G723Model {
+    double a[10] = {};
+    double err = 0;
+    double k1 = 0;
+    bool broke = false;
+};
+
+G723Model g723Model(const Kvo16s* R) {
+    G723Model m;
+    m.err = R[0];
+    for (int i = 0; i < 10; ++i) {
+        double num = R[i + 1];
+        for (int j = 0; j < i; ++j) num -= m.a[j] / 8192.0 * R[i - j];
+        if (std::fabs(num) >= m.err) {
+            m.broke = true;
+            break;
+        }
+        const double k = std::floor(std::fabs(num) / m.err * 32768.0) * (num >= 0 ? -1 : 1);
+        if (i == 1) m.k1 = k;
+        double prev[10];
+        for (int j = 0; j < i; ++j) prev[j] = m.a[j];
+        auto rnd = [](double x) { return std::floor(x + 0.5); };
+        m.a[i] = rnd(-k / 4.0);
+        for (int j = 0; j < i; ++j) m.a[j] = rnd(prev[j] + k * prev[i - 1 - j] / 32768.0);
+        m.err = rnd(m.err - std::fabs(num) * std::fabs(k) / 32768.0);
+    }
+    return m;
+}
+
+TEST(LevinsonG723, RecoversArCoefficients) {
+    std::mt19937 g(4242);
+    int tried = 0;
+    for (int trial = 0; trial < 300; ++trial) {
+        SCOPED_TRACE(testing::Message() << "seed 4242 trial " << trial);
+        const auto k = lpcmodel::randomRC(g, 10, 0.7);
+        const auto R = quantise16(autocorrFromRC(k), 16000 + double(g() % 16000));
+        std::vector<double> rq(R.begin(), R.end());
+        const auto exact = levinson(rq, 10);
+        bool fits = exact.stable;
+        for (double x : exact.a) fits = fits && std::fabs(x) < 3.5;
+        if (!fits) continue;
+        ++tried;
+        const G723Model m = g723Model(R.data());
+        Kvo16s lpc[10], res, sine = 0;
+        ASSERT_EQ(kvoOk, kvosLevinsonDurbin_G723_16s(R.data(), &sine, &res, lpc));
+        // Q13 prediction coefficients: the negated filter taps, near the exact
+        // solution and close to the word-length model.
+        for (int i = 0; i < 10; ++i) {
+            // The 16-bit error word limits the precision of poorly conditioned
+            // inputs; compare with the exact solution where the gain is modest.
+            if (exact.err > 0.25 * R[0]) EXPECT_NEAR(-exact.a[size_t(i) + 1] * 8192, lpc[i], 80) << i;
+            EXPECT_NEAR(m.a[i], lpc[i], 4) << i;
+        }
+        EXPECT_NEAR(m.err, res, 2);
+        EXPECT_EQ(m.k1 > 31130 ? 1 : 0, sine);
+    }
+    EXPECT_GT(tried, 100);
+}
+
+TEST(LevinsonG723, StopsWhenTheCorrelationIsNotPositive) {
+    // R[1] >= R[0]: stage 0 breaks; all zero, energy R[0], detector bit 1.
+    Kvo16s R[11] = {1000, 1000, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+    Kvo16s lpc[10], res = 0, sine = 0x0002;
+    std::memset(lpc, 0x7f, sizeof lpc);
+    ASSERT_EQ(kvoOk, kvosLevinsonDurbin_G723_16s(R, &sine, &res, lpc));
+    for (Kvo16s v : lpc) EXPECT_EQ(0, v);
+    EXPECT_EQ(1000, res);
+    EXPECT_EQ(0x0005, sine);
+
+    // Zero energy breaks at once as well.
+    Kvo16s Z[11] = {};
+    sine = 0;
+    ASSERT_EQ(kvoOk, kvosLevinsonDurbin_G723_16s(Z, &sine, &res, lpc));
+    EXPECT_EQ(0, res);
+    EXPECT_EQ(1, sine);
+}
+
+TEST(LevinsonG723, BreakAtALaterStageKeepsEarlierCoefficients) {
+    // Order-1 stable (k = -0.5), then an impossible R[2]: the first
+    // coefficient survives, the rest are zero, one bit shifted in.
+    Kvo16s R[11] = {16384, 8192, -16384, 0, 0, 0, 0, 0, 0, 0, 0};
+    Kvo16s lpc[10], res, sine = 0;
+    ASSERT_EQ(kvoOk, kvosLevinsonDurbin_G723_16s(R, &sine, &res, lpc));
+    EXPECT_EQ(4096, lpc[0]);  // 0.5 in Q13
+    for (int i = 1; i < 10; ++i) EXPECT_EQ(0, lpc[i]);
+    EXPECT_NEAR(16384 * 0.75, res, 1);
+    EXPECT_EQ(1, sine);
+}
+
+TEST(LevinsonG723, SineDetectorHistory) {
+    // White input: bit 0; the history moves up one place and keeps 16 bits.
+    Kvo16s white[11] = {20000, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+    Kvo16s lpc[10], res, sine = Kvo16s(0x8001);
+    ASSERT_EQ(kvoOk, kvosLevinsonDurbin_G723_16s(white, &sine, &res, lpc));
+    EXPECT_EQ(0x0002, sine);
+    EXPECT_EQ(20000, res);
+
+    // A tone with a little noise: k2 close to 1 (or a breakdown), bit 1.
+    std::vector<double> r(11);
+    for (int i = 0; i <= 10; ++i) r[size_t(i)] = std::cos(0.9 * i) + (i == 0 ? 0.002 : 0.0);
+    const auto R = quantise16(r, 16000);
+    sine = 0x0003;
+    ASSERT_EQ(kvoOk, kvosLevinsonDurbin_G723_16s(R.data(), &sine, &res, lpc));
+    EXPECT_EQ(0x0007, sine);
+}
+
+}  // namespace
