@@ -62,7 +62,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 Kvo16s h2[40], q2[10];
                 std::memcpy(h2, before, sizeof h2);
                 if (kvosLSFDecode_G7291_16s(idx.v, h2, q2) != st) std::abort();
-                if (std::memcmp(q2, out.v, sizeof q2) || std::memcmp(h2, hist.v, sizeof h2)) std::abort();
+                if (std::memcmp(q2, out.v, sizeof q2) || std::memcmp(h2, hist.v, sizeof h2))
+                    std::abort();
             }
             checkOutput(out.v, st);
             break;

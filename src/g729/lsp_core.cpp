@@ -25,15 +25,21 @@ namespace kvo {
 
 namespace {
 
-constexpr Kvo16s add16(Kvo32s a, Kvo32s b) { return sat16(a + b); }
-constexpr Kvo16s sub16(Kvo32s a, Kvo32s b) { return sat16(a - b); }
+constexpr Kvo16s add16(Kvo32s a, Kvo32s b) {
+    return sat16(a + b);
+}
+constexpr Kvo16s sub16(Kvo32s a, Kvo32s b) {
+    return sat16(a - b);
+}
 // Doubled product 2ab, saturated (only -32768 * -32768 overflows).
 constexpr Kvo64s lmult(Kvo32s a, Kvo32s b) {
     const Kvo64s p = 2 * (Kvo64s{a} * b);
     return p > INT32_MAX ? INT32_MAX : p;
 }
 // A clamped sum of non-negative doubled terms.
-constexpr Kvo32s clampDist(Kvo64s s) { return s > INT32_MAX ? INT32_MAX : static_cast<Kvo32s>(s); }
+constexpr Kvo32s clampDist(Kvo64s s) {
+    return s > INT32_MAX ? INT32_MAX : static_cast<Kvo32s>(s);
+}
 
 // First stage: the row of LSPCode1 nearest to r, plain squared distance.
 int firstStage(const Kvo16s* r) {
@@ -132,11 +138,12 @@ void ownLspWeights(const Kvo16s* x, Kvo16s* w) {
     for (int i = 0; i < kLspOrder; ++i) w[i] = static_cast<Kvo16s>(w[i] << n);
 }
 
-void ownLspTarget(const Kvo16s* x, const Kvo16s* h, const LspPredictor& fg,
-                  const Kvo16s* fgSumInv, Kvo16s* r) {
+void ownLspTarget(const Kvo16s* x, const Kvo16s* h, const LspPredictor& fg, const Kvo16s* fgSumInv,
+                  Kvo16s* r) {
     for (int j = 0; j < kLspOrder; ++j) {
         Kvo32s acc = shl_wrap(x[j], 16);
-        for (int k = 0; k < kLspAges; ++k) acc = sat32(Kvo64s{acc} - lmult(h[k * 10 + j], fg[k][j]));
+        for (int k = 0; k < kLspAges; ++k)
+            acc = sat32(Kvo64s{acc} - lmult(h[k * 10 + j], fg[k][j]));
         const Kvo32s t = hi(acc);
         r[j] = sat16((t * fgSumInv[j]) >> 12);
     }
@@ -164,7 +171,8 @@ void ownLspCompose(const Kvo16s* y, const Kvo16s* h, const LspPredictor& fg, con
                    Kvo16s* out) {
     for (int j = 0; j < kLspOrder; ++j) {
         Kvo32s acc = static_cast<Kvo32s>(lmult(y[j], fgSum[j]));
-        for (int k = 0; k < kLspAges; ++k) acc = sat32(Kvo64s{acc} + lmult(h[k * 10 + j], fg[k][j]));
+        for (int k = 0; k < kLspAges; ++k)
+            acc = sat32(Kvo64s{acc} + lmult(h[k * 10 + j], fg[k][j]));
         out[j] = hi(acc);
     }
 }
@@ -193,10 +201,14 @@ int ownLspStability(Kvo16s* v) {
 
 KvoStatus ownLspFlagStatus(int flags) {
     switch (flags) {
-        case kLsfFlagLow: return kvoWarnLsfLow;
-        case kLsfFlagHigh: return kvoWarnLsfHigh;
-        case kLsfFlagLow | kLsfFlagHigh: return kvoWarnLsfLowAndHigh;
-        default: return kvoOk;
+        case kLsfFlagLow:
+            return kvoWarnLsfLow;
+        case kLsfFlagHigh:
+            return kvoWarnLsfHigh;
+        case kLsfFlagLow | kLsfFlagHigh:
+            return kvoWarnLsfLowAndHigh;
+        default:
+            return kvoOk;
     }
 }
 

@@ -20,8 +20,8 @@ namespace lspmodel {
 
 // LSFs (Q13 radians) of a random stable, speech-like order-10 LP filter: four
 // formants in their usual ranges at 8 kHz (bandwidths 80 to 300 Hz) and one
-// broad resonance for the tilt (600 to 1500 Hz wide), multiplied out into A(z), then the roots of the symmetric and
-// antisymmetric polynomials on the unit circle, found in double precision as
+// broad resonance for the tilt (600 to 1500 Hz wide), multiplied out into A(z), then the roots of
+// the symmetric and antisymmetric polynomials on the unit circle, found in double precision as
 // zeros of Re and Im of A(e^jw) e^(j 5.5 w).
 inline std::vector<Kvo16s> stableLsf(std::mt19937& rng) {
     std::uniform_real_distribution<double> u(0.0, 1.0);
@@ -29,8 +29,10 @@ inline std::vector<Kvo16s> stableLsf(std::mt19937& rng) {
     for (;;) {
         double a[11] = {1.0};
         for (int s = 0; s < 5; ++s) {
-            const double f = lo[s] + span[s] * u(rng), bw = s < 4 ? 80 + 220 * u(rng) : 600 + 900 * u(rng);
-            const double r = std::exp(-M_PI * bw / 8000.0), c = -2 * r * std::cos(2 * M_PI * f / 8000.0);
+            const double f = lo[s] + span[s] * u(rng),
+                         bw = s < 4 ? 80 + 220 * u(rng) : 600 + 900 * u(rng);
+            const double r = std::exp(-M_PI * bw / 8000.0),
+                         c = -2 * r * std::cos(2 * M_PI * f / 8000.0);
             // Multiply by 1 + c z^-1 + r^2 z^-2.
             double b[11] = {};
             for (int k = 0; k <= 2 * s; ++k) {
