@@ -42,7 +42,9 @@ void expectStable(const Kvo16s* q, KvoStatus st) {
     EXPECT_GE(q[0], 40);
     EXPECT_LE(q[9], 25681);
     for (int j = 0; j < 8; ++j) EXPECT_GE(q[j + 1] - q[j], 321) << "pair " << j;
-    if (st != kvoWarnLsfHigh && st != kvoWarnLsfLowAndHigh) EXPECT_GE(q[9] - q[8], 321);
+    if (st != kvoWarnLsfHigh && st != kvoWarnLsfLowAndHigh) {
+        EXPECT_GE(q[9] - q[8], 321);
+    }
 }
 
 }  // namespace
@@ -125,8 +127,12 @@ TEST(LsfDecode, StabilityWarnings) {
         const KvoStatus st = kvosLSFDecode_G729_16s(idx, h, q);
         EXPECT_EQ(st, c.want);
         expectStable(q, st);
-        if (st == kvoWarnLsfLow || st == kvoWarnLsfLowAndHigh) EXPECT_EQ(q[0], 40);
-        if (st == kvoWarnLsfHigh || st == kvoWarnLsfLowAndHigh) EXPECT_EQ(q[9], 25681);
+        if (st == kvoWarnLsfLow || st == kvoWarnLsfLowAndHigh) {
+            EXPECT_EQ(q[0], 40);
+        }
+        if (st == kvoWarnLsfHigh || st == kvoWarnLsfLowAndHigh) {
+            EXPECT_EQ(q[9], 25681);
+        }
         int y[10];
         lspmodel::codeVector(LSPCode1[10], LSPCode2[4], LSPCode2[9], y);
         for (int j = 0; j < 10; ++j) EXPECT_EQ(h[j], y[j]);

@@ -25,11 +25,11 @@ namespace lspmodel {
 // zeros of Re and Im of A(e^jw) e^(j 5.5 w).
 inline std::vector<Kvo16s> stableLsf(std::mt19937& rng) {
     std::uniform_real_distribution<double> u(0.0, 1.0);
-    const double lo[5] = {300, 900, 2000, 2800, 500}, span[5] = {500, 900, 700, 600, 2500};
+    const double base[5] = {300, 900, 2000, 2800, 500}, span[5] = {500, 900, 700, 600, 2500};
     for (;;) {
         double a[11] = {1.0};
         for (int s = 0; s < 5; ++s) {
-            const double f = lo[s] + span[s] * u(rng),
+            const double f = base[s] + span[s] * u(rng),
                          bw = s < 4 ? 80 + 220 * u(rng) : 600 + 900 * u(rng);
             const double r = std::exp(-M_PI * bw / 8000.0),
                          c = -2 * r * std::cos(2 * M_PI * f / 8000.0);
