@@ -188,6 +188,32 @@ KvoStatus kvosHighPassFilter_G729_16s_ISfs(Kvo16s* pSrcDst, Kvo32s len, Kvo32s s
 /* G.729E tilt compensation of 40 samples; pSrc points one sample before the subframe. */
 KvoStatus kvosTiltCompensation_G729E_16s(Kvo16s val, const Kvo16s* pSrc, Kvo16s* pDst);
 
+/* ---- G.729 ------------------------------------------------------------- */
+
+/* -- G.729 LSP quantisation (LSF Q13 radians; pPrevFreq: 4 rows of 10, row 0 newest) -- */
+
+/* Switched-MA two-stage LSF quantiser; four indices, decoded LSF and history push. */
+KvoStatus kvosLSFQuant_G729_16s(const Kvo16s* pSrcLSF, Kvo16s* pPrevFreq, Kvo16s* pDstQLSF,
+                                Kvo16s* pDstIdx);
+/* LSP (Q15) to LSF, kvosLSFQuant_G729_16s, packed code, quantised LSP. */
+KvoStatus kvosLSPQuant_G729_16s(const Kvo16s* pSrcLSP, Kvo16s* pPrevFreq, Kvo16s* pDstQLSP,
+                                Kvo16s* pDstCode);
+/* LSF decoder from four indices; history push; stability warnings 13, 14, 15. */
+KvoStatus kvosLSFDecode_G729_16s(const Kvo16s* pIdx, Kvo16s* pPrevFreq, Kvo16s* pDstQLSF);
+/* History update of an erased frame from the previous LSF and predictor number. */
+KvoStatus kvosLSFDecodeErased_G729_16s(Kvo32s maIndex, Kvo16s* pPrevFreq,
+                                       const Kvo16s* pSrcPrevLSF);
+/* G.729E form: history read only, the new history row goes to pDstFreq. */
+KvoStatus kvosLSPQuant_G729E_16s(const Kvo16s* pSrcLSP, const Kvo16s* pSrcPrevFreq,
+                                 Kvo16s* pDstFreq, Kvo16s* pDstQLSP, Kvo16s* pDstCode);
+/* G.729.1 LSF decoder: no predictor range check, saturated codebook sums. */
+KvoStatus kvosLSFDecode_G7291_16s(const Kvo16s* pIdx, Kvo16s* pPrevFreq, Kvo16s* pDstQLSF);
+/* G.729B silence-descriptor LSF quantiser; three indices, decoded LSF and history push. */
+KvoStatus kvosLSFQuant_G729B_16s(const Kvo16s* pSrcLSF, Kvo16s* pPrevFreq, Kvo16s* pDstQLSF,
+                                 Kvo16s* pDstIdx);
+/* G.729B silence-descriptor LSF decoder from three indices; history push; warnings. */
+KvoStatus kvosLSFDecode_G729B_16s(const Kvo16s* pIdx, Kvo16s* pPrevFreq, Kvo16s* pDstQLSF);
+
 #ifdef __cplusplus
 }
 #endif

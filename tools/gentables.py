@@ -71,9 +71,16 @@ def main():
         src.append(f"alignas(16) const {ctype} {cname}{dims} = {{")
         row = shape[-1] if len(shape) > 1 else 10
         lits = [literal(ctype, v) for v in values]
-        for i in range(0, len(lits), row):
-            chunk = ", ".join(lits[i:i + row])
-            src.append(f"    {'{' if len(shape) > 1 else ''}{chunk}{'}' if len(shape) > 1 else ''},")
+        # Tables of three dimensions: one brace level per outer index.
+        block = shape[-2] * row if len(shape) > 2 else len(lits)
+        for b in range(0, len(lits), block):
+            if len(shape) > 2:
+                src.append("    {")
+            for i in range(b, b + block, row):
+                chunk = ", ".join(lits[i:i + row])
+                src.append(f"    {'{' if len(shape) > 1 else ''}{chunk}{'}' if len(shape) > 1 else ''},")
+            if len(shape) > 2:
+                src.append("    },")
         src.append("};")
     hdr.append("}  // namespace kvo::tab")
     src.append("}  // namespace kvo::tab")

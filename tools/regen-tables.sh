@@ -10,3 +10,8 @@ $gen "$root/numeric" src/numeric numeric_tables \
 $gen "$root/g723" src/kernels kernel_tables HammingWindowTbl_G723 BinomWindowCoeffTbl_G723
 $gen "$root/numeric" tests/filter filter_test_tables a140 b140 a100 b100
 $gen "$root/g723" src/kernels lpc_tables CosineTbl_G723 ReorderedCOS BandwidthExpansionTbl
+$gen "$root/g729" src/g729 lsp_tables \
+    LSPCode1 LSPCode2 fg fg_sum fg_sum_inv noise_fg noise_fg_sum noise_fg_sum_inv \
+    PtrTab_1 PtrTab_2
+$gen "$root/numeric" tests/g729_lsp lsp_test_hp a140 b140
+$gen "$root/g729" tests/g729_lsp lsp_test_reset freq_prev_reset
