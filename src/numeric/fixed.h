@@ -125,4 +125,63 @@ constexpr int Norm_32s_I(Kvo32s* x) {
     return n;
 }
 
+// ---- further saturating basic operations of the published fixed-point coders
+
+// sat32(a - b).
+constexpr Kvo32s Sub_32s(Kvo32s a, Kvo32s b) { return sat32(Kvo64s{a} - b); }
+// |x| with 0x80000000 going to 0x7fffffff.
+constexpr Kvo32s Abs_32s(Kvo32s x) { return x == INT32_MIN ? INT32_MAX : (x < 0 ? -x : x); }
+// -x with 0x80000000 going to 0x7fffffff.
+constexpr Kvo32s Neg_32s(Kvo32s x) { return x == INT32_MIN ? INT32_MAX : -x; }
+// |x| with -32768 going to 32767.
+constexpr Kvo16s Abs_16s(Kvo16s x) {
+    return x == -32768 ? Kvo16s{32767} : static_cast<Kvo16s>(x < 0 ? -x : x);
+}
+// -x with -32768 going to 32767.
+constexpr Kvo16s Neg_16s(Kvo16s x) {
+    return x == -32768 ? Kvo16s{32767} : static_cast<Kvo16s>(-x);
+}
+// Fractional product sat32(2ab): only -32768 * -32768 saturates.
+constexpr Kvo32s FMul_16s32s(Kvo16s a, Kvo16s b) { return sat32(2 * (Kvo64s{a} * b)); }
+// acc + 2ab and acc - 2ab, the product saturated first, then the sum.
+constexpr Kvo32s FMac_16s32s(Kvo32s acc, Kvo16s a, Kvo16s b) {
+    return Add_32s(acc, FMul_16s32s(a, b));
+}
+constexpr Kvo32s FMsu_16s32s(Kvo32s acc, Kvo16s a, Kvo16s b) {
+    return Sub_32s(acc, FMul_16s32s(a, b));
+}
+// x << n saturated, for any n >= 0 (counts of 31 and more saturate every
+// non-zero value).
+constexpr Kvo32s ShiftLSat_32s(Kvo32s x, int n) {
+    if (n <= 0 || x == 0) return x;
+    if (n > 30) return x > 0 ? INT32_MAX : INT32_MIN;
+    return ShiftL_32s(x, n);
+}
+// Recomposed double precision value: bit 0 cleared.
+constexpr Kvo32s dp(Kvo32s x) { return static_cast<Kvo32s>(static_cast<Kvo32u>(x) & ~1u); }
+// Double precision times 16 bits: 2 hi(x) n + 2 ((lo(x) n) >> 15), saturated
+// after the first product and after the sum.
+constexpr Kvo32s mpy32_16(Kvo32s x, Kvo16s n) {
+    return Add_32s(FMul_16s32s(hi(x), n), 2 * ((Kvo32s{lo(x)} * n) >> 15));
+}
+// 32 x 16 product of the G.723.1 arithmetic: ((x & 0xffff) v) >> 15 plus the
+// saturated 2 hi(x) v.
+constexpr Kvo32s mls_32s16s(Kvo32s x, Kvo16s v) {
+    const Kvo32s low = static_cast<Kvo32s>((Kvo64s{x & 0xffff} * v) >> 15);
+    return Add_32s(low, FMul_16s32s(static_cast<Kvo16s>(x >> 16), v));
+}
+
+// G.729 32-bit division: num / den in Q31 for a normalised den and
+// 0 <= num <= den.  The reciprocal of den is refined once from the 16-bit
+// first guess (0x1fff8000 / hi(den), kept to 16 bits) by Newton's step; the
+// final product is multiplied by 4 with saturation, so a quotient of 1 or more
+// comes out as 0x7fffffff.
+constexpr Kvo32s div32(Kvo32s num, Kvo32s den) {
+    const Kvo16s a = lo16(Kvo32s{0x1fff8000} / hi(den));
+    Kvo32s t = mpy32_16(den, a);
+    t = Sub_32s(INT32_MAX, t);
+    t = mpy32_16(t, a);
+    return ShiftL_32s(mpy32(num, t), 2);
+}
+
 }  // namespace kvo
