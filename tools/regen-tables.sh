@@ -9,3 +9,10 @@ $gen "$root/numeric" src/numeric numeric_tables \
     cos15 slope_cos slope_cos15 acos12
 $gen "$root/g723" src/kernels kernel_tables HammingWindowTbl_G723 BinomWindowCoeffTbl_G723
 $gen "$root/numeric" tests/filter filter_test_tables a140 b140 a100 b100
+$gen "$root/gsmfr" src/gsmfr gsmfr_tables \
+    gsm_A gsm_B gsm_MIC gsm_MAC gsm_INVA gsm_DLB gsm_QLB gsm_NRFAC gsm_FAC
+# The assembled coder in apps/ links only the public library: its own copy.
+$gen "$root/gsmfr" apps/coders gsmfr_coder_tables \
+    gsm_A=coder_gsm_A gsm_B=coder_gsm_B gsm_MIC=coder_gsm_MIC gsm_MAC=coder_gsm_MAC \
+    gsm_INVA=coder_gsm_INVA gsm_DLB=coder_gsm_DLB gsm_QLB=coder_gsm_QLB \
+    gsm_NRFAC=coder_gsm_NRFAC gsm_FAC=coder_gsm_FAC
