@@ -20,4 +20,17 @@ void crossCorrLagMaxScalar(const Kvo16s* x, const Kvo16s* y, Kvo32s len, Kvo32s 
 void weighting(const Kvo16s* x, Kvo16s* y, Kvo32s len);
 void weightingScalar(const Kvo16s* x, Kvo16s* y, Kvo32s len);
 
+// Short-term lattices (8 coefficients; 8 and 9 words of memory) and the
+// deemphasis: plain loops and AVX2 builds.
+void analysisLatticeScalar(const Kvo16s* rc, Kvo16s* x, Kvo32s len, Kvo16s* mem);
+void synthesisLatticeScalar(const Kvo16s* rc, const Kvo16s* x, Kvo16s* y, Kvo32s len, Kvo16s* mem);
+void deemphasisScalar(Kvo16s* x, Kvo32s len, Kvo16s* mem);
+void analysisLatticeAvx2(const Kvo16s* rc, Kvo16s* x, Kvo32s len, Kvo16s* mem);
+void synthesisLatticeAvx2(const Kvo16s* rc, const Kvo16s* x, Kvo16s* y, Kvo32s len, Kvo16s* mem);
+void deemphasisAvx2(Kvo16s* x, Kvo32s len, Kvo16s* mem);
+// 40-sample lag search, AVX2, for sums known to stay below 2^31.
+void lagMax40Avx2(const Kvo16s* x, const Kvo16s* y, Kvo32s maxLag, Kvo32s* pMax, Kvo32s* pLag);
+
+inline bool hasAvx2() { return __builtin_cpu_supports("avx2"); }
+
 }  // namespace kvo::gsmfr

@@ -10,8 +10,10 @@
 //   coefficients: every product is mult_r ((a*b + 16384) >> 15, low 16 bits),
 //   every sum saturated to 16 bits.
 //
-// Source and destination may be the same array in every filter here.
+// Source and destination may be the same array in every filter here.  The
+// lattices and the deemphasis have AVX2 builds chosen at run time.
 #include "frame/impl.h"
+#include "gsmfr/gsmfr.h"
 #include "numeric/fixed.h"
 
 namespace kvo {
@@ -59,29 +61,25 @@ KvoStatus impl::kvosPreemphasize_GSMFR_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo
     return kvoOk;
 }
 
-KvoStatus impl::kvosDeemphasize_GSMFR_16s_I(Kvo16s* pSrcDst, Kvo32s len, Kvo16s* pMem) {
-    if (!pSrcDst || !pMem) return kvoErrNullPtr;
-    if (len < 1) return kvoErrSize;
-    Kvo32s m = *pMem;
+namespace gsmfr {
+
+void deemphasisScalar(Kvo16s* x, Kvo32s len, Kvo16s* mem) {
+    Kvo32s m = *mem;
     for (Kvo32s i = 0; i < len; ++i) {
-        m = sat(pSrcDst[i] + multR(m, 28180));
-        pSrcDst[i] = static_cast<Kvo16s>(sat(2 * m) & ~7);
+        m = sat(x[i] + multR(m, 28180));
+        x[i] = static_cast<Kvo16s>(sat(2 * m) & ~7);
     }
-    *pMem = static_cast<Kvo16s>(m);
-    return kvoOk;
+    *mem = static_cast<Kvo16s>(m);
 }
 
-KvoStatus impl::kvosShortTermAnalysisFilter_GSMFR_16s_I(const Kvo16s* pRc, Kvo16s* pSrcDst,
-                                                        Kvo32s len, Kvo16s* pMem) {
-    if (!pRc || !pSrcDst || !pMem) return kvoErrNullPtr;
-    if (len < 1) return kvoErrSize;
+void analysisLatticeScalar(const Kvo16s* pRc, Kvo16s* x, Kvo32s len, Kvo16s* mem) {
     Kvo32s rc[8], u[8];
     for (int i = 0; i < 8; ++i) {
         rc[i] = pRc[i];
-        u[i] = pMem[i];
+        u[i] = mem[i];
     }
     for (Kvo32s k = 0; k < len; ++k) {
-        Kvo32s di = pSrcDst[k];
+        Kvo32s di = x[k];
         Kvo32s sav = di;
         for (int i = 0; i < 8; ++i) {
             const Kvo32s ui = u[i];
@@ -89,9 +87,48 @@ KvoStatus impl::kvosShortTermAnalysisFilter_GSMFR_16s_I(const Kvo16s* pRc, Kvo16
             sav = sat(ui + multR(rc[i], di));
             di = sat(di + multR(rc[i], ui));
         }
-        pSrcDst[k] = static_cast<Kvo16s>(di);
+        x[k] = static_cast<Kvo16s>(di);
     }
-    for (int i = 0; i < 8; ++i) pMem[i] = static_cast<Kvo16s>(u[i]);
+    for (int i = 0; i < 8; ++i) mem[i] = static_cast<Kvo16s>(u[i]);
+}
+
+void synthesisLatticeScalar(const Kvo16s* pRc, const Kvo16s* x, Kvo16s* y, Kvo32s len,
+                            Kvo16s* mem) {
+    Kvo32s rc[8], v[9];
+    for (int i = 0; i < 8; ++i) rc[i] = pRc[i];
+    for (int i = 0; i < 9; ++i) v[i] = mem[i];
+    for (Kvo32s k = 0; k < len; ++k) {
+        Kvo32s sri = x[k];
+        for (int i = 7; i >= 0; --i) {
+            sri = sat(sri - multR(rc[i], v[i]));
+            v[i + 1] = sat(v[i] + multR(rc[i], sri));
+        }
+        v[0] = sri;
+        y[k] = static_cast<Kvo16s>(sri);
+    }
+    for (int i = 0; i < 9; ++i) mem[i] = static_cast<Kvo16s>(v[i]);
+}
+
+}  // namespace gsmfr
+
+KvoStatus impl::kvosDeemphasize_GSMFR_16s_I(Kvo16s* pSrcDst, Kvo32s len, Kvo16s* pMem) {
+    if (!pSrcDst || !pMem) return kvoErrNullPtr;
+    if (len < 1) return kvoErrSize;
+    if (gsmfr::hasAvx2())
+        gsmfr::deemphasisAvx2(pSrcDst, len, pMem);
+    else
+        gsmfr::deemphasisScalar(pSrcDst, len, pMem);
+    return kvoOk;
+}
+
+KvoStatus impl::kvosShortTermAnalysisFilter_GSMFR_16s_I(const Kvo16s* pRc, Kvo16s* pSrcDst,
+                                                        Kvo32s len, Kvo16s* pMem) {
+    if (!pRc || !pSrcDst || !pMem) return kvoErrNullPtr;
+    if (len < 1) return kvoErrSize;
+    if (gsmfr::hasAvx2())
+        gsmfr::analysisLatticeAvx2(pRc, pSrcDst, len, pMem);
+    else
+        gsmfr::analysisLatticeScalar(pRc, pSrcDst, len, pMem);
     return kvoOk;
 }
 
@@ -99,19 +136,10 @@ KvoStatus impl::kvosShortTermSynthesisFilter_GSMFR_16s(const Kvo16s* pRc, const 
                                                        Kvo16s* pDst, Kvo32s len, Kvo16s* pMem) {
     if (!pRc || !pSrc || !pDst || !pMem) return kvoErrNullPtr;
     if (len < 1) return kvoErrSize;
-    Kvo32s rc[8], v[9];
-    for (int i = 0; i < 8; ++i) rc[i] = pRc[i];
-    for (int i = 0; i < 9; ++i) v[i] = pMem[i];
-    for (Kvo32s k = 0; k < len; ++k) {
-        Kvo32s sri = pSrc[k];
-        for (int i = 7; i >= 0; --i) {
-            sri = sat(sri - multR(rc[i], v[i]));
-            v[i + 1] = sat(v[i] + multR(rc[i], sri));
-        }
-        v[0] = sri;
-        pDst[k] = static_cast<Kvo16s>(sri);
-    }
-    for (int i = 0; i < 9; ++i) pMem[i] = static_cast<Kvo16s>(v[i]);
+    if (gsmfr::hasAvx2())
+        gsmfr::synthesisLatticeAvx2(pRc, pSrc, pDst, len, pMem);
+    else
+        gsmfr::synthesisLatticeScalar(pRc, pSrc, pDst, len, pMem);
     return kvoOk;
 }
 

@@ -111,7 +111,10 @@ void crossCorrLagMax(const Kvo16s* x, const Kvo16s* y, Kvo32s len, Kvo32s maxLag
         return;
     }
     if (len == 40) {
-        lagMax40(x, y, maxLag, pMax, pLag);
+        if (hasAvx2())
+            lagMax40Avx2(x, y, maxLag, pMax, pLag);
+        else
+            lagMax40(x, y, maxLag, pMax, pLag);
         return;
     }
     Kvo32s best = 0, lag = maxLag;
