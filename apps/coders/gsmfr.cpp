@@ -61,14 +61,15 @@ int16_t mult(int32_t a, int32_t b) { return static_cast<int16_t>((a * b) >> 15);
 int16_t mult_r(int32_t a, int32_t b) { return static_cast<int16_t>((a * b + 16384) >> 15); }
 int16_t abs_s(int16_t a) { return a == -32768 ? 32767 : static_cast<int16_t>(a < 0 ? -a : a); }
 // Left shifts that bring a nonzero 32-bit value's top bit to bit 30.
-int norm(int32_t a) {
-    uint32_t u = static_cast<uint32_t>(a < 0 ? ~a : a);
-    int n = 0;
-    while (u < 0x40000000u) {
-        u <<= 1;
-        ++n;
+int norm(int32_t a) { return __builtin_clz(static_cast<uint32_t>(a < 0 ? ~a : a)) - 1; }
+// Largest |x[k]| (|-32768| taken as 32767), as max and min so that it vectorises.
+int16_t maxAbs(const int16_t* x, int n) {
+    int16_t hi = 0, lo = 0;
+    for (int k = 0; k < n; ++k) {
+        hi = std::max(hi, x[k]);
+        lo = std::min(lo, x[k]);
     }
-    return n;
+    return std::max(hi, abs_s(lo));
 }
 int32_t shl32(int32_t x, int n) { return static_cast<int32_t>(static_cast<uint32_t>(x) << n); }
 
@@ -150,8 +151,7 @@ struct Encoder {
     // Autocorrelation of the frame scaled to fit, with the reference's
     // rescaling of the array in place (its low bits are lost).
     void autocorrelation(int16_t* s, int32_t* acf) {
-        int16_t smax = 0;
-        for (int k = 0; k < kFrame; ++k) smax = std::max(smax, abs_s(s[k]));
+        const int16_t smax = maxAbs(s, kFrame);
         const int scalauto = smax == 0 ? 0 : 4 - norm(int32_t{smax} << 16);
         if (scalauto > 0)
             for (int k = 0; k < kFrame; ++k)
@@ -185,8 +185,7 @@ struct Encoder {
 
     // LTP lag and gain of one subframe.
     static void ltpParameters(const int16_t* d, const int16_t* dp, int16_t& Nc, int16_t& bc) {
-        int16_t dmax = 0;
-        for (int k = 0; k < kSub; ++k) dmax = std::max(dmax, abs_s(d[k]));
+        const int16_t dmax = maxAbs(d, kSub);
         const int t = dmax == 0 ? 0 : norm(int32_t{dmax} << 16);
         const int scal = t > 6 ? 0 : 6 - t;
         int16_t wt[kSub];

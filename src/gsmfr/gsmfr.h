@@ -28,6 +28,8 @@ void deemphasisScalar(Kvo16s* x, Kvo32s len, Kvo16s* mem);
 void analysisLatticeAvx2(const Kvo16s* rc, Kvo16s* x, Kvo32s len, Kvo16s* mem);
 void synthesisLatticeAvx2(const Kvo16s* rc, const Kvo16s* x, Kvo16s* y, Kvo32s len, Kvo16s* mem);
 void deemphasisAvx2(Kvo16s* x, Kvo32s len, Kvo16s* mem);
+void preemphasisScalar(const Kvo16s* x, Kvo16s* y, Kvo32s len, Kvo16s* mem);
+void preemphasisAvx2(const Kvo16s* x, Kvo16s* y, Kvo32s len, Kvo16s* mem);
 // 40-sample lag search, AVX2, for sums known to stay below 2^31.
 void lagMax40Avx2(const Kvo16s* x, const Kvo16s* y, Kvo32s maxLag, Kvo32s* pMax, Kvo32s* pLag);
 

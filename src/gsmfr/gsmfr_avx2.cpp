@@ -21,32 +21,58 @@ inline __m128i mulr(__m128i a, __m128i b) { return _mm_mulhrs_epi16(a, b); }
 
 }  // namespace
 
+// The analysis lattice as a wavefront: lane i is stage i and, at step t,
+// works on sample t - i.  Its inputs are d_i and s_i of that sample (passed up
+// from lane i - 1 by a one-lane shift) and its memory s_i of the sample
+// before; the memory lanes take the current s_i only while the lane has a
+// sample, so lanes wait with their memory before the first sample and keep
+// it after the last.  Sample n leaves lane 7 at step n + 7.
 void analysisLatticeAvx2(const Kvo16s* rc, Kvo16s* x, Kvo32s len, Kvo16s* mem) {
-    const __m128i r0 = w(rc[0]), r1 = w(rc[1]), r2 = w(rc[2]), r3 = w(rc[3]), r4 = w(rc[4]),
-                  r5 = w(rc[5]), r6 = w(rc[6]), r7 = w(rc[7]);
-    __m128i u0 = w(mem[0]), u1 = w(mem[1]), u2 = w(mem[2]), u3 = w(mem[3]), u4 = w(mem[4]),
-            u5 = w(mem[5]), u6 = w(mem[6]), u7 = w(mem[7]);
-    for (Kvo32s k = 0; k < len; ++k) {
-        __m128i di = w(x[k]), sav = di, t;
-#define KVO_GSMFR_STAGE(u, r)                                   \
-    t = u;                                                      \
-    u = sav;                                                    \
-    sav = _mm_adds_epi16(t, mulr(r, di));                       \
-    di = _mm_adds_epi16(di, mulr(r, t));
-        KVO_GSMFR_STAGE(u0, r0)
-        KVO_GSMFR_STAGE(u1, r1)
-        KVO_GSMFR_STAGE(u2, r2)
-        KVO_GSMFR_STAGE(u3, r3)
-        KVO_GSMFR_STAGE(u4, r4)
-        KVO_GSMFR_STAGE(u5, r5)
-        KVO_GSMFR_STAGE(u6, r6)
-        KVO_GSMFR_STAGE(u7, r7)
-#undef KVO_GSMFR_STAGE
-        (void)sav;
-        x[k] = w0(di);
+    const __m128i r = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rc));
+    const __m128i lane = _mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7);
+    __m128i m = _mm_loadu_si128(reinterpret_cast<const __m128i*>(mem));
+    __m128i d = w(x[0]), s = d;
+    const Kvo64s steps = Kvo64s{len} + 7;
+    for (Kvo64s t = 0; t < steps; ++t) {
+        const __m128i dn = _mm_adds_epi16(d, mulr(r, m));
+        const __m128i sn = _mm_adds_epi16(m, mulr(r, d));
+        if (t >= 7 && t < len) {
+            m = s;
+        } else {
+            // Lanes lo..hi have a sample at this step.
+            const int lo = static_cast<int>(t - len + 1 > 0 ? t - len + 1 : 0);
+            const int hi = static_cast<int>(t < 7 ? t : 7);
+            const __m128i on = _mm_and_si128(_mm_cmpgt_epi16(_mm_set1_epi16(static_cast<short>(hi + 1)), lane),
+                                             _mm_cmpgt_epi16(lane, _mm_set1_epi16(static_cast<short>(lo - 1))));
+            m = _mm_blendv_epi8(m, s, on);
+        }
+        if (t >= 7) x[t - 7] = static_cast<Kvo16s>(_mm_extract_epi16(dn, 7));
+        const __m128i next = t + 1 < len ? w(x[t + 1]) : _mm_setzero_si128();
+        d = _mm_or_si128(_mm_slli_si128(dn, 2), next);
+        s = _mm_or_si128(_mm_slli_si128(sn, 2), next);
     }
-    mem[0] = w0(u0), mem[1] = w0(u1), mem[2] = w0(u2), mem[3] = w0(u3);
-    mem[4] = w0(u4), mem[5] = w0(u5), mem[6] = w0(u6), mem[7] = w0(u7);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(mem), m);
+}
+
+// Preemphasis, eight samples a step; the previous sample comes from the
+// vector before by a byte alignment, so in-place runs read no output.
+void preemphasisAvx2(const Kvo16s* x, Kvo16s* y, Kvo32s len, Kvo16s* mem) {
+    const __m128i c = _mm_set1_epi16(-28180);
+    __m128i before = _mm_slli_si128(w(*mem), 14);
+    Kvo32s i = 0;
+    for (; i + 8 <= len; i += 8) {
+        const __m128i cur = _mm_loadu_si128(reinterpret_cast<const __m128i*>(x + i));
+        const __m128i prev = _mm_alignr_epi8(cur, before, 14);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(y + i), _mm_adds_epi16(cur, mulr(prev, c)));
+        before = cur;
+    }
+    Kvo16s p = i > 0 ? static_cast<Kvo16s>(_mm_extract_epi16(before, 7)) : *mem;
+    for (; i < len; ++i) {
+        const Kvo16s v = x[i];
+        y[i] = w0(_mm_adds_epi16(w(v), mulr(w(p), c)));
+        p = v;
+    }
+    *mem = p;
 }
 
 void synthesisLatticeAvx2(const Kvo16s* rc, const Kvo16s* x, Kvo16s* y, Kvo32s len, Kvo16s* mem) {

@@ -11,7 +11,7 @@
 //   every sum saturated to 16 bits.
 //
 // Source and destination may be the same array in every filter here.  The
-// lattices and the deemphasis have AVX2 builds chosen at run time.
+// lattices and the pre- and deemphasis have AVX2 builds chosen at run time.
 #include "frame/impl.h"
 #include "gsmfr/gsmfr.h"
 #include "numeric/fixed.h"
@@ -51,17 +51,24 @@ KvoStatus impl::kvosPreemphasize_GSMFR_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo
                                            Kvo16s* pMem) {
     if (!pSrc || !pDst || !pMem) return kvoErrNullPtr;
     if (len < 1) return kvoErrSize;
-    Kvo32s prev = *pMem;
-    for (Kvo32s i = 0; i < len; ++i) {
-        const Kvo32s x = pSrc[i];
-        pDst[i] = static_cast<Kvo16s>(sat(x + multR(prev, -28180)));
-        prev = x;
-    }
-    *pMem = static_cast<Kvo16s>(prev);
+    if (gsmfr::hasAvx2())
+        gsmfr::preemphasisAvx2(pSrc, pDst, len, pMem);
+    else
+        gsmfr::preemphasisScalar(pSrc, pDst, len, pMem);
     return kvoOk;
 }
 
 namespace gsmfr {
+
+void preemphasisScalar(const Kvo16s* x, Kvo16s* y, Kvo32s len, Kvo16s* mem) {
+    Kvo32s prev = *mem;
+    for (Kvo32s i = 0; i < len; ++i) {
+        const Kvo32s v = x[i];
+        y[i] = static_cast<Kvo16s>(sat(v + multR(prev, -28180)));
+        prev = v;
+    }
+    *mem = static_cast<Kvo16s>(prev);
+}
 
 void deemphasisScalar(Kvo16s* x, Kvo32s len, Kvo16s* mem) {
     Kvo32s m = *mem;

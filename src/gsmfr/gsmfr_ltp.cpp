@@ -15,6 +15,8 @@
 //   add does; from exponent 16 on the result is 0.
 #include <emmintrin.h>
 
+#include <algorithm>
+
 #include "frame/impl.h"
 #include "gsmfr/gsmfr.h"
 #include "numeric/fixed.h"
@@ -25,12 +27,21 @@ namespace gsmfr {
 
 namespace {
 
+// Largest magnitude of a vector (32768 for -32768).
 Kvo32s maxAbs(const Kvo16s* p, Kvo32s n) {
-    Kvo32s m = 0;
-    for (Kvo32s i = 0; i < n; ++i) {
-        const Kvo32s a = p[i] < 0 ? -Kvo32s{p[i]} : p[i];
-        m = a > m ? a : m;
+    __m128i hi = _mm_setzero_si128(), lo = hi;
+    Kvo32s i = 0;
+    for (; i + 8 <= n; i += 8) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        hi = _mm_max_epi16(hi, v);
+        lo = _mm_min_epi16(lo, v);
     }
+    alignas(16) Kvo16s h[8], l[8];
+    _mm_store_si128(reinterpret_cast<__m128i*>(h), hi);
+    _mm_store_si128(reinterpret_cast<__m128i*>(l), lo);
+    Kvo32s m = 0;
+    for (int j = 0; j < 8; ++j) m = std::max({m, Kvo32s{h[j]}, -Kvo32s{l[j]}});
+    for (; i < n; ++i) m = std::max(m, p[i] < 0 ? -Kvo32s{p[i]} : Kvo32s{p[i]});
     return m;
 }
 
