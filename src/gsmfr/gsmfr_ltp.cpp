@@ -215,7 +215,8 @@ KvoStatus impl::kvosRPEQuantDecode_GSMFR_16s(const Kvo16s* pSrc, Kvo16s mantissa
     const int shift = exponent > 15 ? 15 : exponent;
     Kvo16s out[13];
     for (int i = 0; i < 13; ++i) {
-        const Kvo32s t = lo16(((2 * Kvo32s{pSrc[i]} - 7) * mantissa + 4) >> 3);
+        // Codes outside 0..7 are not refused; their product is taken in 64 bits.
+        const Kvo32s t = lo16(((2 * Kvo64s{pSrc[i]} - 7) * mantissa + 4) >> 3);
         out[i] = static_cast<Kvo16s>(sat16(t + round) >> shift);
     }
     for (int i = 0; i < 13; ++i) pDst[i] = out[i];
