@@ -302,16 +302,15 @@ struct Encoder {
 struct Decoder {
     int16_t LARpp[2][8]{};
     int j = 0;
-    int16_t v[9]{};               // short-term synthesis lattice
-    int16_t nrp = 40;             // last valid LTP lag
-    int16_t drp0[120 + kSub]{};   // reconstructed short-term residual
-    int16_t msr = 0;              // deemphasis memory
+    int16_t v[9]{};                // short-term synthesis lattice
+    int16_t nrp = 40;              // last valid LTP lag
+    int16_t drp0[120 + kFrame]{};  // reconstructed short-term residual
+    int16_t msr = 0;               // deemphasis memory
 
     void reset() { *this = Decoder{}; }
 
     void frame(const int16_t* prm, int16_t* out) {
-        int16_t wt[kFrame];
-        int16_t* drp = drp0 + 120;
+        int16_t* wt = drp0 + 120;
         for (int sub = 0; sub < 4; ++sub) {
             const int16_t* p = prm + 8 + 17 * sub;
             int16_t erp[kSub];
@@ -320,9 +319,9 @@ struct Decoder {
             const int16_t Nr = (p[0] < 40 || p[0] > 120) ? nrp : p[0];
             nrp = Nr;
             const int16_t brp = coder_gsm_QLB[p[1]];
-            for (int k = 0; k < kSub; ++k) drp[k] = add(erp[k], mult_r(brp, drp[k - Nr]));
-            std::copy(drp, drp + kSub, wt + sub * kSub);
-            std::copy(drp0 + kSub, drp0 + 120 + kSub, drp0);
+            int16_t* drp = wt + sub * kSub;
+            const int16_t* past = drp - Nr;  // at least 40 back: no overlap with drp[0..39]
+            for (int k = 0; k < kSub; ++k) drp[k] = add(erp[k], mult_r(brp, past[k]));
         }
         const int16_t* prev = LARpp[j];  // short-term synthesis filtering
         j ^= 1;
@@ -335,6 +334,7 @@ struct Decoder {
                                                          kSectionStart[sec + 1] - at, v));
         }
         check(kvosDeemphasize_GSMFR_16s_I(out, kFrame, &msr));  // postprocessing
+        std::copy(drp0 + kFrame, drp0 + kFrame + 120, drp0);
     }
 };
 
@@ -414,7 +414,12 @@ bool parseFormat(const Options& opt, Format& f, std::string& error) {
     return true;
 }
 
-int fieldWidth(int i) { return i < 8 ? kLarWidth[i] : kWidth[(i - 8) % 17]; }
+constexpr std::array<int, kParams> kFieldWidth = [] {
+    std::array<int, kParams> w{};
+    for (int i = 0; i < kParams; ++i) w[i] = i < 8 ? kLarWidth[i] : kWidth[(i - 8) % 17];
+    return w;
+}();
+int fieldWidth(int i) { return kFieldWidth[i]; }
 
 // RTP / .gsm frame: signature nibble 0xD, then the fields MSB first.
 void packRtp(const Params& p, uint8_t* out) {
@@ -431,11 +436,16 @@ void packRtp(const Params& p, uint8_t* out) {
 }
 bool unpackRtp(const uint8_t* in, Params& p) {
     if ((in[0] >> 4) != 0xD) return false;
-    int bit = 4;
+    uint64_t acc = in[0] & 0xF;
+    int bits = 4, o = 1;
     for (int i = 0; i < kParams; ++i) {
-        int v = 0;
-        for (int b = 0; b < fieldWidth(i); ++b, ++bit) v = (v << 1) | ((in[bit >> 3] >> (7 - (bit & 7))) & 1);
-        p[i] = static_cast<int16_t>(v);
+        const int n = fieldWidth(i);
+        while (bits < n) {
+            acc = (acc << 8) | in[o++];
+            bits += 8;
+        }
+        bits -= n;
+        p[i] = static_cast<int16_t>((acc >> bits) & ((1u << n) - 1));
     }
     return true;
 }
