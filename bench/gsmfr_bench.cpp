@@ -55,9 +55,9 @@ const std::vector<int16_t>& speech() {
 }
 
 void perTenMs(benchmark::State& state) {
-    state.counters["per10ms"] = benchmark::Counter(
-        static_cast<double>(state.iterations()) * kFrames * 2,
-        benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    state.counters["per10ms"] =
+        benchmark::Counter(static_cast<double>(state.iterations()) * kFrames * 2,
+                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 
 const kvosc::coders::Options kRtp{{{"format", "rtp"}}};

@@ -73,7 +73,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             const Kvo16s b = kvo::tab::gsm_QLB[p[1] & 3];
             const int grid = p[2] & 3;
             for (int k = 0; k < 40; ++k) {
-                const int e = k >= grid && (k - grid) % 3 == 0 && k - grid < 39 ? xmp[(k - grid) / 3] : 0;
+                const int e =
+                    k >= grid && (k - grid) % 3 == 0 && k - grid < 39 ? xmp[(k - grid) / 3] : 0;
                 const int s = e + ((b * drp[120 + k - lag] + 16384) >> 15);
                 drp[120 + k] = static_cast<Kvo16s>(s > 32767 ? 32767 : (s < -32768 ? -32768 : s));
             }
@@ -112,7 +113,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::memcpy(a, s, 160 * sizeof(Kvo16s));
         kvo::gsmfr::analysisLatticeScalar(rc, a, 160, u2);
         require(kvosShortTermAnalysisFilter_GSMFR_16s_I(rc, s, 160, u) == kvoOk);
-        require(!std::memcmp(a, s, 160 * sizeof(Kvo16s)) && !std::memcmp(u, u2, 8 * sizeof(Kvo16s)));
+        require(!std::memcmp(a, s, 160 * sizeof(Kvo16s)) &&
+                !std::memcmp(u, u2, 8 * sizeof(Kvo16s)));
         Kvo16s* x = heap<Kvo16s>(40);
         require(kvosWeightingFilter_GSMFR_16s(s + 5, x, 40) == kvoOk);
         Kvo32s mx, lg, mx2, lg2;

@@ -38,6 +38,7 @@ namespace kvosc::coders {
 
 namespace {
 
+using kvo::tab::coder_gsm_A;
 using kvo::tab::coder_gsm_B;
 using kvo::tab::coder_gsm_DLB;
 using kvo::tab::coder_gsm_FAC;
@@ -46,7 +47,6 @@ using kvo::tab::coder_gsm_MAC;
 using kvo::tab::coder_gsm_MIC;
 using kvo::tab::coder_gsm_NRFAC;
 using kvo::tab::coder_gsm_QLB;
-using kvo::tab::coder_gsm_A;
 
 constexpr int kFrame = 160, kSub = 40, kParams = 76;
 using Params = std::array<int16_t, kParams>;  // LARc[8], then 4 x (Nc, bc, Mc, xmaxc, xmc[13])
@@ -55,13 +55,25 @@ constexpr int kLarWidth[8] = {6, 6, 5, 5, 4, 4, 3, 3};
 constexpr int16_t kEhfSample = 0x0008;
 
 // ---- the caller's share of the arithmetic (16-bit basic operations) ------
-int16_t sat(int32_t x) { return static_cast<int16_t>(std::clamp(x, -32768, 32767)); }
-int16_t add(int32_t a, int32_t b) { return sat(a + b); }
-int16_t mult(int32_t a, int32_t b) { return static_cast<int16_t>((a * b) >> 15); }
-int16_t mult_r(int32_t a, int32_t b) { return static_cast<int16_t>((a * b + 16384) >> 15); }
-int16_t abs_s(int16_t a) { return a == -32768 ? 32767 : static_cast<int16_t>(a < 0 ? -a : a); }
+int16_t sat(int32_t x) {
+    return static_cast<int16_t>(std::clamp(x, -32768, 32767));
+}
+int16_t add(int32_t a, int32_t b) {
+    return sat(a + b);
+}
+int16_t mult(int32_t a, int32_t b) {
+    return static_cast<int16_t>((a * b) >> 15);
+}
+int16_t mult_r(int32_t a, int32_t b) {
+    return static_cast<int16_t>((a * b + 16384) >> 15);
+}
+int16_t abs_s(int16_t a) {
+    return a == -32768 ? 32767 : static_cast<int16_t>(a < 0 ? -a : a);
+}
 // Left shifts that bring a nonzero 32-bit value's top bit to bit 30.
-int norm(int32_t a) { return __builtin_clz(static_cast<uint32_t>(a < 0 ? ~a : a)) - 1; }
+int norm(int32_t a) {
+    return __builtin_clz(static_cast<uint32_t>(a < 0 ? ~a : a)) - 1;
+}
 // Largest |x[k]| (|-32768| taken as 32767), as max and min so that it vectorises.
 int16_t maxAbs(const int16_t* x, int n) {
     int16_t hi = 0, lo = 0;
@@ -71,7 +83,9 @@ int16_t maxAbs(const int16_t* x, int n) {
     }
     return std::max(hi, abs_s(lo));
 }
-int32_t shl32(int32_t x, int n) { return static_cast<int32_t>(static_cast<uint32_t>(x) << n); }
+int32_t shl32(int32_t x, int n) {
+    return static_cast<int32_t>(static_cast<uint32_t>(x) << n);
+}
 
 void check(KvoStatus st) {
     // The arguments are fixed by construction; a failure is a programming error.
@@ -94,10 +108,17 @@ void sectionRc(const int16_t* prev, const int16_t* cur, int section, int16_t* rp
     for (int i = 0; i < 8; ++i) {
         int16_t lar;
         switch (section) {
-            case 0: lar = add(add(prev[i] >> 2, cur[i] >> 2), prev[i] >> 1); break;
-            case 1: lar = add(prev[i] >> 1, cur[i] >> 1); break;
-            case 2: lar = add(add(prev[i] >> 2, cur[i] >> 2), cur[i] >> 1); break;
-            default: lar = cur[i];
+            case 0:
+                lar = add(add(prev[i] >> 2, cur[i] >> 2), prev[i] >> 1);
+                break;
+            case 1:
+                lar = add(prev[i] >> 1, cur[i] >> 1);
+                break;
+            case 2:
+                lar = add(add(prev[i] >> 2, cur[i] >> 2), cur[i] >> 1);
+                break;
+            default:
+                lar = cur[i];
         }
         int16_t t = abs_s(lar);
         if (t < 11059)
@@ -131,8 +152,8 @@ void expMant(int16_t xmaxc, int16_t& exp, int16_t& mant) {
 void rpeDecode(int16_t xmaxc, int16_t Mc, const int16_t* xmc, int16_t* ep) {
     int16_t exp, mant, xMp[13];
     expMant(xmaxc, exp, mant);
-    check(kvosRPEQuantDecode_GSMFR_16s(xmc, coder_gsm_FAC[mant], static_cast<int16_t>(6 - exp),
-                                       xMp));
+    check(
+        kvosRPEQuantDecode_GSMFR_16s(xmc, coder_gsm_FAC[mant], static_cast<int16_t>(6 - exp), xMp));
     std::fill(ep, ep + kSub, int16_t{0});
     for (int i = 0; i < 13; ++i) ep[Mc + 3 * i] = xMp[i];
 }
@@ -140,11 +161,11 @@ void rpeDecode(int16_t xmaxc, int16_t Mc, const int16_t* xmc, int16_t* ep) {
 // ---- encoder -------------------------------------------------------------
 struct Encoder {
     KvoHighPassState_GSMFR hp{};
-    int16_t mp = 0;                  // preemphasis memory
-    int16_t LARpp[2][8]{};           // decoded LARs of the previous and this frame
-    int j = 0;                       // which of LARpp is this frame's
-    int16_t u[8]{};                  // short-term analysis lattice
-    int16_t dp0[120 + kFrame]{};     // reconstructed short-term residual
+    int16_t mp = 0;               // preemphasis memory
+    int16_t LARpp[2][8]{};        // decoded LARs of the previous and this frame
+    int j = 0;                    // which of LARpp is this frame's
+    int16_t u[8]{};               // short-term analysis lattice
+    int16_t dp0[120 + kFrame]{};  // reconstructed short-term residual
 
     void reset() { *this = Encoder{}; }
 
@@ -154,8 +175,7 @@ struct Encoder {
         const int16_t smax = maxAbs(s, kFrame);
         const int scalauto = smax == 0 ? 0 : 4 - norm(int32_t{smax} << 16);
         if (scalauto > 0)
-            for (int k = 0; k < kFrame; ++k)
-                s[k] = mult_r(s[k], 16384 >> (scalauto - 1));
+            for (int k = 0; k < kFrame; ++k) s[k] = mult_r(s[k], 16384 >> (scalauto - 1));
         check(kvosAutoCorr_16s32s(s, kFrame, acf, 9));
         for (int k = 0; k < 9; ++k) acf[k] = shl32(acf[k], 1);
         if (scalauto > 0)
@@ -177,9 +197,10 @@ struct Encoder {
             q = add(q, coder_gsm_B[i]);
             q = add(q, 256);
             q = static_cast<int16_t>(q >> 9);
-            LARc[i] = static_cast<int16_t>(q > coder_gsm_MAC[i]   ? coder_gsm_MAC[i] - coder_gsm_MIC[i]
-                                           : q < coder_gsm_MIC[i] ? 0
-                                                                  : q - coder_gsm_MIC[i]);
+            LARc[i] =
+                static_cast<int16_t>(q > coder_gsm_MAC[i]   ? coder_gsm_MAC[i] - coder_gsm_MIC[i]
+                                     : q < coder_gsm_MIC[i] ? 0
+                                                            : q - coder_gsm_MIC[i]);
         }
     }
 
@@ -419,7 +440,9 @@ constexpr std::array<int, kParams> kFieldWidth = [] {
     for (int i = 0; i < kParams; ++i) w[i] = i < 8 ? kLarWidth[i] : kWidth[(i - 8) % 17];
     return w;
 }();
-int fieldWidth(int i) { return kFieldWidth[i]; }
+int fieldWidth(int i) {
+    return kFieldWidth[i];
+}
 
 // RTP / .gsm frame: signature nibble 0xD, then the fields MSB first.
 void packRtp(const Params& p, uint8_t* out) {
@@ -464,7 +487,8 @@ void unpackWav49(const uint8_t* in, Params& a, Params& b) {
     for (Params* p : {&a, &b})
         for (int i = 0; i < kParams; ++i) {
             int v = 0;
-            for (int k = 0; k < fieldWidth(i); ++k, ++bit) v |= ((in[bit >> 3] >> (bit & 7)) & 1) << k;
+            for (int k = 0; k < fieldWidth(i); ++k, ++bit)
+                v |= ((in[bit >> 3] >> (bit & 7)) & 1) << k;
             (*p)[i] = static_cast<int16_t>(v);
         }
 }
@@ -526,7 +550,8 @@ bool decode(const Options& opt, const std::vector<uint8_t>& stream, std::vector<
             return false;
         }
         prm.resize(stream.size() / 65 * 2);
-        for (size_t f = 0; f < prm.size(); f += 2) unpackWav49(&stream[f / 2 * 65], prm[f], prm[f + 1]);
+        for (size_t f = 0; f < prm.size(); f += 2)
+            unpackWav49(&stream[f / 2 * 65], prm[f], prm[f + 1]);
     }
     HomingDecoder dec;
     pcm.assign(prm.size() * kFrame, 0);
@@ -552,8 +577,8 @@ void compareFrames(const std::vector<T>& got, const std::vector<int16_t>& want, 
                 if (row.mismatched++ == 0)
                     row.note = std::string(side) + " frame " + std::to_string(f) + " word " +
                                std::to_string(i) + ": got " +
-                               (at < got.size() ? std::to_string(got[at]) : "nothing") +
-                               ", want " + std::to_string(want[at]);
+                               (at < got.size() ? std::to_string(got[at]) : "nothing") + ", want " +
+                               std::to_string(want[at]);
                 break;
             }
         }
@@ -561,9 +586,9 @@ void compareFrames(const std::vector<T>& got, const std::vector<int16_t>& want, 
 }
 
 std::vector<VerifyRow> verify(const std::string& dir) {
-    static const char* const kSets[] = {"Seq01",  "Seq02",  "Seq03",  "Seq04",  "Seq05",
-                                        "Seq01h", "Seq02h", "Seq03h", "Seq04h", "Seq05h",
-                                        "Seq06h", "Homing01"};
+    static const char* const kSets[] = {"Seq01",  "Seq02",  "Seq03",  "Seq04",
+                                        "Seq05",  "Seq01h", "Seq02h", "Seq03h",
+                                        "Seq04h", "Seq05h", "Seq06h", "Homing01"};
     std::vector<VerifyRow> rows;
     for (const char* set : kSets) {
         VerifyRow row;
@@ -612,8 +637,14 @@ std::vector<VerifyRow> verify(const std::string& dir) {
 }  // namespace
 
 extern const Coder kGsmFr = {
-    "gsmfr", "GSM 06.10 full rate (RPE-LTP) with codec homing",
-    "--format rtp|etsi|wav49", 8000, 13.2, encode, decode, verify,
+    "gsmfr",
+    "GSM 06.10 full rate (RPE-LTP) with codec homing",
+    "--format rtp|etsi|wav49",
+    8000,
+    13.2,
+    encode,
+    decode,
+    verify,
 };
 
 }  // namespace kvosc::coders

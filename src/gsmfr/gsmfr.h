@@ -33,6 +33,8 @@ void preemphasisAvx2(const Kvo16s* x, Kvo16s* y, Kvo32s len, Kvo16s* mem);
 // 40-sample lag search, AVX2, for sums known to stay below 2^31.
 void lagMax40Avx2(const Kvo16s* x, const Kvo16s* y, Kvo32s maxLag, Kvo32s* pMax, Kvo32s* pLag);
 
-inline bool hasAvx2() { return __builtin_cpu_supports("avx2"); }
+inline bool hasAvx2() {
+    return __builtin_cpu_supports("avx2");
+}
 
 }  // namespace kvo::gsmfr

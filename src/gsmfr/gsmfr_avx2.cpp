@@ -15,9 +15,15 @@ namespace kvo::gsmfr {
 
 namespace {
 
-inline __m128i w(Kvo16s v) { return _mm_cvtsi32_si128(static_cast<Kvo16u>(v)); }
-inline Kvo16s w0(__m128i v) { return static_cast<Kvo16s>(_mm_cvtsi128_si32(v)); }
-inline __m128i mulr(__m128i a, __m128i b) { return _mm_mulhrs_epi16(a, b); }
+inline __m128i w(Kvo16s v) {
+    return _mm_cvtsi32_si128(static_cast<Kvo16u>(v));
+}
+inline Kvo16s w0(__m128i v) {
+    return static_cast<Kvo16s>(_mm_cvtsi128_si32(v));
+}
+inline __m128i mulr(__m128i a, __m128i b) {
+    return _mm_mulhrs_epi16(a, b);
+}
 
 }  // namespace
 
@@ -42,8 +48,9 @@ void analysisLatticeAvx2(const Kvo16s* rc, Kvo16s* x, Kvo32s len, Kvo16s* mem) {
             // Lanes lo..hi have a sample at this step.
             const int lo = static_cast<int>(t - len + 1 > 0 ? t - len + 1 : 0);
             const int hi = static_cast<int>(t < 7 ? t : 7);
-            const __m128i on = _mm_and_si128(_mm_cmpgt_epi16(_mm_set1_epi16(static_cast<short>(hi + 1)), lane),
-                                             _mm_cmpgt_epi16(lane, _mm_set1_epi16(static_cast<short>(lo - 1))));
+            const __m128i on =
+                _mm_and_si128(_mm_cmpgt_epi16(_mm_set1_epi16(static_cast<short>(hi + 1)), lane),
+                              _mm_cmpgt_epi16(lane, _mm_set1_epi16(static_cast<short>(lo - 1))));
             m = _mm_blendv_epi8(m, s, on);
         }
         if (t >= 7) x[t - 7] = static_cast<Kvo16s>(_mm_extract_epi16(dn, 7));
@@ -82,8 +89,8 @@ void synthesisLatticeAvx2(const Kvo16s* rc, const Kvo16s* x, Kvo16s* y, Kvo32s l
             v5 = w(mem[5]), v6 = w(mem[6]), v7 = w(mem[7]), v8 = w(mem[8]);
     for (Kvo32s k = 0; k < len; ++k) {
         __m128i sri = w(x[k]);
-#define KVO_GSMFR_STAGE(vi, vn, r)                        \
-    sri = _mm_subs_epi16(sri, mulr(r, vi));               \
+#define KVO_GSMFR_STAGE(vi, vn, r)          \
+    sri = _mm_subs_epi16(sri, mulr(r, vi)); \
     vn = _mm_adds_epi16(vi, mulr(r, sri));
         KVO_GSMFR_STAGE(v7, v8, r7)
         KVO_GSMFR_STAGE(v6, v7, r6)

@@ -21,9 +21,13 @@ namespace kvo {
 namespace {
 
 // mult_r of two 16-bit values: (a*b + 16384) >> 15, low 16 bits.
-inline Kvo32s multR(Kvo32s a, Kvo32s b) { return lo16((a * b + 16384) >> 15); }
+inline Kvo32s multR(Kvo32s a, Kvo32s b) {
+    return lo16((a * b + 16384) >> 15);
+}
 
-inline Kvo32s sat(Kvo32s x) { return x > 32767 ? 32767 : (x < -32768 ? -32768 : x); }
+inline Kvo32s sat(Kvo32s x) {
+    return x > 32767 ? 32767 : (x < -32768 ? -32768 : x);
+}
 
 }  // namespace
 

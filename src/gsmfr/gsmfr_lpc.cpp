@@ -14,8 +14,12 @@ namespace kvo {
 
 namespace {
 
-inline Kvo32s multR(Kvo32s a, Kvo32s b) { return lo16((a * b + 16384) >> 15); }
-inline Kvo32s sat(Kvo32s x) { return x > 32767 ? 32767 : (x < -32768 ? -32768 : x); }
+inline Kvo32s multR(Kvo32s a, Kvo32s b) {
+    return lo16((a * b + 16384) >> 15);
+}
+inline Kvo32s sat(Kvo32s x) {
+    return x > 32767 ? 32767 : (x < -32768 ? -32768 : x);
+}
 
 // The body for one fixed or general order; the compiler unrolls the fixed ones.
 template <int kOrder>

@@ -28,7 +28,9 @@ const Coder& gsmfr() {
     return *c;
 }
 
-Options format(const std::string& f) { return Options{{{"format", f}}}; }
+Options format(const std::string& f) {
+    return Options{{{"format", f}}};
+}
 
 TEST(GsmFrVectors, EverySetBitExact) {
     const std::string dir = kvosc::test::vector_dir_or_skip("gsmfr");
@@ -98,7 +100,8 @@ std::vector<int16_t> sweep(int n, double amp) {
     for (int i = 0; i < n; ++i) {
         const double f = 50 + 3900.0 * i / n;
         phase += 2 * M_PI * f / 8000;
-        out[i] = static_cast<int16_t>(std::lround(std::clamp(amp * std::sin(phase), -32768.0, 32767.0)));
+        out[i] =
+            static_cast<int16_t>(std::lround(std::clamp(amp * std::sin(phase), -32768.0, 32767.0)));
     }
     return out;
 }
@@ -111,14 +114,10 @@ struct Signal {
 std::vector<Signal> signals() {
     const int n = 3 * 8000;
     return {
-        {"speech", speechLike(n, 1)},
-        {"noise", noise(n, 2, 32768)},
-        {"quiet noise", noise(n, 3, 40)},
-        {"silence", std::vector<int16_t>(n, 0)},
-        {"square 100 Hz", square(n, 80)},
-        {"square 2 kHz", square(n, 4)},
-        {"sweep full scale", sweep(n, 32767)},
-        {"sweep -20 dB", sweep(n, 3277)},
+        {"speech", speechLike(n, 1)},          {"noise", noise(n, 2, 32768)},
+        {"quiet noise", noise(n, 3, 40)},      {"silence", std::vector<int16_t>(n, 0)},
+        {"square 100 Hz", square(n, 80)},      {"square 2 kHz", square(n, 4)},
+        {"sweep full scale", sweep(n, 32767)}, {"sweep -20 dB", sweep(n, 3277)},
     };
 }
 
@@ -225,7 +224,9 @@ TEST(GsmFrPeer, RandomFramesDecodeAsLibgsm) {
     }
 }
 #else
-TEST(GsmFrPeer, Libgsm) { GTEST_SKIP() << "libgsm not found: peer comparison skipped"; }
+TEST(GsmFrPeer, Libgsm) {
+    GTEST_SKIP() << "libgsm not found: peer comparison skipped";
+}
 #endif
 
 }  // namespace

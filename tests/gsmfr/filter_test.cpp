@@ -48,11 +48,16 @@ TEST(GsmFrFilters, ChunkedAndInPlaceRunsAgree) {
         SCOPED_TRACE(which);
         auto run = [&](Kvo16s* buf, int n, KvoHighPassState_GSMFR& hp, Kvo16s* mem) {
             switch (which) {
-                case 0: return kvosHighPassFilter_GSMFR_16s(buf, buf, n, &hp);
-                case 1: return kvosPreemphasize_GSMFR_16s(buf, buf, n, mem);
-                case 2: return kvosDeemphasize_GSMFR_16s_I(buf, n, mem);
-                case 3: return kvosShortTermAnalysisFilter_GSMFR_16s_I(rc, buf, n, mem);
-                default: return kvosShortTermSynthesisFilter_GSMFR_16s(rc, buf, buf, n, mem);
+                case 0:
+                    return kvosHighPassFilter_GSMFR_16s(buf, buf, n, &hp);
+                case 1:
+                    return kvosPreemphasize_GSMFR_16s(buf, buf, n, mem);
+                case 2:
+                    return kvosDeemphasize_GSMFR_16s_I(buf, n, mem);
+                case 3:
+                    return kvosShortTermAnalysisFilter_GSMFR_16s_I(rc, buf, n, mem);
+                default:
+                    return kvosShortTermSynthesisFilter_GSMFR_16s(rc, buf, buf, n, mem);
             }
         };
         std::vector<Kvo16s> whole = x, pieces = x;
@@ -87,9 +92,9 @@ TEST(GsmFrEmphasis, WorkedValuesAndInversePair) {
     // Preemphasis: y = x + mult_r(x[-1], -28180).
     Kvo16s x[3] = {1000, -32768, 32767}, y[3], mem = 32767;
     ASSERT_EQ(kvosPreemphasize_GSMFR_16s(x, y, 3, &mem), kvoOk);
-    EXPECT_EQ(y[0], 1000 - 28179);                // (32767*28180 + 16384) >> 15 = 28179
-    EXPECT_EQ(y[1], -32768);                      // -32768 - 860 saturates
-    EXPECT_EQ(y[2], 32767);                       // 32767 + 28180 saturates
+    EXPECT_EQ(y[0], 1000 - 28179);  // (32767*28180 + 16384) >> 15 = 28179
+    EXPECT_EQ(y[1], -32768);        // -32768 - 860 saturates
+    EXPECT_EQ(y[2], 32767);         // 32767 + 28180 saturates
     EXPECT_EQ(mem, 32767);
     // Deemphasis of a large input: 32760 out, memory before doubling.
     Kvo16s d[2] = {30000, 30000}, m = 0;

@@ -179,8 +179,8 @@ TEST(GsmFrWeighting, ElevenTapModelAndScalarTwin) {
         const int amp = trial % 3 == 0 ? 32768 : 5000;
         std::uniform_int_distribution<int> d(-amp, amp - 1);
         std::vector<Kvo16s> buf(len + 10);
-        for (auto& v : buf) v = static_cast<Kvo16s>(trial % 4 == 1 ? (d(rng) > 0 ? 32767 : -32768)
-                                                                   : d(rng));
+        for (auto& v : buf)
+            v = static_cast<Kvo16s>(trial % 4 == 1 ? (d(rng) > 0 ? 32767 : -32768) : d(rng));
         std::vector<Kvo16s> y(len), z(len);
         ASSERT_EQ(kvosWeightingFilter_GSMFR_16s(buf.data() + 5, y.data(), len), kvoOk);
         kvo::gsmfr::weightingScalar(buf.data() + 5, z.data(), len);

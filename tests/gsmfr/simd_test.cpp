@@ -12,10 +12,14 @@ namespace {
 
 Kvo16s draw(std::mt19937& rng, int kind) {
     switch (kind) {
-        case 0: return static_cast<Kvo16s>(rng());                             // anything
-        case 1: return static_cast<Kvo16s>(rng() & 1 ? -32768 : 32767);        // rails
-        case 2: return static_cast<Kvo16s>(static_cast<int>(rng() % 2001) - 1000);
-        default: return static_cast<Kvo16s>(rng() % 3 == 0 ? -32768 : static_cast<Kvo16s>(rng()));
+        case 0:
+            return static_cast<Kvo16s>(rng());  // anything
+        case 1:
+            return static_cast<Kvo16s>(rng() & 1 ? -32768 : 32767);  // rails
+        case 2:
+            return static_cast<Kvo16s>(static_cast<int>(rng() % 2001) - 1000);
+        default:
+            return static_cast<Kvo16s>(rng() % 3 == 0 ? -32768 : static_cast<Kvo16s>(rng()));
     }
 }
 
