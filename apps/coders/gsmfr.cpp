@@ -17,13 +17,14 @@
 // postprocessing (deemphasis, upscaling, truncation).
 //
 // Homing: an encoder that has just coded an encoder homing frame (160 samples
-// of 0x0008) returns to its start state; a decoder that receives a decoder
+// of 0x0008 on the 13-bit grid, i.e. with their three low bits ignored)
+// returns to its start state; a decoder that receives a decoder
 // homing frame (the encoder's output for the encoder homing frame from the
 // start state) returns to its start state, and outputs the encoder homing
 // frame when it was already in its start state.
 //
 // Stream formats (--format): etsi (76 parameter words per frame, the test
-// sequences' layout), rtp (33 octets, signature nibble 0xD, fields MSB
+// sequences' layout; words are cut to their field widths on decoding), rtp (33 octets, signature nibble 0xD, fields MSB
 // first; the default) and wav49 (two frames in 65 octets, fields LSB first).
 #include <algorithm>
 #include <array>

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <initializer_list>
 #include <random>
 #include <string>
 #include <vector>
@@ -151,6 +152,33 @@ TEST(GsmFrFormats, AllFormatsDecodeToTheSameSamples) {
         else
             EXPECT_EQ(out, ref);
     }
+}
+
+// Homing frames in mid-stream bring encoder and decoder back to their start
+// state: what follows codes and decodes exactly as from a fresh coder.
+TEST(GsmFrHoming, MidStreamHomingFramesResetEveryState) {
+    const std::vector<int16_t> before = speechLike(160 * 30, 21), after = speechLike(160 * 20, 22);
+    const std::vector<int16_t> ehf(160, 0x0008);
+    auto concat = [](std::initializer_list<const std::vector<int16_t>*> parts) {
+        std::vector<int16_t> v;
+        for (const auto* p : parts) v.insert(v.end(), p->begin(), p->end());
+        return v;
+    };
+    std::vector<uint8_t> s1, s2;
+    std::vector<int16_t> d1, d2;
+    std::string err;
+    // Two homing frames: the first resets the encoder, the second is then
+    // coded from the start state as the decoder homing frame.
+    ASSERT_TRUE(gsmfr().encode(format("etsi"), concat({&before, &ehf, &ehf, &after}), s1, err));
+    ASSERT_TRUE(gsmfr().encode(format("etsi"), concat({&ehf, &after}), s2, err));
+    ASSERT_EQ(s1.size(), 52 * 152u);
+    EXPECT_TRUE(std::equal(s2.begin(), s2.end(), s1.end() - s2.size()));
+    // The decoder homes on that frame and then follows a fresh one.
+    ASSERT_TRUE(gsmfr().decode(format("etsi"), s1, d1, err));
+    ASSERT_TRUE(gsmfr().decode(format("etsi"), s2, d2, err));
+    EXPECT_TRUE(std::equal(d2.begin() + 160, d2.end(), d1.end() - (d2.size() - 160)));
+    // A decoder in its start state answers the homing frame with the encoder homing frame.
+    EXPECT_TRUE(std::equal(d2.begin(), d2.begin() + 160, ehf.begin()));
 }
 
 #ifdef KVOSC_HAVE_LIBGSM
