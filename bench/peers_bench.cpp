@@ -8,7 +8,7 @@
 
 #include "sample.h"
 
-#if defined(KVOSC_HAVE_GSM) && __has_include(<gsm.h>)
+#if defined(KVOSC_HAVE_LIBGSM) && __has_include(<gsm.h>)
 #include <gsm.h>
 
 namespace {

@@ -213,6 +213,31 @@ KvoStatus kvosLSFQuant_G729B_16s(const Kvo16s* pSrcLSF, Kvo16s* pPrevFreq, Kvo16
                                  Kvo16s* pDstIdx);
 /* G.729B silence-descriptor LSF decoder from three indices; history push; warnings. */
 KvoStatus kvosLSFDecode_G729B_16s(const Kvo16s* pIdx, Kvo16s* pPrevFreq, Kvo16s* pDstQLSF);
+/* ---- GSM full rate ------------------------------------------------------ */
+
+/* GSM 06.10 offset compensation of 13-bit left-justified samples; in place allowed. */
+KvoStatus kvosHighPassFilter_GSMFR_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len,
+                                       KvoHighPassState_GSMFR* pState);
+/* Preemphasis y = sat(x + mult_r(x[-1], -28180)); *pMem holds x[-1]; in place allowed. */
+KvoStatus kvosPreemphasize_GSMFR_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len, Kvo16s* pMem);
+/* Deemphasis, upscaling by 2 and truncation to the 13-bit grid; *pMem the filter memory. */
+KvoStatus kvosDeemphasize_GSMFR_16s_I(Kvo16s* pSrcDst, Kvo32s len, Kvo16s* pMem);
+/* Reflection coefficients (Q15) from order + 1 autocorrelations by the Schur recursion. */
+KvoStatus kvosSchur_GSMFR_32s16s(const Kvo32s* pSrc, Kvo16s* pDst, Kvo32s order);
+/* Short-term analysis lattice, 8 reflection coefficients, 8 words of memory. */
+KvoStatus kvosShortTermAnalysisFilter_GSMFR_16s_I(const Kvo16s* pRc, Kvo16s* pSrcDst, Kvo32s len,
+                                                  Kvo16s* pMem);
+/* Short-term synthesis lattice, 8 reflection coefficients, 9 words of memory. */
+KvoStatus kvosShortTermSynthesisFilter_GSMFR_16s(const Kvo16s* pRc, const Kvo16s* pSrc,
+                                                 Kvo16s* pDst, Kvo32s len, Kvo16s* pMem);
+/* RPE weighting filter (11 taps); 5 samples readable on each side of pSrc. */
+KvoStatus kvosWeightingFilter_GSMFR_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len);
+/* APCM inverse quantisation of 13 RPE codes (0..7) with a mantissa and a right shift. */
+KvoStatus kvosRPEQuantDecode_GSMFR_16s(const Kvo16s* pSrc, Kvo16s mantissa, Kvo16s exponent,
+                                       Kvo16s* pDst);
+/* Lag in 0..maxLag of the largest positive correlation of pSrc1 with pSrc2[lag..]. */
+KvoStatus kvosCrossCorrLagMax_16s(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len,
+                                  Kvo32s maxLag, Kvo32s* pMax, Kvo32s* pLag);
 
 #ifdef __cplusplus
 }

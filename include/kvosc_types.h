@@ -123,6 +123,14 @@ typedef struct {
     Kvo16s b2;
 } KvoHighPassState_G729;
 
+/* ---- GSM full rate ------------------------------------------------------ */
+
+/* Memory of the GSM 06.10 offset compensation (plain values, may be copied). */
+typedef struct {
+    Kvo32s z2; /* high-precision filter memory, starts at 0 */
+    Kvo16s z1; /* previous input on the 13-bit grid, starts at 0 */
+} KvoHighPassState_GSMFR;
+
 #ifdef __cplusplus
 }
 #endif

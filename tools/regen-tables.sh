@@ -15,3 +15,10 @@ $gen "$root/g729" src/g729 lsp_tables \
     PtrTab_1 PtrTab_2
 $gen "$root/numeric" tests/g729_lsp lsp_test_hp a140 b140
 $gen "$root/g729" tests/g729_lsp lsp_test_reset freq_prev_reset
+$gen "$root/gsmfr" src/gsmfr gsmfr_tables \
+    gsm_A gsm_B gsm_MIC gsm_MAC gsm_INVA gsm_DLB gsm_QLB gsm_NRFAC gsm_FAC
+# The assembled coder in apps/ links only the public library: its own copy.
+$gen "$root/gsmfr" apps/coders gsmfr_coder_tables \
+    gsm_A=coder_gsm_A gsm_B=coder_gsm_B gsm_MIC=coder_gsm_MIC gsm_MAC=coder_gsm_MAC \
+    gsm_INVA=coder_gsm_INVA gsm_DLB=coder_gsm_DLB gsm_QLB=coder_gsm_QLB \
+    gsm_NRFAC=coder_gsm_NRFAC gsm_FAC=coder_gsm_FAC

@@ -6,11 +6,11 @@
 namespace kvosc::coders {
 
 // Each assembled coder defines its record in its own file; list it here.
-// extern const Coder kGsmFr;
+extern const Coder kGsmFr;
 
 const std::vector<const Coder*>& all_coders() {
     static const std::vector<const Coder*> list = {
-        // &kGsmFr,
+        &kGsmFr,
     };
     return list;
 }
