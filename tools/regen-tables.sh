@@ -9,3 +9,6 @@ $gen "$root/numeric" src/numeric numeric_tables \
     cos15 slope_cos slope_cos15 acos12
 $gen "$root/g723" src/kernels kernel_tables HammingWindowTbl_G723 BinomWindowCoeffTbl_G723
 $gen "$root/numeric" tests/filter filter_test_tables a140 b140 a100 b100
+$gen "$root/g722" src/g72x g722_tables table_ila table_misil table_quant_q6 \
+    table_quant_oq4 table_quant_oq5 table_quant_oq6 table_quant_ril4 table_quant_ril5 \
+    table_quant_ril6 table_quant_risi4 table_quant_risi5 table_quant_risi6
