@@ -16,6 +16,8 @@
 // saturating at every addition.  Decoder modes 0 and 1 both decode 6-bit
 // codes.  The stored delayed differences are 32-bit fields that hold 16-bit
 // values; they are read back as 16-bit values.
+#include <emmintrin.h>
+
 #include <cstring>
 
 #include "g72x/g722.h"
@@ -36,11 +38,15 @@ constexpr Kvo16s kWh[3] = {0, -214, 798};
 
 inline int clampi(int v, int lo, int hi) { return v < lo ? lo : (v > hi ? hi : v); }
 
+
 // One band's predictor and quantizer adaptation state, in registers.
+// The six zero-predictor coefficients and delayed differences sit in lanes
+// 0..5 of two 16-bit vectors, lane 0 the newest (BL1, DLT1); lanes 6 and 7 of
+// the coefficients stay 0, those of the differences are don't-care.
 struct Band {
     int a1, a2;
-    int b[6];
-    int d[6];  // d[0] is the newest delayed difference (DLT1 / DH1)
+    __m128i b;
+    __m128i d;
     int det, nb;
     int p, r, p1, p2, r1, r2;
     int d0, sz, sp, s;
@@ -53,16 +59,19 @@ inline void adaptBand(Band& z, int dq) {
     z.p = sat16(z.sz + dq);
     z.r = sat16(z.s + dq);
 
-    // Zero predictor: leak, plus or minus 128 by the sign agreement with dq
-    // (a zero counts as positive), nothing when dq is 0.
-    const int step = dq != 0 ? 128 : 0;
-    const int sg0 = dq >> 31;
-    for (int i = 0; i < 6; ++i) {
-        const int wd = ((z.d[i] >> 31) == sg0) ? step : -step;
-        z.b[i] = ((z.b[i] * 32640) >> 15) + wd;
-    }
-    for (int i = 5; i > 0; --i) z.d[i] = z.d[i - 1];
-    z.d[0] = dq;
+    // Zero predictor: leak (b * 32640) >> 15, plus or minus 128 by the sign
+    // agreement of dq with each delayed difference (a zero counts as
+    // positive), nothing when dq is 0.  The delay line then takes dq.
+    const __m128i dqv = _mm_set1_epi16(static_cast<short>(dq));
+    const __m128i differ = _mm_srai_epi16(_mm_xor_si128(z.d, dqv), 15);
+    __m128i wd = _mm_sub_epi16(_mm_xor_si128(_mm_set1_epi16(128), differ), differ);
+    wd = _mm_andnot_si128(_mm_cmpeq_epi16(dqv, _mm_setzero_si128()), wd);
+    wd = _mm_and_si128(wd, _mm_set_epi16(0, 0, -1, -1, -1, -1, -1, -1));
+    const __m128i k = _mm_set1_epi16(32640);
+    const __m128i leak = _mm_or_si128(_mm_slli_epi16(_mm_mulhi_epi16(z.b, k), 1),
+                                      _mm_srli_epi16(_mm_mullo_epi16(z.b, k), 15));
+    z.b = _mm_add_epi16(leak, wd);
+    z.d = _mm_insert_epi16(_mm_slli_si128(z.d, 2), dq, 0);
 
     // Pole predictor, second coefficient first; the first is bounded by the new second.
     const bool same1 = (z.p ^ z.p1) >= 0;
@@ -78,10 +87,31 @@ inline void adaptBand(Band& z, int dq) {
     z.p2 = z.p1;
     z.p1 = z.p;
 
-    // Zero section output: oldest tap first, saturating each addition.
-    int sz = 0;
-    for (int i = 5; i >= 0; --i) sz = sat16(sz + ((z.d[i] * z.b[i]) >> 14));
-    z.sz = sz;
+    // Zero section output: the products (d * b) >> 14 added from the oldest
+    // tap to the newest, saturating each addition.  The plain running sums
+    // give the same result when none leaves the 16-bit range, which is the
+    // rule; otherwise the saturating chain is redone.
+    const __m128i plo = _mm_mullo_epi16(z.d, z.b), phi = _mm_mulhi_epi16(z.d, z.b);
+    const __m128i t14 = _mm_srai_epi32(_mm_unpacklo_epi16(plo, phi), 14);  // taps 1..4
+    const __m128i t58 = _mm_srai_epi32(_mm_unpackhi_epi16(plo, phi), 14);  // taps 5..8
+    const __m128i s56 = _mm_add_epi32(t58, _mm_srli_si128(t58, 4));         // P5, P6, 0, 0
+    __m128i s14 = _mm_add_epi32(t14, _mm_srli_si128(t14, 4));
+    s14 = _mm_add_epi32(s14, _mm_srli_si128(s14, 8));
+    s14 = _mm_add_epi32(s14, _mm_shuffle_epi32(s56, 0));                    // P1, P2, P3, P4
+    const __m128i bias = _mm_set1_epi32(32768);
+    const __m128i range = _mm_srli_epi32(
+        _mm_or_si128(_mm_add_epi32(s14, bias), _mm_add_epi32(s56, bias)), 16);
+    if (__builtin_expect(_mm_movemask_epi8(_mm_cmpeq_epi32(range, _mm_setzero_si128())) == 0xFFFF,
+                         1)) {
+        z.sz = _mm_cvtsi128_si32(s14);
+    } else {
+        alignas(16) int t[8];
+        _mm_store_si128(reinterpret_cast<__m128i*>(t), t14);
+        _mm_store_si128(reinterpret_cast<__m128i*>(t + 4), t58);
+        int sz = 0;
+        for (int i = 5; i >= 0; --i) sz = sat16(sz + t[i]);
+        z.sz = sz;
+    }
 
     // Pole section output on the doubled reconstructed signal.
     z.r2 = z.r1;
@@ -118,12 +148,17 @@ void loadBands(const KvoG722State* st, Band& L, Band& H) {
     L.a2 = st->al2;
     H.a1 = st->ah1;
     H.a2 = st->ah2;
+    alignas(16) Kvo16s v[4][8] = {};
     for (int i = 0; i < 6; ++i) {
-        L.b[i] = st->bl[i];
-        H.b[i] = st->bh[i];
-        L.d[i] = lo16(st->dlt[i]);
-        H.d[i] = lo16(st->dh[i]);
+        v[0][i] = st->bl[i];
+        v[1][i] = st->bh[i];
+        v[2][i] = lo16(st->dlt[i]);
+        v[3][i] = lo16(st->dh[i]);
     }
+    L.b = _mm_load_si128(reinterpret_cast<const __m128i*>(v[0]));
+    H.b = _mm_load_si128(reinterpret_cast<const __m128i*>(v[1]));
+    L.d = _mm_load_si128(reinterpret_cast<const __m128i*>(v[2]));
+    H.d = _mm_load_si128(reinterpret_cast<const __m128i*>(v[3]));
     L.det = st->detl;
     H.det = st->deth;
     L.nb = st->nbl;
@@ -155,11 +190,16 @@ void storeBands(KvoG722State* st, const Band& L, const Band& H) {
     st->al2 = static_cast<Kvo16s>(L.a2);
     st->ah1 = static_cast<Kvo16s>(H.a1);
     st->ah2 = static_cast<Kvo16s>(H.a2);
+    alignas(16) Kvo16s v[4][8];
+    _mm_store_si128(reinterpret_cast<__m128i*>(v[0]), L.b);
+    _mm_store_si128(reinterpret_cast<__m128i*>(v[1]), H.b);
+    _mm_store_si128(reinterpret_cast<__m128i*>(v[2]), L.d);
+    _mm_store_si128(reinterpret_cast<__m128i*>(v[3]), H.d);
     for (int i = 0; i < 6; ++i) {
-        st->bl[i] = static_cast<Kvo16s>(L.b[i]);
-        st->bh[i] = static_cast<Kvo16s>(H.b[i]);
-        st->dlt[i] = L.d[i];
-        st->dh[i] = H.d[i];
+        st->bl[i] = v[0][i];
+        st->bh[i] = v[1][i];
+        st->dlt[i] = v[2][i];
+        st->dh[i] = v[3][i];
     }
     st->detl = static_cast<Kvo16s>(L.det);
     st->deth = static_cast<Kvo16s>(H.det);
@@ -226,14 +266,29 @@ void g722StateInit(KvoG722State* st) {
 int g722QuantL(int el, int detl) {
     const int neg = el < 0;
     const int mag = neg ? -1 - el : el;
-    // The decision levels rise with k: count those at or below the magnitude
-    // among levels 0..29 (level 0 always counts), by halving steps.
-    int k = 0;
-    for (int step = 16; step > 0; step >>= 1) {
-        const int j = k + step;
-        if (j <= 29 && ((tab::table_quant_q6[j] * detl) >> 12) <= mag) k = j;
-    }
-    return tab::table_misil[1 - neg][k + 1];
+    // The decision levels rise with k (for any DETL >= 0), so the position
+    // found is the count of levels 0..29 at or below the magnitude.  All 30
+    // levels at once: (Q6 * 16 * DETL) >> 16 is (Q6 * DETL) >> 12 exactly.
+    // A negative DETL (a damaged record) puts every level at or below 0.
+    if (detl < 0) return tab::table_misil[1 - neg][30];
+    const __m128i d = _mm_set1_epi16(static_cast<short>(detl));
+    const __m128i m = _mm_set1_epi16(static_cast<short>(mag));
+    const Kvo16s* q = tab::table_quant_q6;
+    auto above = [&](__m128i lv) {  // lanes whose level is above the magnitude
+        return _mm_cmpgt_epi16(_mm_mulhi_epu16(_mm_slli_epi16(lv, 4), d), m);
+    };
+    const __m128i* qv = reinterpret_cast<const __m128i*>(q);
+    __m128i n = above(_mm_load_si128(qv));
+    n = _mm_add_epi16(n, above(_mm_load_si128(qv + 1)));
+    n = _mm_add_epi16(n, above(_mm_load_si128(qv + 2)));
+    // levels 23..30: lane 0 repeats level 23 and lane 7 is level 30, which
+    // the search never reads: both count as above
+    const __m128i pad = _mm_set_epi16(-1, 0, 0, 0, 0, 0, 0, -1);
+    n = _mm_add_epi16(
+        n, _mm_or_si128(above(_mm_loadu_si128(reinterpret_cast<const __m128i*>(q + 23))), pad));
+    const __m128i cnt = _mm_packs_epi16(_mm_sub_epi16(_mm_setzero_si128(), n), _mm_setzero_si128());
+    const int notBelow = _mm_cvtsi128_si32(_mm_sad_epu8(cnt, _mm_setzero_si128()));
+    return tab::table_misil[1 - neg][32 - notBelow];
 }
 
 int g722QuantH(int eh, int deth) {
