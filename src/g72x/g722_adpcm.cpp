@@ -38,6 +38,10 @@ constexpr Kvo16s kWh[3] = {0, -214, 798};
 
 inline int clampi(int v, int lo, int hi) { return v < lo ? lo : (v > hi ? hi : v); }
 
+// Magnitude with the sign of a table entry that holds -1 (negative) or 0,
+// without a branch on the data.
+inline int withSign(int mag, int sign) { return (mag ^ sign) - sign; }
+
 
 // One band's predictor and quantizer adaptation state, in registers.
 // The six zero-predictor coefficients and delayed differences sit in lanes
@@ -126,7 +130,7 @@ inline void adaptBand(Band& z, int dq) {
 // returns DLT0 (with the scale factor before adaptation) and adapts DETL.
 inline int lowDifferenceAndScale(Band& L, int j) {
     const int m = tab::table_quant_ril4[j];
-    const int q = tab::table_quant_risi4[j] ? -tab::table_quant_oq4[m] : tab::table_quant_oq4[m];
+    const int q = withSign(tab::table_quant_oq4[m], tab::table_quant_risi4[j]);
     const int dq = lo16((L.det * q) >> 12);
     L.nb = clampi(lo16(((L.nb * 127) >> 7) + kWl[m]), 0, 18432);
     L.det = tab::table_ila[(L.nb >> 6) + 64] * 4 + 4;
@@ -136,7 +140,7 @@ inline int lowDifferenceAndScale(Band& L, int j) {
 // Blocks INVQAH and LOGSCH/SCALEH with the 2-bit code ih of the high band.
 inline int highDifferenceAndScale(Band& H, int ih) {
     const int m = kIh2[ih];
-    const int q = kSih[ih] ? -kOq2[m] : kOq2[m];
+    const int q = withSign(kOq2[m], kSih[ih]);
     const int dq = lo16((H.det * q) >> 12);
     H.nb = clampi(lo16(((H.nb * 127) >> 7) + kWh[m]), 0, 22528);
     H.det = tab::table_ila[H.nb >> 6] * 4 + 4;
@@ -229,17 +233,14 @@ void storeBands(KvoG722State* st, const Band& L, const Band& H) {
 
 // Signed inverse quantizer output of the low-band code for the decoder's output.
 inline int lowOutputLevel(int il, int bits) {
-    if (bits == 6)
-        return tab::table_quant_risi6[il] ? -tab::table_quant_oq6[tab::table_quant_ril6[il]]
-                                          : tab::table_quant_oq6[tab::table_quant_ril6[il]];
+    using namespace tab;
+    if (bits == 6) return withSign(table_quant_oq6[table_quant_ril6[il]], table_quant_risi6[il]);
     if (bits == 5) {
         const int c = il >> 1;
-        return tab::table_quant_risi5[c] ? -tab::table_quant_oq5[tab::table_quant_ril5[c]]
-                                         : tab::table_quant_oq5[tab::table_quant_ril5[c]];
+        return withSign(table_quant_oq5[table_quant_ril5[c]], table_quant_risi5[c]);
     }
     const int c = il >> 2;
-    return tab::table_quant_risi4[c] ? -tab::table_quant_oq4[tab::table_quant_ril4[c]]
-                                     : tab::table_quant_oq4[tab::table_quant_ril4[c]];
+    return withSign(table_quant_oq4[table_quant_ril4[c]], table_quant_risi4[c]);
 }
 
 template <int Bits>
