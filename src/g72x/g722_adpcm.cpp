@@ -43,115 +43,153 @@ inline int clampi(int v, int lo, int hi) { return v < lo ? lo : (v > hi ? hi : v
 inline int withSign(int mag, int sign) { return (mag ^ sign) - sign; }
 
 
-// One band's predictor and quantizer adaptation state, in registers.
-// The six zero-predictor coefficients and delayed differences sit in lanes
-// 0..5 of two 16-bit vectors, lane 0 the newest (BL1, DLT1); lanes 6 and 7 of
-// the coefficients stay 0, those of the differences are don't-care.
-struct Band {
-    int a1, a2;
-    __m128i b;
-    __m128i d;
-    int det, nb;
-    int p, r, p1, p2, r1, r2;
-    int d0, sz, sp, s;
+// Predictor state of both bands.  The zero predictors keep their six
+// coefficients and delayed differences in lanes 0..5 of 16-bit vectors, lane
+// 0 the newest (BL1, DLT1); lanes 6 and 7 of the coefficients stay 0, those
+// of the differences are don't-care.  The pole predictors and the signals
+// run as two lanes of 16-bit vectors, lane 0 the low band, lane 1 the high
+// band (other lanes are don't-care): one vector step adapts both bands, with
+// the same arithmetic as the Recommendation's per-band blocks.
+struct Coder {
+    __m128i bl, dl, bh, dh;
+    __m128i a1, a2, p, r, p1, p2, r1, r2, d0, sz, sp, s;
+    int detl, deth, nbl, nbh;
 };
 
-// Blocks UPZERO, UPPOL2, UPPOL1, FILTEZ, FILTEP and the sum of the predictor
-// outputs, after the quantized difference dq of the pair is known.
-inline void adaptBand(Band& z, int dq) {
-    z.d0 = dq;
-    z.p = sat16(z.sz + dq);
-    z.r = sat16(z.s + dq);
+inline __m128i pair16(int lo, int hi) {
+    return _mm_cvtsi32_si128(static_cast<int>((static_cast<unsigned>(lo) & 0xFFFFu) |
+                                              (static_cast<unsigned>(hi) << 16)));
+}
+inline int lane0(__m128i v) { return static_cast<Kvo16s>(_mm_cvtsi128_si32(v)); }
+inline int lane1(__m128i v) { return _mm_cvtsi128_si32(v) >> 16; }
 
-    // Zero predictor: leak (b * 32640) >> 15, plus or minus 128 by the sign
-    // agreement of dq with each delayed difference (a zero counts as
-    // positive), nothing when dq is 0.  The delay line then takes dq.
-    const __m128i dqv = _mm_set1_epi16(static_cast<short>(dq));
-    const __m128i differ = _mm_srai_epi16(_mm_xor_si128(z.d, dqv), 15);
+// Low 16 bits of (a * b) >> n for 16-bit lanes, 1 <= n <= 16.
+template <int N>
+inline __m128i mulShift(__m128i a, __m128i b) {
+    return _mm_or_si128(_mm_slli_epi16(_mm_mulhi_epi16(a, b), 16 - N),
+                        _mm_srli_epi16(_mm_mullo_epi16(a, b), N));
+}
+
+// Block UPZERO of one band: leak (b * 32640) >> 15, plus or minus 128 by the
+// sign agreement of dq with each delayed difference (a zero counts as
+// positive), nothing when dq is 0; the delay line then takes dq.
+inline void upzero(__m128i& b, __m128i& d, __m128i dqv, int dq) {
+    const __m128i differ = _mm_srai_epi16(_mm_xor_si128(d, dqv), 15);
     __m128i wd = _mm_sub_epi16(_mm_xor_si128(_mm_set1_epi16(128), differ), differ);
     wd = _mm_andnot_si128(_mm_cmpeq_epi16(dqv, _mm_setzero_si128()), wd);
     wd = _mm_and_si128(wd, _mm_set_epi16(0, 0, -1, -1, -1, -1, -1, -1));
-    const __m128i k = _mm_set1_epi16(32640);
-    const __m128i leak = _mm_or_si128(_mm_slli_epi16(_mm_mulhi_epi16(z.b, k), 1),
-                                      _mm_srli_epi16(_mm_mullo_epi16(z.b, k), 15));
-    z.b = _mm_add_epi16(leak, wd);
-    z.d = _mm_insert_epi16(_mm_slli_si128(z.d, 2), dq, 0);
+    b = _mm_add_epi16(mulShift<15>(b, _mm_set1_epi16(32640)), wd);
+    d = _mm_insert_epi16(_mm_slli_si128(d, 2), dq, 0);
+}
 
-    // Pole predictor, second coefficient first; the first is bounded by the new second.
-    const bool same1 = (z.p ^ z.p1) >= 0;
-    const bool same2 = (z.p ^ z.p2) >= 0;
-    int w = clampi(z.a1 * 4, -32768, 32767);
-    if (same1) w = (w == -32768) ? 32767 : -w;
-    int a2 = (w >> 7) + (same2 ? 128 : -128) + ((z.a2 * 127) >> 7);
-    a2 = clampi(lo16(a2), -12288, 12288);
-    int a1 = lo16(((z.a1 * 32640) >> 15) + (same1 ? 192 : -192));
-    const int lim = 15360 - a2;
-    z.a1 = clampi(a1, -lim, lim);
-    z.a2 = a2;
-    z.p2 = z.p1;
-    z.p1 = z.p;
-
-    // Zero section output: the products (d * b) >> 14 added from the oldest
-    // tap to the newest, saturating each addition.  The plain running sums
-    // give the same result when none leaves the 16-bit range, which is the
-    // rule; otherwise the saturating chain is redone.
-    const __m128i plo = _mm_mullo_epi16(z.d, z.b), phi = _mm_mulhi_epi16(z.d, z.b);
-    const __m128i t14 = _mm_srai_epi32(_mm_unpacklo_epi16(plo, phi), 14);  // taps 1..4
-    const __m128i t58 = _mm_srai_epi32(_mm_unpackhi_epi16(plo, phi), 14);  // taps 5..8
-    const __m128i s56 = _mm_add_epi32(t58, _mm_srli_si128(t58, 4));         // P5, P6, 0, 0
-    __m128i s14 = _mm_add_epi32(t14, _mm_srli_si128(t14, 4));
+// Block FILTEZ of one band: the products (d * b) >> 14 in 32 bits; returns
+// the running sums from the oldest tap, P1..P4 in lanes 0..3 of `s14` and
+// P5, P6 in lanes 0, 1 of the result.
+inline __m128i filtez(__m128i b, __m128i d, __m128i& s14, __m128i& t14, __m128i& t58) {
+    const __m128i plo = _mm_mullo_epi16(d, b), phi = _mm_mulhi_epi16(d, b);
+    t14 = _mm_srai_epi32(_mm_unpacklo_epi16(plo, phi), 14);
+    t58 = _mm_srai_epi32(_mm_unpackhi_epi16(plo, phi), 14);
+    const __m128i s56 = _mm_add_epi32(t58, _mm_srli_si128(t58, 4));
+    s14 = _mm_add_epi32(t14, _mm_srli_si128(t14, 4));
     s14 = _mm_add_epi32(s14, _mm_srli_si128(s14, 8));
-    s14 = _mm_add_epi32(s14, _mm_shuffle_epi32(s56, 0));                    // P1, P2, P3, P4
+    s14 = _mm_add_epi32(s14, _mm_shuffle_epi32(s56, 0));
+    return s56;
+}
+
+// Saturating chain of the zero section, oldest tap first (the rare path).
+int filtezChain(__m128i t14, __m128i t58) {
+    alignas(16) int t[8];
+    _mm_store_si128(reinterpret_cast<__m128i*>(t), t14);
+    _mm_store_si128(reinterpret_cast<__m128i*>(t + 4), t58);
+    int sz = 0;
+    for (int i = 5; i >= 0; --i) sz = sat16(sz + t[i]);
+    return sz;
+}
+
+// Blocks UPZERO, UPPOL2, UPPOL1, FILTEZ, FILTEP and the sum of the predictor
+// outputs of both bands, once the quantized differences are known.
+inline void adapt(Coder& c, int dql, int dqh) {
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i dq = pair16(dql, dqh);
+    c.d0 = dq;
+    const __m128i p = _mm_adds_epi16(c.sz, dq);
+    c.r = _mm_adds_epi16(c.s, dq);
+    c.p = p;
+
+    upzero(c.bl, c.dl, _mm_shuffle_epi32(_mm_shufflelo_epi16(dq, 0x00), 0), dql);
+    upzero(c.bh, c.dh, _mm_shuffle_epi32(_mm_shufflelo_epi16(dq, 0x55), 0), dqh);
+
+    // UPPOL2: W = sat(4 AL1), negated (saturating) when PLT and PLT1 agree
+    // in sign; AL2 := W >> 7 +- 128 + (AL2 * 127) >> 7, limited to +-12288.
+    const __m128i differ1 = _mm_srai_epi16(_mm_xor_si128(p, c.p1), 15);
+    const __m128i differ2 = _mm_srai_epi16(_mm_xor_si128(p, c.p2), 15);
+    const __m128i a1x2 = _mm_adds_epi16(c.a1, c.a1);
+    const __m128i w = _mm_adds_epi16(a1x2, a1x2);
+    const __m128i wsel = _mm_or_si128(_mm_and_si128(differ1, w),
+                                      _mm_andnot_si128(differ1, _mm_subs_epi16(zero, w)));
+    const __m128i k128 = _mm_set1_epi16(128);
+    __m128i a2 = _mm_add_epi16(_mm_srai_epi16(wsel, 7),
+                               _mm_sub_epi16(_mm_xor_si128(k128, differ2), differ2));
+    a2 = _mm_add_epi16(a2, mulShift<7>(c.a2, _mm_set1_epi16(127)));
+    a2 = _mm_max_epi16(_mm_min_epi16(a2, _mm_set1_epi16(12288)), _mm_set1_epi16(-12288));
+    // UPPOL1: AL1 := (AL1 * 32640) >> 15 +- 192, within +-(15360 - AL2).
+    const __m128i k192 = _mm_set1_epi16(192);
+    __m128i a1 = _mm_add_epi16(mulShift<15>(c.a1, _mm_set1_epi16(32640)),
+                               _mm_sub_epi16(_mm_xor_si128(k192, differ1), differ1));
+    const __m128i lim = _mm_sub_epi16(_mm_set1_epi16(15360), a2);
+    a1 = _mm_max_epi16(_mm_min_epi16(a1, lim), _mm_sub_epi16(zero, lim));
+    c.a1 = a1;
+    c.a2 = a2;
+    c.p2 = c.p1;
+    c.p1 = p;
+
+    // FILTEZ: the plain running sums equal the saturating chain when none of
+    // them leaves the 16-bit range, which is the rule; otherwise the chain is
+    // redone for that band.
+    __m128i sl14, tl14, tl58, sh14, th14, th58;
+    const __m128i sl56 = filtez(c.bl, c.dl, sl14, tl14, tl58);
+    const __m128i sh56 = filtez(c.bh, c.dh, sh14, th14, th58);
     const __m128i bias = _mm_set1_epi32(32768);
-    const __m128i range = _mm_srli_epi32(
-        _mm_or_si128(_mm_add_epi32(s14, bias), _mm_add_epi32(s56, bias)), 16);
-    if (__builtin_expect(_mm_movemask_epi8(_mm_cmpeq_epi32(range, _mm_setzero_si128())) == 0xFFFF,
-                         1)) {
-        z.sz = _mm_cvtsi128_si32(s14);
+    const __m128i outl = _mm_or_si128(_mm_add_epi32(sl14, bias), _mm_add_epi32(sl56, bias));
+    const __m128i outh = _mm_or_si128(_mm_add_epi32(sh14, bias), _mm_add_epi32(sh56, bias));
+    const __m128i range = _mm_srli_epi32(_mm_or_si128(outl, outh), 16);
+    if (__builtin_expect(_mm_movemask_epi8(_mm_cmpeq_epi32(range, zero)) == 0xFFFF, 1)) {
+        const __m128i both = _mm_unpacklo_epi32(sl14, sh14);
+        c.sz = _mm_packs_epi32(both, both);
     } else {
-        alignas(16) int t[8];
-        _mm_store_si128(reinterpret_cast<__m128i*>(t), t14);
-        _mm_store_si128(reinterpret_cast<__m128i*>(t + 4), t58);
-        int sz = 0;
-        for (int i = 5; i >= 0; --i) sz = sat16(sz + t[i]);
-        z.sz = sz;
+        c.sz = pair16(filtezChain(tl14, tl58), filtezChain(th14, th58));
     }
 
-    // Pole section output on the doubled reconstructed signal.
-    z.r2 = z.r1;
-    z.r1 = z.r;
-    const int t1 = lo16((sat16(2 * z.r1) * z.a1) >> 15);
-    const int t2 = lo16((sat16(2 * z.r2) * z.a2) >> 15);
-    z.sp = sat16(t1 + t2);
-    z.s = sat16(z.sp + z.sz);
+    // FILTEP on the doubled reconstructed signal, new coefficients.
+    c.r2 = c.r1;
+    c.r1 = c.r;
+    c.sp = _mm_adds_epi16(mulShift<15>(_mm_adds_epi16(c.r1, c.r1), a1),
+                          mulShift<15>(_mm_adds_epi16(c.r2, c.r2), a2));
+    c.s = _mm_adds_epi16(c.sp, c.sz);
 }
 
 // Block INVQAL and LOGSCL/SCALEL with the 4-bit index j of the low band:
 // returns DLT0 (with the scale factor before adaptation) and adapts DETL.
-inline int lowDifferenceAndScale(Band& L, int j) {
+inline int lowDifferenceAndScale(Coder& c, int j) {
     const int m = tab::table_quant_ril4[j];
     const int q = withSign(tab::table_quant_oq4[m], tab::table_quant_risi4[j]);
-    const int dq = lo16((L.det * q) >> 12);
-    L.nb = clampi(lo16(((L.nb * 127) >> 7) + kWl[m]), 0, 18432);
-    L.det = tab::table_ila[(L.nb >> 6) + 64] * 4 + 4;
+    const int dq = lo16((c.detl * q) >> 12);
+    c.nbl = clampi(lo16(((c.nbl * 127) >> 7) + kWl[m]), 0, 18432);
+    c.detl = tab::table_ila[(c.nbl >> 6) + 64] * 4 + 4;
     return dq;
 }
 
 // Blocks INVQAH and LOGSCH/SCALEH with the 2-bit code ih of the high band.
-inline int highDifferenceAndScale(Band& H, int ih) {
+inline int highDifferenceAndScale(Coder& c, int ih) {
     const int m = kIh2[ih];
     const int q = withSign(kOq2[m], kSih[ih]);
-    const int dq = lo16((H.det * q) >> 12);
-    H.nb = clampi(lo16(((H.nb * 127) >> 7) + kWh[m]), 0, 22528);
-    H.det = tab::table_ila[H.nb >> 6] * 4 + 4;
+    const int dq = lo16((c.deth * q) >> 12);
+    c.nbh = clampi(lo16(((c.nbh * 127) >> 7) + kWh[m]), 0, 22528);
+    c.deth = tab::table_ila[c.nbh >> 6] * 4 + 4;
     return dq;
 }
 
-void loadBands(const KvoG722State* st, Band& L, Band& H) {
-    L.a1 = st->al1;
-    L.a2 = st->al2;
-    H.a1 = st->ah1;
-    H.a2 = st->ah2;
+void load(const KvoG722State* st, Coder& c) {
     alignas(16) Kvo16s v[4][8] = {};
     for (int i = 0; i < 6; ++i) {
         v[0][i] = st->bl[i];
@@ -159,76 +197,60 @@ void loadBands(const KvoG722State* st, Band& L, Band& H) {
         v[2][i] = lo16(st->dlt[i]);
         v[3][i] = lo16(st->dh[i]);
     }
-    L.b = _mm_load_si128(reinterpret_cast<const __m128i*>(v[0]));
-    H.b = _mm_load_si128(reinterpret_cast<const __m128i*>(v[1]));
-    L.d = _mm_load_si128(reinterpret_cast<const __m128i*>(v[2]));
-    H.d = _mm_load_si128(reinterpret_cast<const __m128i*>(v[3]));
-    L.det = st->detl;
-    H.det = st->deth;
-    L.nb = st->nbl;
-    H.nb = st->nbh;
-    L.p = st->plt;
-    H.p = st->pht;
-    L.r = st->rlt;
-    H.r = st->rht;
-    L.p1 = st->plt1;
-    L.p2 = st->plt2;
-    H.p1 = st->pht1;
-    H.p2 = st->pht2;
-    L.r1 = st->rlt1;
-    L.r2 = st->rlt2;
-    H.r1 = st->rht1;
-    H.r2 = st->rht2;
-    L.d0 = st->dlt0;
-    H.d0 = st->dht0;
-    L.sz = st->szl;
-    H.sz = st->szh;
-    L.sp = st->spl;
-    H.sp = st->sph;
-    L.s = st->sl;
-    H.s = st->sh;
+    c.bl = _mm_load_si128(reinterpret_cast<const __m128i*>(v[0]));
+    c.bh = _mm_load_si128(reinterpret_cast<const __m128i*>(v[1]));
+    c.dl = _mm_load_si128(reinterpret_cast<const __m128i*>(v[2]));
+    c.dh = _mm_load_si128(reinterpret_cast<const __m128i*>(v[3]));
+    c.a1 = pair16(st->al1, st->ah1);
+    c.a2 = pair16(st->al2, st->ah2);
+    c.p = pair16(st->plt, st->pht);
+    c.r = pair16(st->rlt, st->rht);
+    c.p1 = pair16(st->plt1, st->pht1);
+    c.p2 = pair16(st->plt2, st->pht2);
+    c.r1 = pair16(st->rlt1, st->rht1);
+    c.r2 = pair16(st->rlt2, st->rht2);
+    c.d0 = pair16(st->dlt0, st->dht0);
+    c.sz = pair16(st->szl, st->szh);
+    c.sp = pair16(st->spl, st->sph);
+    c.s = pair16(st->sl, st->sh);
+    c.detl = st->detl;
+    c.deth = st->deth;
+    c.nbl = st->nbl;
+    c.nbh = st->nbh;
 }
 
-void storeBands(KvoG722State* st, const Band& L, const Band& H) {
-    st->al1 = static_cast<Kvo16s>(L.a1);
-    st->al2 = static_cast<Kvo16s>(L.a2);
-    st->ah1 = static_cast<Kvo16s>(H.a1);
-    st->ah2 = static_cast<Kvo16s>(H.a2);
+void store(KvoG722State* st, const Coder& c) {
     alignas(16) Kvo16s v[4][8];
-    _mm_store_si128(reinterpret_cast<__m128i*>(v[0]), L.b);
-    _mm_store_si128(reinterpret_cast<__m128i*>(v[1]), H.b);
-    _mm_store_si128(reinterpret_cast<__m128i*>(v[2]), L.d);
-    _mm_store_si128(reinterpret_cast<__m128i*>(v[3]), H.d);
+    _mm_store_si128(reinterpret_cast<__m128i*>(v[0]), c.bl);
+    _mm_store_si128(reinterpret_cast<__m128i*>(v[1]), c.bh);
+    _mm_store_si128(reinterpret_cast<__m128i*>(v[2]), c.dl);
+    _mm_store_si128(reinterpret_cast<__m128i*>(v[3]), c.dh);
     for (int i = 0; i < 6; ++i) {
         st->bl[i] = v[0][i];
         st->bh[i] = v[1][i];
         st->dlt[i] = v[2][i];
         st->dh[i] = v[3][i];
     }
-    st->detl = static_cast<Kvo16s>(L.det);
-    st->deth = static_cast<Kvo16s>(H.det);
-    st->nbl = static_cast<Kvo16s>(L.nb);
-    st->nbh = static_cast<Kvo16s>(H.nb);
-    st->plt = static_cast<Kvo16s>(L.p);
-    st->pht = static_cast<Kvo16s>(H.p);
-    st->rlt = static_cast<Kvo16s>(L.r);
-    st->rht = static_cast<Kvo16s>(H.r);
-    st->plt1 = static_cast<Kvo16s>(L.p1);
-    st->plt2 = static_cast<Kvo16s>(L.p2);
-    st->pht1 = static_cast<Kvo16s>(H.p1);
-    st->pht2 = static_cast<Kvo16s>(H.p2);
-    st->rlt1 = static_cast<Kvo16s>(L.r1);
-    st->rlt2 = static_cast<Kvo16s>(L.r2);
-    st->rht1 = static_cast<Kvo16s>(H.r1);
-    st->rht2 = static_cast<Kvo16s>(H.r2);
-    st->dlt0 = static_cast<Kvo16s>(L.d0);
-    st->dht0 = static_cast<Kvo16s>(H.d0);
-    st->szl = static_cast<Kvo16s>(L.sz);
-    st->szh = static_cast<Kvo16s>(H.sz);
-    st->spl = static_cast<Kvo16s>(L.sp);
-    st->sph = static_cast<Kvo16s>(H.sp);
-    st->sl = static_cast<Kvo16s>(L.s);
-    st->sh = static_cast<Kvo16s>(H.s);
+    auto put = [](__m128i x, Kvo16s& lo, Kvo16s& hi) {
+        lo = static_cast<Kvo16s>(lane0(x));
+        hi = static_cast<Kvo16s>(lane1(x));
+    };
+    put(c.a1, st->al1, st->ah1);
+    put(c.a2, st->al2, st->ah2);
+    put(c.p, st->plt, st->pht);
+    put(c.r, st->rlt, st->rht);
+    put(c.p1, st->plt1, st->pht1);
+    put(c.p2, st->plt2, st->pht2);
+    put(c.r1, st->rlt1, st->rht1);
+    put(c.r2, st->rlt2, st->rht2);
+    put(c.d0, st->dlt0, st->dht0);
+    put(c.sz, st->szl, st->szh);
+    put(c.sp, st->spl, st->sph);
+    put(c.s, st->sl, st->sh);
+    st->detl = static_cast<Kvo16s>(c.detl);
+    st->deth = static_cast<Kvo16s>(c.deth);
+    st->nbl = static_cast<Kvo16s>(c.nbl);
+    st->nbh = static_cast<Kvo16s>(c.nbh);
 }
 
 // Signed inverse quantizer output of the low-band code for the decoder's output.
@@ -244,15 +266,16 @@ inline int lowOutputLevel(int il, int bits) {
 }
 
 template <int Bits>
-void decodePairs(const Kvo16s* src, Kvo16s* dst, int pairs, Band& L, Band& H) {
+void decodePairs(const Kvo16s* src, Kvo16s* dst, int pairs, Coder& c) {
     for (int n = 0; n < pairs; ++n) {
         const int il = src[2 * n] & 63;
         const int ih = src[2 * n + 1] & 3;
-        const int yl = L.s + ((L.det * lowOutputLevel(il, Bits)) >> 12);
-        adaptBand(L, lowDifferenceAndScale(L, il >> 2));
-        adaptBand(H, highDifferenceAndScale(H, ih));
+        const int yl = lane0(c.s) + ((c.detl * lowOutputLevel(il, Bits)) >> 12);
+        const int dql = lowDifferenceAndScale(c, il >> 2);
+        const int dqh = highDifferenceAndScale(c, ih);
+        adapt(c, dql, dqh);
         dst[2 * n] = static_cast<Kvo16s>(clampi(yl, -16384, 16383));
-        dst[2 * n + 1] = static_cast<Kvo16s>(clampi(H.r, -16384, 16383));
+        dst[2 * n + 1] = static_cast<Kvo16s>(clampi(lane1(c.r), -16384, 16383));
     }
 }
 
@@ -329,18 +352,20 @@ KvoStatus kvosSBADPCMEncode_G722_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s le
     if (!pSrc || !pDst || !pMem) return kvoErrNullPtr;
     if (len < 1 || (len & 1)) return kvoErrSize;
     KvoG722State* st = g722State(pMem);
-    Band L, H;
-    loadBands(st, L, H);
+    Coder c;
+    load(st, c);
     const int pairs = len / 2;
     for (int n = 0; n < pairs; ++n) {
-        const int il = g722QuantL(sat16(pSrc[2 * n] - L.s), L.det);
-        const int ih = g722QuantH(sat16(pSrc[2 * n + 1] - H.s), H.det);
+        const int sv = _mm_cvtsi128_si32(c.s);  // SL in the low half, SH in the high half
+        const int il = g722QuantL(sat16(pSrc[2 * n] - static_cast<Kvo16s>(sv)), c.detl);
+        const int ih = g722QuantH(sat16(pSrc[2 * n + 1] - (sv >> 16)), c.deth);
         pDst[2 * n] = static_cast<Kvo16s>(il);
         pDst[2 * n + 1] = static_cast<Kvo16s>(ih);
-        adaptBand(L, lowDifferenceAndScale(L, il >> 2));
-        adaptBand(H, highDifferenceAndScale(H, ih));
+        const int dql = lowDifferenceAndScale(c, il >> 2);
+        const int dqh = highDifferenceAndScale(c, ih);
+        adapt(c, dql, dqh);
     }
-    storeBands(st, L, H);
+    store(st, c);
     return kvoOk;
 }
 
@@ -349,17 +374,17 @@ KvoStatus kvosSBADPCMDecode_G722_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s le
     if (!pSrc || !pDst || !pMem) return kvoErrNullPtr;
     if (len < 1 || (len & 1)) return kvoErrSize;
     KvoG722State* st = g722State(pMem);
-    Band L, H;
-    loadBands(st, L, H);
+    Coder c;
+    load(st, c);
     const int m = static_cast<Kvo16s>(mode);
     const int pairs = len / 2;
     if (m == 0 || m == 1)
-        decodePairs<6>(pSrc, pDst, pairs, L, H);
+        decodePairs<6>(pSrc, pDst, pairs, c);
     else if (m == 2)
-        decodePairs<5>(pSrc, pDst, pairs, L, H);
+        decodePairs<5>(pSrc, pDst, pairs, c);
     else
-        decodePairs<4>(pSrc, pDst, pairs, L, H);
-    storeBands(st, L, H);
+        decodePairs<4>(pSrc, pDst, pairs, c);
+    store(st, c);
     return kvoOk;
 }
 
