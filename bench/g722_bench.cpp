@@ -86,7 +86,8 @@ void BM_G722Decode64k_10ms(benchmark::State& state) {
     std::vector<Kvo16s> codes(s.size());
     {
         OurEncoder enc;
-        for (int f = 0; f < kFrames; ++f) enc.frame(s.data() + kFrame * f, codes.data() + kFrame * f);
+        for (int f = 0; f < kFrames; ++f)
+            enc.frame(s.data() + kFrame * f, codes.data() + kFrame * f);
     }
     OurDecoder dec;
     Kvo16s pcm[kFrame];

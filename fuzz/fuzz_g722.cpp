@@ -1,8 +1,8 @@
 // Fuzz target of the G.722 decoder path: arbitrary codes (all 16 bits), any
 // mode, any split into calls, through SB-ADPCM decoding, the receive QMF and
 // the concealment helpers, on exactly sized heap vectors.
-#include <cstdint>
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <vector>
 
@@ -32,7 +32,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (size_t at = 0; at < n; at += chunk) {
         const Kvo32s len = static_cast<Kvo32s>(std::min<size_t>(chunk, n - at));
         std::vector<Kvo16s> in(code.begin() + at, code.begin() + at + len), out(len);
-        if (kvosSBADPCMDecode_G722_16s(in.data(), out.data(), len, mode, st) != kvoOk) __builtin_trap();
+        if (kvosSBADPCMDecode_G722_16s(in.data(), out.data(), len, mode, st) != kvoOk)
+            __builtin_trap();
         std::memcpy(&band[at], out.data(), 2 * len);
     }
     std::vector<Kvo16s> b2 = band;

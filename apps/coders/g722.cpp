@@ -148,8 +148,8 @@ VerifyRow compare(const std::string& set, const std::vector<int16_t>& got,
     row.set = set;
     row.frames = static_cast<long>((want.size() + frame - 1) / frame);
     if (got.size() != want.size())
-        row.note = "length " + std::to_string(got.size()) + ", expected " +
-                   std::to_string(want.size());
+        row.note =
+            "length " + std::to_string(got.size()) + ", expected " + std::to_string(want.size());
     for (size_t f = 0; f * frame < want.size(); ++f) {
         for (size_t i = f * frame; i < std::min(want.size(), (f + 1) * frame); ++i) {
             if (i >= got.size() || got[i] != want[i]) {

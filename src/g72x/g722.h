@@ -25,9 +25,9 @@ void g722StateInit(KvoG722State* st);
 
 // QMF coefficients (the Recommendation's 24 values doubled), by delay word:
 // even words carry the even branch, odd words the odd branch.
-inline constexpr Kvo16s kG722QmfCoef[24] = {
-    6,    -22, -22,   106,  24,  -312, 64,   724, -420, -1610, 1902, 7752,
-    7752, 1902, -1610, -420, 724, 64,   -312, 24,  106,  -22,   -22,  6};
+inline constexpr Kvo16s kG722QmfCoef[24] = {6,    -22,   -22,  106,  24,   -312, 64,    724,
+                                            -420, -1610, 1902, 7752, 7752, 1902, -1610, -420,
+                                            724,  64,    -312, 24,   106,  -22,  -22,   6};
 
 // Plain per-pair QMF loops: the model the block-vector forms are checked against.
 void g722QmfAnalysisScalar(const Kvo16s* src, Kvo16s* dst, int pairs, Kvo16s* delay);

@@ -36,12 +36,15 @@ constexpr Kvo16s kOq2[3] = {0, 202, 926};
 constexpr Kvo16s kWl[8] = {-60, -30, 58, 172, 334, 538, 1198, 3042};
 constexpr Kvo16s kWh[3] = {0, -214, 798};
 
-inline int clampi(int v, int lo, int hi) { return v < lo ? lo : (v > hi ? hi : v); }
+inline int clampi(int v, int lo, int hi) {
+    return v < lo ? lo : (v > hi ? hi : v);
+}
 
 // Magnitude with the sign of a table entry that holds -1 (negative) or 0,
 // without a branch on the data.
-inline int withSign(int mag, int sign) { return (mag ^ sign) - sign; }
-
+inline int withSign(int mag, int sign) {
+    return (mag ^ sign) - sign;
+}
 
 // Predictor state of both bands.  The zero predictors keep their six
 // coefficients and delayed differences in lanes 0..5 of 16-bit vectors, lane
@@ -60,8 +63,12 @@ inline __m128i pair16(int lo, int hi) {
     return _mm_cvtsi32_si128(static_cast<int>((static_cast<unsigned>(lo) & 0xFFFFu) |
                                               (static_cast<unsigned>(hi) << 16)));
 }
-inline int lane0(__m128i v) { return static_cast<Kvo16s>(_mm_cvtsi128_si32(v)); }
-inline int lane1(__m128i v) { return _mm_cvtsi128_si32(v) >> 16; }
+inline int lane0(__m128i v) {
+    return static_cast<Kvo16s>(_mm_cvtsi128_si32(v));
+}
+inline int lane1(__m128i v) {
+    return _mm_cvtsi128_si32(v) >> 16;
+}
 
 // Low 16 bits of (a * b) >> n for 16-bit lanes, 1 <= n <= 16.
 template <int N>
@@ -125,8 +132,8 @@ inline void adapt(Coder& c, int dql, int dqh) {
     const __m128i differ2 = _mm_srai_epi16(_mm_xor_si128(p, c.p2), 15);
     const __m128i a1x2 = _mm_adds_epi16(c.a1, c.a1);
     const __m128i w = _mm_adds_epi16(a1x2, a1x2);
-    const __m128i wsel = _mm_or_si128(_mm_and_si128(differ1, w),
-                                      _mm_andnot_si128(differ1, _mm_subs_epi16(zero, w)));
+    const __m128i wsel =
+        _mm_or_si128(_mm_and_si128(differ1, w), _mm_andnot_si128(differ1, _mm_subs_epi16(zero, w)));
     const __m128i k128 = _mm_set1_epi16(128);
     __m128i a2 = _mm_add_epi16(_mm_srai_epi16(wsel, 7),
                                _mm_sub_epi16(_mm_xor_si128(k128, differ2), differ2));
@@ -170,13 +177,16 @@ inline void adapt(Coder& c, int dql, int dqh) {
 
 // Block INVQAL and LOGSCL/SCALEL with the 4-bit index j of the low band:
 // returns DLT0 (with the scale factor before adaptation) and adapts DETL.
-inline int lowDifferenceAndScale(Coder& c, int j) {
-    const int m = tab::table_quant_ril4[j];
-    const int q = withSign(tab::table_quant_oq4[m], tab::table_quant_risi4[j]);
+// The same from the magnitude index m and the signed output q of that index.
+inline int lowDifference(Coder& c, int m, int q) {
     const int dq = lo16((c.detl * q) >> 12);
     c.nbl = clampi(lo16(((c.nbl * 127) >> 7) + kWl[m]), 0, 18432);
     c.detl = tab::table_ila[(c.nbl >> 6) + 64] * 4 + 4;
     return dq;
+}
+inline int lowDifferenceAndScale(Coder& c, int j) {
+    const int m = tab::table_quant_ril4[j];
+    return lowDifference(c, m, withSign(tab::table_quant_oq4[m], tab::table_quant_risi4[j]));
 }
 
 // Blocks INVQAH and LOGSCH/SCALEH with the 2-bit code ih of the high band.
@@ -279,22 +289,16 @@ void decodePairs(const Kvo16s* src, Kvo16s* dst, int pairs, Coder& c) {
     }
 }
 
-}  // namespace
-
-void g722StateInit(KvoG722State* st) {
-    std::memset(st, 0, sizeof(*st));
-    st->detl = 32;
-    st->deth = 8;
-}
-
-int g722QuantL(int el, int detl) {
+// Block QUANTL: position of the low-band difference el at scale factor detl
+// in the code table, row * 32 + k (row 0 for negative differences).
+inline int quantLPos(int el, int detl) {
     const int neg = el < 0;
     const int mag = neg ? -1 - el : el;
     // The decision levels rise with k (for any DETL >= 0), so the position
     // found is the count of levels 0..29 at or below the magnitude.  All 30
     // levels at once: (Q6 * 16 * DETL) >> 16 is (Q6 * DETL) >> 12 exactly.
     // A negative DETL (a damaged record) puts every level at or below 0.
-    if (detl < 0) return tab::table_misil[1 - neg][30];
+    if (detl < 0) return (1 - neg) * 32 + 30;
     const __m128i d = _mm_set1_epi16(static_cast<short>(detl));
     const __m128i m = _mm_set1_epi16(static_cast<short>(mag));
     const Kvo16s* q = tab::table_quant_q6;
@@ -312,14 +316,37 @@ int g722QuantL(int el, int detl) {
         n, _mm_or_si128(above(_mm_loadu_si128(reinterpret_cast<const __m128i*>(q + 23))), pad));
     const __m128i cnt = _mm_packs_epi16(_mm_sub_epi16(_mm_setzero_si128(), n), _mm_setzero_si128());
     const int notBelow = _mm_cvtsi128_si32(_mm_sad_epu8(cnt, _mm_setzero_si128()));
-    return tab::table_misil[1 - neg][32 - notBelow];
+    return (1 - neg) * 32 + 32 - notBelow;
 }
 
-int g722QuantH(int eh, int deth) {
+// Block QUANTL: 6-bit code IL.
+inline int quantL(int el, int detl) {
+    const int pos = quantLPos(el, detl);
+    return tab::table_misil[pos >> 5][pos & 31];
+}
+
+// Block QUANTH: 2-bit code of the high-band difference eh at scale factor deth.
+inline int quantH(int eh, int deth) {
     const int neg = eh < 0;
     const int mag = neg ? -1 - eh : eh;
     const int pos = mag < ((564 * deth) >> 12) ? 1 : 2;
     return kMisih[1 - neg][pos];
+}
+
+}  // namespace
+
+void g722StateInit(KvoG722State* st) {
+    std::memset(st, 0, sizeof(*st));
+    st->detl = 32;
+    st->deth = 8;
+}
+
+int g722QuantL(int el, int detl) {
+    return quantL(el, detl);
+}
+
+int g722QuantH(int eh, int deth) {
+    return quantH(eh, deth);
 }
 
 namespace impl {
@@ -354,14 +381,26 @@ KvoStatus kvosSBADPCMEncode_G722_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s le
     KvoG722State* st = g722State(pMem);
     Coder c;
     load(st, c);
+    // Code, magnitude index and signed inverse quantizer output of the 4-bit
+    // index, by quantizer position: one lookup on the pair-to-pair path.
+    int lut[64];
+    for (int i = 0; i < 64; ++i) {
+        const int il = tab::table_misil[i >> 5][i & 31];
+        const int j = il >> 2, m = tab::table_quant_ril4[j];
+        lut[i] =
+            il | (m << 6) |
+            static_cast<int>(
+                static_cast<unsigned>(withSign(tab::table_quant_oq4[m], tab::table_quant_risi4[j]))
+                << 16);
+    }
     const int pairs = len / 2;
     for (int n = 0; n < pairs; ++n) {
         const int sv = _mm_cvtsi128_si32(c.s);  // SL in the low half, SH in the high half
-        const int il = g722QuantL(sat16(pSrc[2 * n] - static_cast<Kvo16s>(sv)), c.detl);
-        const int ih = g722QuantH(sat16(pSrc[2 * n + 1] - (sv >> 16)), c.deth);
-        pDst[2 * n] = static_cast<Kvo16s>(il);
+        const int e = lut[quantLPos(sat16(pSrc[2 * n] - static_cast<Kvo16s>(sv)), c.detl)];
+        const int ih = quantH(sat16(pSrc[2 * n + 1] - (sv >> 16)), c.deth);
+        pDst[2 * n] = static_cast<Kvo16s>(e & 63);
         pDst[2 * n + 1] = static_cast<Kvo16s>(ih);
-        const int dql = lowDifferenceAndScale(c, il >> 2);
+        const int dql = lowDifference(c, (e >> 6) & 7, e >> 16);
         const int dqh = highDifferenceAndScale(c, ih);
         adapt(c, dql, dqh);
     }

@@ -26,7 +26,9 @@ namespace {
 constexpr Kvo16s kHbCoeff[2] = {29212, 25656};
 constexpr Kvo16s kFirLp[9] = {3692, 6190, 8525, 10186, 10787, 10186, 8525, 6190, 3692};
 
-inline int absSat(int x) { return x < 0 ? (x == -32768 ? 32767 : -x) : x; }
+inline int absSat(int x) {
+    return x < 0 ? (x == -32768 ? 32767 : -x) : x;
+}
 
 }  // namespace
 

@@ -26,7 +26,9 @@ namespace {
 constexpr int kChunk = 128;  // pairs per block of the vector form
 constexpr int kHist = 22;    // delay words 2..23
 
-inline int clampi(int v, int lo, int hi) { return v < lo ? lo : (v > hi ? hi : v); }
+inline int clampi(int v, int lo, int hi) {
+    return v < lo ? lo : (v > hi ? hi : v);
+}
 
 // Coefficients in time order (oldest first) for a window z[2i .. 2i+23] whose
 // newest sample is delay word 0: entry j pairs with word 23 - j.

@@ -89,7 +89,8 @@ std::vector<int16_t> white_noise(int n, double amp, uint32_t seed) {
 
 std::vector<int16_t> square(int n, int period, int16_t amp) {
     std::vector<int16_t> s(n);
-    for (int i = 0; i < n; ++i) s[i] = (i / (period / 2)) % 2 ? static_cast<int16_t>(-amp - 1) : amp;
+    for (int i = 0; i < n; ++i)
+        s[i] = (i / (period / 2)) % 2 ? static_cast<int16_t>(-amp - 1) : amp;
     return s;
 }
 
@@ -272,7 +273,8 @@ TEST(G722Peer, LowerRatesAgainstItuVectors) {
     std::vector<uint8_t> codes;
     for (int16_t w : kvosc::coders::words_from_bytes(cw_b)) codes.push_back(w & 0xff);
     for (int mode = 1; mode <= 3; ++mode) {
-        ASSERT_TRUE(kvosc::coders::read_file(dir + "/outsp" + std::to_string(mode) + ".bin", out_b));
+        ASSERT_TRUE(
+            kvosc::coders::read_file(dir + "/outsp" + std::to_string(mode) + ".bin", out_b));
         const auto want = kvosc::coders::words_from_bytes(out_b);
         const auto got = peer_decode(codes, mode == 1 ? 64000 : mode == 2 ? 56000 : 48000);
         long diff = 0;
@@ -285,7 +287,9 @@ TEST(G722Peer, LowerRatesAgainstItuVectors) {
 
 #else
 
-TEST(G722Peer, CodesAndSamplesMatchAt64k) { GTEST_SKIP() << "spandsp not found"; }
+TEST(G722Peer, CodesAndSamplesMatchAt64k) {
+    GTEST_SKIP() << "spandsp not found";
+}
 
 #endif
 

@@ -184,14 +184,18 @@ TEST(G722Adpcm, ModeIsReadAsSixteenBits) {
         Block dec;
         kvosSBADPCMDecodeInit_G722_16s(dec.base);
         std::vector<Kvo16s> y(code.size());
-        EXPECT_EQ(kvosSBADPCMDecode_G722_16s(code.data(), y.data(), y.size(), mode, dec.base), kvoOk);
+        EXPECT_EQ(kvosSBADPCMDecode_G722_16s(code.data(), y.data(), y.size(), mode, dec.base),
+                  kvoOk);
         return y;
     };
     const auto m1 = run(1), m2 = run(2), m3 = run(3);
     EXPECT_NE(m1, m2);
     EXPECT_NE(m1, m3);
     EXPECT_NE(m2, m3);
-    const struct { Kvo32s mode; const std::vector<Kvo16s>* same; } rows[] = {
+    const struct {
+        Kvo32s mode;
+        const std::vector<Kvo16s>* same;
+    } rows[] = {
         {0, &m1}, {0x10001, &m1}, {0x10002, &m2}, {-1, &m3}, {4, &m3}, {32767, &m3}, {0x10000, &m1},
     };
     for (const auto& r : rows) EXPECT_EQ(run(r.mode), *r.same) << r.mode;

@@ -11,15 +11,27 @@
 
 namespace g722model {
 
-inline int64_t clamp64(int64_t v, int64_t lo, int64_t hi) { return v < lo ? lo : v > hi ? hi : v; }
-inline int sat(int64_t v) { return static_cast<int>(clamp64(v, -32768, 32767)); }
-inline int wrap(int64_t v) { return static_cast<int16_t>(static_cast<uint16_t>(v)); }
+inline int64_t clamp64(int64_t v, int64_t lo, int64_t hi) {
+    return v < lo ? lo : v > hi ? hi : v;
+}
+inline int sat(int64_t v) {
+    return static_cast<int>(clamp64(v, -32768, 32767));
+}
+inline int wrap(int64_t v) {
+    return static_cast<int16_t>(static_cast<uint16_t>(v));
+}
 // The reference's 16-bit fractional product (a*b*2) >> 16 with its one saturating case.
-inline int mult(int a, int b) { return (a == -32768 && b == -32768) ? 32767 : (a * b) >> 15; }
-inline bool neg(int v) { return v < 0; }
+inline int mult(int a, int b) {
+    return (a == -32768 && b == -32768) ? 32767 : (a * b) >> 15;
+}
+inline bool neg(int v) {
+    return v < 0;
+}
 
 // ILB: the Recommendation's 32-entry antilog table, 2048 * 2^(k/32) rounded.
-inline int ilb(int k) { return kvo::tab::table_ila[320 + k] + 1; }
+inline int ilb(int k) {
+    return kvo::tab::table_ila[320 + k] + 1;
+}
 
 struct Band {
     int a1 = 0, a2 = 0, b[7] = {}, d[7] = {};  // b[1..6], d[1..6]
@@ -52,7 +64,8 @@ inline void adapt(Band& z, int dq) {
     int wd2 = (neg(z.p) == neg(z.p1)) ? sat(-int64_t{wd1}) : wd1;
     wd2 >>= 7;
     const int wd3 = (neg(z.p) == neg(z.p2)) ? 128 : -128;
-    const int a2 = static_cast<int>(clamp64(wrap(wd2 + wd3 + ((int64_t{z.a2} * 127) >> 7)), -12288, 12288));
+    const int a2 =
+        static_cast<int>(clamp64(wrap(wd2 + wd3 + ((int64_t{z.a2} * 127) >> 7)), -12288, 12288));
     // UPPOL1
     const int w = wrap(((int64_t{z.a1} * 32640) >> 15) + ((neg(z.p) == neg(z.p1)) ? 192 : -192));
     const int lim = 15360 - a2;

@@ -53,7 +53,8 @@ TEST(G722Plc, ClassifyMatchesModel) {
         const int amp = trial % 3 == 0 ? 32768 : 2000;
         for (auto& s : v) s = static_cast<Kvo16s>(static_cast<int>(rng() % (2 * amp)) - amp);
         // occasional spikes one period ahead
-        for (int k = 0; k < 4; ++k) v[2 + period + rng() % (period + 1)] = (rng() & 1) ? -32768 : 30000;
+        for (int k = 0; k < 4; ++k)
+            v[2 + period + rng() % (period + 1)] = (rng() & 1) ? -32768 : 30000;
         std::vector<int> m(v.begin(), v.end());
         Kvo32s cls = static_cast<Kvo32s>(rng() % 5);
         const int want = model_classify(m, 2, period, cls, r.st()->nbl, r.st()->nbh);
@@ -68,10 +69,13 @@ TEST(G722Plc, ClassifyWorkedCases) {
     r.st()->nbl = 100;
     r.st()->nbh = 200;
     Kvo16s x[8] = {0, 0, 10, -10, 10, 1000, 0, 0};  // two samples of history first
-    const struct { Kvo32s in, period, out; bool limited; } rows[] = {
+    const struct {
+        Kvo32s in, period, out;
+        bool limited;
+    } rows[] = {
         {0, 0, 3, false},  // period 0: class update only
         {5, 0, 4, false},
-        {0, 3, 2, true},   // 1000 one period after 10 is limited to 10 and counted
+        {0, 3, 2, true},  // 1000 one period after 10 is limited to 10 and counted
         {4, 3, 2, true},
     };
     for (const auto& row : rows) {
@@ -189,14 +193,16 @@ TEST(G722Plc, DownsampleMatchesModel) {
     std::mt19937 rng(8);
     for (int amp : {1000, 32768}) {
         std::vector<Kvo16s> x(5 + 403);
-        for (auto& s : x) s = amp == 32768 ? ((rng() & 3) ? -32768 : 32767)
-                                           : static_cast<Kvo16s>(static_cast<int>(rng() % 2001) - 1000);
+        for (auto& s : x)
+            s = amp == 32768 ? ((rng() & 3) ? -32768 : 32767)
+                             : static_cast<Kvo16s>(static_cast<int>(rng() % 2001) - 1000);
         std::vector<Kvo16s> y(100, 0x5555);
         ASSERT_EQ(kvosDownsampleFilter_G722_16s(x.data() + 5, 403, y.data()), kvoOk);
         for (int k = 0; k < 100; ++k) {
             int64_t s = 0;
             for (int j = 0; j < 9; ++j)
-                s = std::clamp<int64_t>(s + int64_t{x[5 + 4 * k + 3 - j]} * f[j], INT32_MIN, INT32_MAX);
+                s = std::clamp<int64_t>(s + int64_t{x[5 + 4 * k + 3 - j]} * f[j], INT32_MIN,
+                                        INT32_MAX);
             const int want = s >= 0x7FFF8000 ? 32767 : static_cast<int>((s + 32768) >> 16);
             ASSERT_EQ(y[k], want) << k;
         }

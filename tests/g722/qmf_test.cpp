@@ -84,7 +84,8 @@ TEST(G722Qmf, BlockFormsMatchPerPairLoops) {
             for (int k = 0; k < 24; ++k) d1[k] = d2[k] = static_cast<Kvo16s>(rng());
             std::vector<Kvo16s> a(in.size()), b = in;
             for (size_t at = 0; at < in.size();) {
-                const int pairs = static_cast<int>(std::min<size_t>(1 + rng() % 300, (in.size() - at) / 2));
+                const int pairs =
+                    static_cast<int>(std::min<size_t>(1 + rng() % 300, (in.size() - at) / 2));
                 if (dir == 0) {
                     kvo::g722QmfAnalysisScalar(&in[at], &a[at], pairs, d1);
                     ASSERT_EQ(kvosQMFEncode_G722_16s(&b[at], &b[at], 2 * pairs, d2), kvoOk);
@@ -106,7 +107,8 @@ TEST(G722Qmf, AnalysisThenSynthesisReconstructs) {
     const int n = 8000;
     std::vector<Kvo16s> in(n), band(n), out(n);
     for (int i = 0; i < n; ++i)
-        in[i] = static_cast<Kvo16s>(std::lround(5000 * std::sin(0.05 * i) + 3000 * std::sin(0.9 * i + 1)));
+        in[i] = static_cast<Kvo16s>(
+            std::lround(5000 * std::sin(0.05 * i) + 3000 * std::sin(0.9 * i + 1)));
     Kvo16s da[24] = {}, ds[24] = {};
     ASSERT_EQ(kvosQMFEncode_G722_16s(in.data(), band.data(), n, da), kvoOk);
     ASSERT_EQ(kvosQMFDecode_G722_16s(band.data(), out.data(), n, ds), kvoOk);
