@@ -281,7 +281,9 @@ TEST(G722Peer, LowerRatesAgainstItuVectors) {
         for (size_t i = 0; i < std::min(got.size(), want.size()); ++i) diff += got[i] != want[i];
         std::printf("[ g722 ] peer at mode %d: %ld of %zu samples differ from outsp%d.bin\n", mode,
                     diff, want.size(), mode);
-        if (mode == 1) EXPECT_EQ(diff, 0);
+        if (mode == 1) {
+            EXPECT_EQ(diff, 0);
+        }
     }
 }
 
