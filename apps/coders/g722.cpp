@@ -193,6 +193,20 @@ std::vector<VerifyRow> verify(const std::string& dir) {
         rows.push_back(compare("encoder inpsp -> codspw", got, want_codes, kFrame / 2));
     }
 
+    // The same codes two to a word (the first in the high byte): codsp.cod.
+    std::vector<uint8_t> packed_b;
+    if (!have_in || !read_file(dir + "/codsp.cod", packed_b)) {
+        rows.push_back(skipped("encoder inpsp -> codsp", "inpsp.bin or codsp.cod missing"));
+    } else {
+        std::vector<uint8_t> codes;
+        std::vector<int16_t> got;
+        if (encode_codes(words_from_bytes(in_b), codes))
+            for (size_t i = 0; i + 1 < codes.size(); i += 2)
+                got.push_back(static_cast<int16_t>((codes[i] << 8) | codes[i + 1]));
+        rows.push_back(
+            compare("encoder inpsp -> codsp", got, words_from_bytes(packed_b), kFrame / 4));
+    }
+
     // Decoder at each mode: codspw.cod -> outspM.bin, compared per 10 ms.
     for (int mode = 1; mode <= 3; ++mode) {
         const std::string out = "outsp" + std::to_string(mode) + ".bin";

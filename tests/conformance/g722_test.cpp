@@ -44,8 +44,8 @@ TEST_P(G722Vectors, BitExact) {
     EXPECT_EQ(r.mismatched, 0) << r.set << ": " << r.note;
 }
 
-// Encoder, then the decoder at modes 1, 2, 3.
-INSTANTIATE_TEST_SUITE_P(Sets, G722Vectors, ::testing::Values(0, 1, 2, 3));
+// Encoder (word and packed code files), then the decoder at modes 1, 2, 3.
+INSTANTIATE_TEST_SUITE_P(Sets, G722Vectors, ::testing::Values(0, 1, 2, 3, 4));
 
 // ---- generated signals --------------------------------------------------------
 
