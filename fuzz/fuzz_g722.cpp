@@ -1,6 +1,7 @@
 // Fuzz target of the G.722 decoder path: arbitrary codes (all 16 bits), any
 // mode, any split into calls, through SB-ADPCM decoding, the receive QMF and
-// the concealment helpers, on exactly sized heap vectors.
+// the concealment helpers, on exactly sized heap vectors; then the same words
+// as PCM through the encoder.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -51,6 +52,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         kvosClassifyFrame_G722_16s_I(x.data() + 5, period, &cls, st);
     }
     kvosSBADPCMDecodeStateUpdate_G722_16s(x.data() + 5, pcm[0], data[0] & 1, st);
+    // the same words as 16 kHz PCM through the encoder, from a fresh record
+    if (kvosSBADPCMEncodeInit_G722_16s(st) != kvoOk) __builtin_trap();
+    Kvo16s qmf_tx[24] = {};
+    if (kvosQMFEncode_G722_16s(code.data(), band.data(), static_cast<Kvo32s>(n), qmf_tx) != kvoOk ||
+        kvosSBADPCMEncode_G722_16s(band.data(), b2.data(), static_cast<Kvo32s>(n), st) != kvoOk)
+        __builtin_trap();
     Kvo16s more[2];
     kvosSBADPCMDecode_G722_16s(code.data(), more, 2, mode, st);
     return 0;
