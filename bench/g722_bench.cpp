@@ -19,7 +19,7 @@ constexpr int kFrame = 160;
 constexpr int kFrames = 100;
 
 // Two moving tones and a little noise, peak about 12000.
-const std::vector<Kvo16s>& signal() {
+const std::vector<Kvo16s>& test_signal() {
     static const std::vector<Kvo16s> s = [] {
         std::vector<Kvo16s> v(kFrame * kFrames);
         uint32_t seed = 12345;
@@ -69,7 +69,7 @@ struct OurDecoder {
 };
 
 void BM_G722Encode64k_10ms(benchmark::State& state) {
-    const auto& s = signal();
+    const auto& s = test_signal();
     OurEncoder enc;
     Kvo16s code[kFrame];
     int f = 0;
@@ -82,7 +82,7 @@ void BM_G722Encode64k_10ms(benchmark::State& state) {
 BENCHMARK(BM_G722Encode64k_10ms);
 
 void BM_G722Decode64k_10ms(benchmark::State& state) {
-    const auto& s = signal();
+    const auto& s = test_signal();
     std::vector<Kvo16s> codes(s.size());
     {
         OurEncoder enc;
@@ -103,7 +103,7 @@ BENCHMARK(BM_G722Decode64k_10ms);
 #ifdef KVOSC_HAVE_SPANDSP
 
 void BM_SpandspG722Encode64k_10ms(benchmark::State& state) {
-    const auto& s = signal();
+    const auto& s = test_signal();
     g722_encode_state_t* enc = g722_encode_init(nullptr, 64000, 0);
     uint8_t code[kFrame / 2];
     int f = 0;
@@ -117,7 +117,7 @@ void BM_SpandspG722Encode64k_10ms(benchmark::State& state) {
 BENCHMARK(BM_SpandspG722Encode64k_10ms);
 
 void BM_SpandspG722Decode64k_10ms(benchmark::State& state) {
-    const auto& s = signal();
+    const auto& s = test_signal();
     std::vector<uint8_t> codes(s.size() / 2);
     {
         g722_encode_state_t* enc = g722_encode_init(nullptr, 64000, 0);
