@@ -2,8 +2,10 @@
 // independent G.722 implementation (spandsp) on generated signals.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <random>
 #include <string>
 #include <vector>
