@@ -104,7 +104,7 @@ TEST(G722Adpcm, StartStateAndFirstPairOfSilence) {
 
 TEST(G722Adpcm, QuantizersMatchLinearSearch) {
     // Every difference at a spread of scale factors, including the extremes.
-    for (int det : {8, 32, 44, 100, 777, 4096, 9999, 16384}) {
+    for (int det : {8, 32, 44, 100, 777, 4096, 9999, 16384, 32767, -3}) {
         for (int e = -32768; e <= 32767; e += 7) {
             ASSERT_EQ(kvo::g722QuantL(e, det), g722model::quant_low(e, det)) << e << " " << det;
             ASSERT_EQ(kvo::g722QuantH(e, det), g722model::quant_high(e, det)) << e << " " << det;
