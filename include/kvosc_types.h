@@ -130,6 +130,30 @@ typedef struct {
     Kvo32s z2; /* high-precision filter memory, starts at 0 */
     Kvo16s z1; /* previous input on the 13-bit grid, starts at 0 */
 } KvoHighPassState_GSMFR;
+/* ---- G.722 SB-ADPCM --------------------------------------------------- */
+
+/* State of a G.722 sub-band ADPCM encoder or decoder, the same layout for
+ * both.  It is placed at the first 16-byte boundary at or after the block the
+ * caller passes (the size query includes that slack), so the block must keep
+ * its address modulo 16.  Plain values otherwise.  Low band first in each
+ * pair of fields. */
+typedef struct {
+    Kvo16s al1, al2, ah1, ah2;   /* pole predictor coefficients */
+    Kvo16s bl[6];                /* zero predictor coefficients BL1..BL6 */
+    Kvo16s bh[6];                /* BH1..BH6 */
+    Kvo16s detl;                 /* low-band quantizer scale factor */
+    Kvo16s deth;                 /* high-band quantizer scale factor */
+    Kvo16s nbl, nbh;             /* logarithmic scale factors */
+    Kvo32s dlt[6];               /* delayed low-band quantized differences, newest first */
+    Kvo32s dh[6];                /* delayed high-band quantized differences */
+    Kvo16s plt, pht, rlt, rht;   /* partial and reconstructed signal of the last pair */
+    Kvo16s plt1, plt2, pht1, pht2; /* delayed partial signals */
+    Kvo16s rlt1, rlt2, rht1, rht2; /* delayed reconstructed signals */
+    Kvo16s dlt0, dht0;           /* quantized differences of the last pair */
+    Kvo16s szl, szh;             /* zero-section predictor outputs */
+    Kvo16s spl, sph;             /* pole-section predictor outputs */
+    Kvo16s sl, sh;               /* signal estimates for the next pair */
+} KvoG722State;
 
 #ifdef __cplusplus
 }

@@ -22,3 +22,6 @@ $gen "$root/gsmfr" apps/coders gsmfr_coder_tables \
     gsm_A=coder_gsm_A gsm_B=coder_gsm_B gsm_MIC=coder_gsm_MIC gsm_MAC=coder_gsm_MAC \
     gsm_INVA=coder_gsm_INVA gsm_DLB=coder_gsm_DLB gsm_QLB=coder_gsm_QLB \
     gsm_NRFAC=coder_gsm_NRFAC gsm_FAC=coder_gsm_FAC
+$gen "$root/g722" src/g72x g722_tables table_ila table_misil table_quant_q6 \
+    table_quant_oq4 table_quant_oq5 table_quant_oq6 table_quant_ril4 table_quant_ril5 \
+    table_quant_ril6 table_quant_risi4 table_quant_risi5 table_quant_risi6
