@@ -62,8 +62,8 @@ void BM_LongTermPostFilter_G729(benchmark::State& state) {
     Kvo16s res[152 + 40], out[40], voice;
     residual(res, 152 + 40, period, 11);
     for (auto _ : state) {
-        benchmark::DoNotOptimize(
-            kvosLongTermPostFilter_G729_16s(16384, period > 0 ? period : 60, res + 152, out, &voice));
+        benchmark::DoNotOptimize(kvosLongTermPostFilter_G729_16s(16384, period > 0 ? period : 60,
+                                                                 res + 152, out, &voice));
         benchmark::ClobberMemory();
     }
 }

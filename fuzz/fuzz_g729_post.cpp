@@ -18,8 +18,8 @@ namespace {
 constexpr int kSub = 40;
 
 void longTerm(FuzzedDataProvider& fdp) {
-    const Kvo16s gamma = fdp.ConsumeBool() ? Kvo16s{16384}
-                                           : fdp.ConsumeIntegralInRange<Kvo16s>(-2, 16386);
+    const Kvo16s gamma =
+        fdp.ConsumeBool() ? Kvo16s{16384} : fdp.ConsumeIntegralInRange<Kvo16s>(-2, 16386);
     const Kvo32s delay = fdp.ConsumeIntegralInRange<Kvo32s>(16, 145);
     HeapBuf<Kvo16s> src(fdp, 152 + kSub), dst(kSub), voice(1);
     const KvoStatus st =
@@ -102,8 +102,8 @@ void phaseDispersion(FuzzedDataProvider& fdp) {
     HeapBuf<uint8_t> mem(fdp, static_cast<size_t>(size));
     auto* st = reinterpret_cast<KvoPhaseDispersionState_G729D*>(mem.data());
     if (fdp.ConsumeBool()) kvosPhaseDispersionInit_G729D_16s(st);
-    const bool wasSane = st->prevDispersion >= 0 && st->prevDispersion <= 2 && st->onset >= 0 &&
-                         st->onset <= 2;
+    const bool wasSane =
+        st->prevDispersion >= 0 && st->prevDispersion <= 2 && st->onset >= 0 && st->onset <= 2;
     for (int f = fdp.ConsumeIntegralInRange<int>(1, 8); f > 0; --f) {
         const Kvo16s cb = fdp.ConsumeIntegral<Kvo16s>(), pitch = fdp.ConsumeIntegral<Kvo16s>();
         if (fdp.ConsumeIntegralInRange<int>(0, 5) == 0) {
@@ -115,8 +115,8 @@ void phaseDispersion(FuzzedDataProvider& fdp) {
                                                        inno.data(), st) == kvoOk);
         KVOSC_FUZZ_CHECK(st->gainHistory[0] == pitch && st->prevCbGain == cb);
         if (wasSane)
-            KVOSC_FUZZ_CHECK(st->prevDispersion >= 0 && st->prevDispersion <= 2 &&
-                             st->onset >= 0 && st->onset <= 2);
+            KVOSC_FUZZ_CHECK(st->prevDispersion >= 0 && st->prevDispersion <= 2 && st->onset >= 0 &&
+                             st->onset <= 2);
     }
 }
 
@@ -125,14 +125,30 @@ void phaseDispersion(FuzzedDataProvider& fdp) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider fdp(data, size);
     switch (fdp.ConsumeIntegralInRange<int>(0, 7)) {
-        case 0: longTerm(fdp); break;
-        case 1: longTermAB(fdp, false); break;
-        case 2: longTermAB(fdp, true); break;
-        case 3: shortTerm(fdp); break;
-        case 4: tilt(fdp); break;
-        case 5: preemphasis(fdp); break;
-        case 6: gainControl(fdp); break;
-        default: phaseDispersion(fdp); break;
+        case 0:
+            longTerm(fdp);
+            break;
+        case 1:
+            longTermAB(fdp, false);
+            break;
+        case 2:
+            longTermAB(fdp, true);
+            break;
+        case 3:
+            shortTerm(fdp);
+            break;
+        case 4:
+            tilt(fdp);
+            break;
+        case 5:
+            preemphasis(fdp);
+            break;
+        case 6:
+            gainControl(fdp);
+            break;
+        default:
+            phaseDispersion(fdp);
+            break;
     }
     return 0;
 }
