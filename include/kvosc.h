@@ -154,6 +154,55 @@ KvoStatus kvosHighPassFilter_G729_16s_ISfs(Kvo16s* pSrcDst, Kvo32s len, Kvo32s s
 /* G.729E tilt compensation of 40 samples; pSrc points one sample before the subframe. */
 KvoStatus kvosTiltCompensation_G729E_16s(Kvo16s val, const Kvo16s* pSrc, Kvo16s* pDst);
 
+/* ==== G.729 ============================================================ */
+
+/* ---- G.729 adaptive codebook and pitch -------------------------------- */
+/* Excitation buffers hold 154 past samples, then the 40 of the subframe (index 154). */
+
+/* Open-loop pitch lag (20..143) of an 80-sample frame; 143 samples before pSrc are read. */
+KvoStatus kvosOpenLoopPitchSearch_G729_16s(const Kvo16s* pSrc, Kvo16s* pDstOpenLoopDelay);
+/* Open-loop pitch lag of the reduced-complexity coder (annex A, even samples). */
+KvoStatus kvosOpenLoopPitchSearch_G729A_16s(const Kvo16s* pSrc, Kvo16s* pDstOpenLoopDelay);
+/* Lag of the largest 32-bit autocorrelation sum(x[n] x[n-lag]); pMax is that sum doubled. */
+KvoStatus kvosAutoCorrLagMax_Inv_16s(const Kvo16s* pSrc, Kvo32s len, Kvo32s lowerLag,
+                                     Kvo32s upperLag, Kvo32s* pMax, Kvo32s* pMaxLag);
+/* Lag of the largest 32-bit autocorrelation sum(x[n] x[n+lag]); pMax is that sum doubled. */
+KvoStatus kvosAutoCorrLagMax_Fwd_16s(const Kvo16s* pSrc, Kvo32s len, Kvo32s lowerLag,
+                                     Kvo32s upperLag, Kvo32s* pMax, Kvo32s* pMaxLag);
+/* Closed-loop lag and 1/3 fraction around valOpenDelay (18..145); writes the adaptive vector. */
+KvoStatus kvosAdaptiveCodebookSearch_G729_16s(Kvo32s valOpenDelay, const Kvo16s* pSrcAdptTarget,
+                                              const Kvo16s* pSrcImpulseResponse,
+                                              Kvo16s* pSrcDstPrevExc, Kvo16s* pDstDelay,
+                                              Kvo16s* pDstAdptVector, Kvo16s subFrame);
+/* Closed-loop search of annex A (backward-filtered target, three fractions). */
+KvoStatus kvosAdaptiveCodebookSearch_G729A_16s(Kvo32s valOpenDelay, const Kvo16s* pSrcAdptTarget,
+                                               const Kvo16s* pSrcImpulseResponse,
+                                               Kvo16s* pSrcDstPrevExc, Kvo16s* pDstDelay,
+                                               Kvo16s* pDstAdptVector, Kvo16s subFrame);
+/* Closed-loop search of annex D (6.4 kbit/s lag resolution); builds no vector. */
+KvoStatus kvosAdaptiveCodebookSearch_G729D_16s(Kvo32s valOpenDelay, const Kvo16s* pSrcAdptTarget,
+                                               const Kvo16s* pSrcImpulseResponse,
+                                               const Kvo16s* pSrcDstPrevExc, Kvo16s subFrame,
+                                               Kvo16s* pDstDelay);
+/* Adaptive vector of lag pDelay[0] (18..144) and fraction pDelay[1] (-1..1), written at 154. */
+KvoStatus kvosDecodeAdaptiveVector_G729_16s_I(const Kvo16s* pDelay, Kvo16s* pSrcDstPrevExc);
+/* As kvosDecodeAdaptiveVector_G729_16s_I, then the 40 samples copied to pDst. */
+KvoStatus kvosDecodeAdaptiveVector_G729_16s(const Kvo16s* pDelay, Kvo16s* pSrcDstPrevExc,
+                                            Kvo16s* pDst);
+/* Filters the vector by the Q12 impulse response; pitch gain Q14 (at most 1.2). */
+KvoStatus kvosAdaptiveCodebookGain_G729_16s(const Kvo16s* pSrcAdptTarget,
+                                            const Kvo16s* pSrcImpulseResponse,
+                                            const Kvo16s* pSrcAdptVector,
+                                            Kvo16s* pDstFltAdptVector, Kvo16s* pResultAdptGain);
+/* Filters the vector by 1/A(z) (11 Q12 coefficients, zero history); pitch gain Q14. */
+KvoStatus kvosAdaptiveCodebookGain_G729A_16s(const Kvo16s* pSrcAdptTarget, const Kvo16s* pSrcLPC,
+                                             const Kvo16s* pSrcAdptVector,
+                                             Kvo16s* pDstFltAdptVector, Kvo16s* pResultAdptGain);
+/* Target update dst = target - filtered vector * gain (Q14), saturated. */
+KvoStatus kvosAdaptiveCodebookContribution_G729_16s(Kvo16s gain, const Kvo16s* pFltAdptVector,
+                                                    const Kvo16s* pSrcAdptTarget,
+                                                    Kvo16s* pDstAdptTarget);
+
 #ifdef __cplusplus
 }
 #endif
