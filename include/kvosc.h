@@ -203,6 +203,27 @@ KvoStatus kvosAdaptiveCodebookContribution_G729_16s(Kvo16s gain, const Kvo16s* p
                                                     const Kvo16s* pSrcAdptTarget,
                                                     Kvo16s* pDstAdptTarget);
 
+/* ---- G.729 gain quantisation ------------------------------------------ */
+/* Past quantised energies: four Q10 values, newest first, started at -14336. */
+
+/* Joint pitch/code gain quantiser at 8 kbit/s: gains (Q14, Q1) and raw stage indices. */
+KvoStatus kvosGainQuant_G729_16s(const Kvo16s* pSrcAdptTarget, const Kvo16s* pSrcFltAdptVector,
+                                 const Kvo16s* pSrcFixedVector, const Kvo16s* pSrcFltFixedVector,
+                                 Kvo16s* pSrcDstEnergyErr, Kvo16s* pDstQGain,
+                                 Kvo16s* pDstQGainIndex, Kvo16s tameFlag);
+/* Joint gain quantiser at 6.4 kbit/s (annex D codebooks). */
+KvoStatus kvosGainQuant_G729D_16s(const Kvo16s* pSrcAdptTarget, const Kvo16s* pSrcFltAdptVector,
+                                  const Kvo16s* pSrcFixedVector, const Kvo16s* pSrcFltFixedVector,
+                                  Kvo16s* pSrcDstEnergyErr, Kvo16s* pDstQGain,
+                                  Kvo16s* pDstQGainIndex, Kvo16s tameFlag);
+/* Gain decoder at 8 kbit/s from coded indices; null pIdx decodes an erased frame. */
+KvoStatus kvosDecodeGain_G729_16s(Kvo32s energy, Kvo16s* pSrcDstEnergyErr, const Kvo16s* pIdx,
+                                  Kvo16s* pSrcDstQGain);
+/* Gain decoder at 6.4 kbit/s; an erased frame scales both gains by gainAttenuation (Q15). */
+KvoStatus kvosDecodeGain_G729I_16s(Kvo32s energy, Kvo16s gainAttenuation,
+                                   Kvo16s* pSrcDstEnergyErr, const Kvo16s* pIdx,
+                                   Kvo16s* pSrcDstQGain);
+
 #ifdef __cplusplus
 }
 #endif

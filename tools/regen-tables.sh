@@ -10,3 +10,5 @@ $gen "$root/numeric" src/numeric numeric_tables \
 $gen "$root/g723" src/kernels kernel_tables HammingWindowTbl_G723 BinomWindowCoeffTbl_G723
 $gen "$root/numeric" tests/filter filter_test_tables a140 b140 a100 b100
 $gen "$root/g729" src/g729 pitch_tables inter_3 inter_3l
+$gen "$root/g729" src/g729 gain_tables gbk1 gbk2 gbk1_6k gbk2_6k
+$gen "$root/g729" tests/g729_gain gain_test_tables map1 map2 map1_6k map2_6k
