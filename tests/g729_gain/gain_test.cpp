@@ -49,8 +49,8 @@ Subframe make(std::mt19937& rng, int level) {
     std::normal_distribution<double> nd(0, 1);
     s.x.resize(40);
     for (int n = 0; n < 40; ++n)
-        s.x[n] = gsig::clip(s.gp * s.y1[n] + s.gc * s.y2[n] / 8192.0 +
-                            0.05 * amps[level % 4] * nd(rng));
+        s.x[n] =
+            gsig::clip(s.gp * s.y1[n] + s.gc * s.y2[n] / 8192.0 + 0.05 * amps[level % 4] * nd(rng));
     return s;
 }
 
@@ -128,8 +128,8 @@ TEST(G729Gain, QuantisedGainsAreNearOptimalAndDecodeToTheSame) {
             const double gpred = std::ldexp(gcode0, -gexp);
             Kvo16s q[2], idx[2];
             const KvoStatus st =
-                rate ? kvosGainQuant_G729D_16s(s.x.data(), s.y1.data(), s.code.data(),
-                                               s.y2.data(), encPast, q, idx, 0)
+                rate ? kvosGainQuant_G729D_16s(s.x.data(), s.y1.data(), s.code.data(), s.y2.data(),
+                                               encPast, q, idx, 0)
                      : kvosGainQuant_G729_16s(s.x.data(), s.y1.data(), s.code.data(), s.y2.data(),
                                               encPast, q, idx, 0);
             ASSERT_EQ(st, kvoOk);
@@ -169,7 +169,7 @@ TEST(G729Gain, QuantisedGainsAreNearOptimalAndDecodeToTheSame) {
             worst = std::max(worst, excess);
             sumRatio += excess;
         }
-        EXPECT_LT(sumRatio / 100, 0.01);  // on average within 1% of the target energy
+        EXPECT_LT(sumRatio / 100, 0.01);      // on average within 1% of the target energy
         EXPECT_LT(worst, rate ? 0.25 : 0.1);  // the 6.4 kbit/s codebook has 64 pairs, not 128
     }
 }
@@ -205,16 +205,32 @@ TEST(G729Gain, PredictorEntryIsTheDecibelsOfTheCodebookFactor) {
             Kvo16s past[4] = {-14336, -14336, -14336, -14336}, q[2];
             const Kvo16s coded[2] = {static_cast<Kvo16s>(c1), static_cast<Kvo16s>(c2)};
             ASSERT_EQ(kvosDecodeGain_G729_16s(4 * 8192 * 8192, past, coded, q), kvoOk);
-            const int i1 = [&] { for (int r = 0; r < 8; ++r) if (kvo::tab::map1[r] == c1) return r; return -1; }();
-            const int i2 = [&] { for (int r = 0; r < 16; ++r) if (kvo::tab::map2[r] == c2) return r; return -1; }();
+            const int i1 = [&] {
+                for (int r = 0; r < 8; ++r)
+                    if (kvo::tab::map1[r] == c1) return r;
+                return -1;
+            }();
+            const int i2 = [&] {
+                for (int r = 0; r < 16; ++r)
+                    if (kvo::tab::map2[r] == c2) return r;
+                return -1;
+            }();
             const double f = (gbk1[i1][1] + gbk2[i2][1]) / 8192.0;
             EXPECT_NEAR(past[0] / 1024.0, 20 * std::log10(f), 0.02) << c1 << " " << c2;
             for (int k = 1; k < 4; ++k) EXPECT_EQ(past[k], -14336);
 
             Kvo16s p6[4] = {-14336, -14336, -14336, -14336}, q6[2];
             ASSERT_EQ(kvosDecodeGain_G729I_16s(4 * 8192 * 8192, 32767, p6, coded, q6), kvoOk);
-            const int j1 = [&] { for (int r = 0; r < 8; ++r) if (kvo::tab::map1_6k[r] == c1) return r; return -1; }();
-            const int j2 = [&] { for (int r = 0; r < 8; ++r) if (kvo::tab::map2_6k[r] == c2) return r; return -1; }();
+            const int j1 = [&] {
+                for (int r = 0; r < 8; ++r)
+                    if (kvo::tab::map1_6k[r] == c1) return r;
+                return -1;
+            }();
+            const int j2 = [&] {
+                for (int r = 0; r < 8; ++r)
+                    if (kvo::tab::map2_6k[r] == c2) return r;
+                return -1;
+            }();
             const double f6 = (gbk1_6k[j1][1] + gbk2_6k[j2][1]) / 16384.0;
             // (A zero factor, stage rows (5849, 0) and (3988, 0), has no logarithm: the entry is
             // then the fixed value of the zero input.)

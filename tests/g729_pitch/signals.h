@@ -39,8 +39,7 @@ inline Vec harmonic(int n, double period, double amp, uint32_t seed, double nois
 inline Vec pulses(int n, int period, double amp, int offset = 3) {
     Vec v(n, 0);
     for (int p = offset; p < n; p += period)
-        for (int k = 0; k < 6 && p + k < n; ++k)
-            v[p + k] = clip(amp * std::pow(-0.55, k));
+        for (int k = 0; k < 6 && p + k < n; ++k) v[p + k] = clip(amp * std::pow(-0.55, k));
     return v;
 }
 
@@ -69,7 +68,8 @@ inline Vec impulse(std::mt19937& rng, bool extreme = false) {
     Vec h(40);
     std::uniform_real_distribution<double> u(0.6, 0.95), w(0.2, 2.5);
     const double r = u(rng), th = w(rng);
-    for (int i = 0; i < 40; ++i) h[i] = clip(4096.0 * std::pow(r, i) * std::cos(th * i) * (i ? 1.6 : 1));
+    for (int i = 0; i < 40; ++i)
+        h[i] = clip(4096.0 * std::pow(r, i) * std::cos(th * i) * (i ? 1.6 : 1));
     h[0] = 4096;
     if (extreme)
         for (auto& x : h) x = static_cast<int16_t>((rng() & 1) ? 32767 : -32768);
