@@ -1,5 +1,5 @@
 // Test signals of the G.729 pitch tests: voiced-like harmonic sums and pulse trains of a known
-// period, white noise, and loud or clipped variants that drive the saturating chains.
+// period, and random vectors of every level up to full scale (which drive the saturating chains).
 #pragma once
 
 #include <cmath>
@@ -40,13 +40,6 @@ inline Vec pulses(int n, int period, double amp, int offset = 3) {
     Vec v(n, 0);
     for (int p = offset; p < n; p += period)
         for (int k = 0; k < 6 && p + k < n; ++k) v[p + k] = clip(amp * std::pow(-0.55, k));
-    return v;
-}
-
-inline Vec noise(int n, int amp, std::mt19937& rng) {
-    std::uniform_int_distribution<int> d(-amp, amp);
-    Vec v(n);
-    for (auto& x : v) x = static_cast<int16_t>(d(rng));
     return v;
 }
 
