@@ -27,3 +27,6 @@ $gen "$root/g722" src/g72x g722_tables table_ila table_misil table_quant_q6 \
     table_quant_ril6 table_quant_risi4 table_quant_risi5 table_quant_risi6
 $gen "$root/g729" src/g729 post_tables tab_hup_s tab_hup_l facGamma1_pst facGamma2_pst \
     phImpLow phImpMid
+$gen "$root/g729" src/g729 pitch_tables inter_3 inter_3l
+$gen "$root/g729" src/g729 gain_tables gbk1 gbk2 gbk1_6k gbk2_6k
+$gen "$root/g729" tests/g729_gain gain_test_tables map1 map2 map1_6k map2_6k
