@@ -9,3 +9,4 @@ $gen "$root/numeric" src/numeric numeric_tables \
     cos15 slope_cos slope_cos15 acos12
 $gen "$root/g723" src/kernels kernel_tables HammingWindowTbl_G723 BinomWindowCoeffTbl_G723
 $gen "$root/numeric" tests/filter filter_test_tables a140 b140 a100 b100
+$gen "$root/g729" src/g729 fcb_tables trackTable0 trackTable1 grayEncode
