@@ -13,6 +13,7 @@
 // position), filtered code vector (the input h placed at each pulse with its
 // sign, saturating), sign word (bit 0 first pulse, bit 1 second, 1 = plus) and
 // position index grayEncode[i0] + 16 grayEncode[i1].
+#include <algorithm>
 #include <cstring>
 
 #include "g729/fcb.h"
@@ -76,17 +77,19 @@ void ownFixedCodebookSearch_G729D(const Kvo16s* pCorr, const Kvo16s* pImpulse, K
         const Kvo32s* d2 = pMatrix + 8 * t2;
         for (int i = 0; i < 8; ++i) {
             const int a = t1 + 5 * i;
+            const Kvo32s* row = blk + 8 * i;
+            Kvo32s sqv[8], alpv[8];
             for (int j = 0; j < 8; ++j) {
-                const int b = t2 + 5 * j;
-                const Kvo32s ps = sat16(Kvo32s{dn[a]} + dn[b]);
-                const Kvo32s alp = lo16((d1[i] + d2[j] + 2 * blk[8 * i + j]) >> 4);
-                const Kvo32s sq = (ps * ps) >> 15;
-                if (sq * alpha > alp * psc) {
-                    psc = sq;
-                    alpha = alp;
-                    first = kPairsD[k].firstIsColumn ? b : a;
-                    second = kPairsD[k].firstIsColumn ? a : b;
-                }
+                // Magnitudes are at most 32767: the sum saturates at 32767.
+                const Kvo32s ps = std::min(Kvo32s{dn[a]} + dn[t2 + 5 * j], 32767);
+                sqv[j] = (ps * ps) >> 15;
+                alpv[j] = lo16((d1[i] + d2[j] + 2 * row[j]) >> 4);
+            }
+            const int w = ownScanBest8(sqv, alpv, psc, alpha);
+            if (w >= 0) {
+                const int b = t2 + 5 * w;
+                first = kPairsD[k].firstIsColumn ? b : a;
+                second = kPairsD[k].firstIsColumn ? a : b;
             }
         }
     }

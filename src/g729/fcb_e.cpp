@@ -119,21 +119,17 @@ void searchPair(const StateE& st, int tx, int ty, const Kvo16s* corX, const Kvo1
         const int x = tx + 5 * i;
         const Kvo32s ps1 = add16(ps, st.dn[x]);
         const Kvo32s alp1 = add16(alp, corX[i]);
-        int pos = -1;
+        const Kvo16s* row = blk + 8 * i;
+        Kvo32s sqv[8], alpv[8];
         for (int j = 0; j < 8; ++j) {
-            const int y = ty + 5 * j;
-            const Kvo32s ps2 = add16(ps1, st.dn[y]);
-            const Kvo32s alp2 = add16(alp1, add16(corY[j], blk[8 * i + j]));
-            const Kvo32s sq = mult16(ps2, ps2);
-            if (alpk * sq > sqk * alp2) {
-                sqk = sq;
-                alpk = alp2;
-                pos = y;
-            }
+            const Kvo32s ps2 = add16(ps1, st.dn[ty + 5 * j]);
+            alpv[j] = add16(alp1, add16(corY[j], row[j]));
+            sqv[j] = mult16(ps2, ps2);
         }
-        if (pos >= 0) {
+        const int w = ownScanBest8(sqv, alpv, sqk, alpk);
+        if (w >= 0) {
             ix = x;
-            iy = pos;
+            iy = ty + 5 * w;
         }
     }
     ps = add16(ps, add16(st.dn[ix], st.dn[iy]));
