@@ -80,8 +80,8 @@ void BM_Search_G729_32s16s(benchmark::State& state) {
     size_t k = 0;
     for (auto _ : state) {
         kvosToeplizMatrix_G729_16s32s(v[k].h, m);
-        benchmark::DoNotOptimize(kvosFixedCodebookSearch_G729_32s16s(
-            v[k].d, m, code, idx, &times, static_cast<Kvo32s>(k & 1)));
+        benchmark::DoNotOptimize(kvosFixedCodebookSearch_G729_32s16s(v[k].d, m, code, idx, &times,
+                                                                     static_cast<Kvo32s>(k & 1)));
         benchmark::ClobberMemory();
         k = (k + 1) % v.size();
     }
@@ -95,8 +95,8 @@ void BM_Search_G729_16s(benchmark::State& state) {
     size_t k = 0;
     for (auto _ : state) {
         kvosToeplizMatrix_G729_16s(v[k].h, m);
-        benchmark::DoNotOptimize(kvosFixedCodebookSearch_G729_16s(
-            v[k].d, m, code, idx, &times, static_cast<Kvo32s>(k & 1)));
+        benchmark::DoNotOptimize(kvosFixedCodebookSearch_G729_16s(v[k].d, m, code, idx, &times,
+                                                                  static_cast<Kvo32s>(k & 1)));
         benchmark::ClobberMemory();
         k = (k + 1) % v.size();
     }

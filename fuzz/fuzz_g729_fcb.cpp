@@ -19,8 +19,10 @@ struct Input {
     size_t at = 0;
     uint8_t byte() { return at < n ? p[at++] : 0; }
     int16_t word() { return static_cast<int16_t>(byte() | (byte() << 8)); }
-    int32_t dword() { return static_cast<int32_t>(static_cast<uint32_t>(word() & 0xffff) |
-                                                  (static_cast<uint32_t>(word() & 0xffff) << 16)); }
+    int32_t dword() {
+        return static_cast<int32_t>(static_cast<uint32_t>(word() & 0xffff) |
+                                    (static_cast<uint32_t>(word() & 0xffff) << 16));
+    }
 };
 
 template <class T>
@@ -45,10 +47,18 @@ void fill16(Kvo16s* v, Input& in) {
     for (int i = 0; i < 40; ++i) {
         const int16_t w = in.word();
         switch (kind) {
-            case 0: v[i] = w; break;
-            case 1: v[i] = static_cast<Kvo16s>(w >> 4); break;
-            case 2: v[i] = static_cast<Kvo16s>(i == 0 ? 4096 : (w >> (2 + i / 4))); break;
-            default: v[i] = static_cast<Kvo16s>(w >> 12); break;
+            case 0:
+                v[i] = w;
+                break;
+            case 1:
+                v[i] = static_cast<Kvo16s>(w >> 4);
+                break;
+            case 2:
+                v[i] = static_cast<Kvo16s>(i == 0 ? 4096 : (w >> (2 + i / 4)));
+                break;
+            default:
+                v[i] = static_cast<Kvo16s>(w >> 12);
+                break;
         }
     }
 }
@@ -102,20 +112,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     switch (which) {
         case 0:
         case 1: {
-            const KvoStatus st =
-                which == 0 ? kvosFixedCodebookSearch_G729_32s16s(corr.p, m32.p, code.p, idx.p,
-                                                                 times.p, subFrame)
-                           : kvosFixedCodebookSearch_G729_16s(corr.p, m16.p, code.p, idx.p,
-                                                              times.p, subFrame);
-            if (st == kvoOk) checkMain(code.p, idx.p);
-            else check(st == kvoErrRange, "main status");
+            const KvoStatus st = which == 0 ? kvosFixedCodebookSearch_G729_32s16s(
+                                                  corr.p, m32.p, code.p, idx.p, times.p, subFrame)
+                                            : kvosFixedCodebookSearch_G729_16s(
+                                                  corr.p, m16.p, code.p, idx.p, times.p, subFrame);
+            if (st == kvoOk)
+                checkMain(code.p, idx.p);
+            else
+                check(st == kvoErrRange, "main status");
             break;
         }
         case 2:
         case 3: {
-            const KvoStatus st = which == 2
-                                     ? kvosFixedCodebookSearch_G729A_32s16s(corr.p, m32.p, code.p, idx.p)
-                                     : kvosFixedCodebookSearch_G729A_16s(corr.p, m16.p, code.p, idx.p);
+            const KvoStatus st =
+                which == 2 ? kvosFixedCodebookSearch_G729A_32s16s(corr.p, m32.p, code.p, idx.p)
+                           : kvosFixedCodebookSearch_G729A_16s(corr.p, m16.p, code.p, idx.p);
             check(st == kvoOk, "annex A status");
             for (int i = 0; i < 40; ++i)
                 check(code.p[i] == 0 || code.p[i] == 8191 || code.p[i] == -8192, "annex A pulses");

@@ -50,14 +50,13 @@ KvoStatus kvosFixedCodebookSearch_G729_16s(const Kvo16s* pSrcFixedCorr, Kvo16s* 
     if (sf > 1) return kvoErrRange;
     // The signed elements of the main search always fit 16 bits, so the
     // search runs on the caller's words directly.
-    ownFixedCodebookSearch_G729_16s(pSrcFixedCorr, pSrcDstMatrix, pDstFixedVector,
-                                    pDstFixedIndex, pSearchTimes, sf == 0);
+    ownFixedCodebookSearch_G729_16s(pSrcFixedCorr, pSrcDstMatrix, pDstFixedVector, pDstFixedIndex,
+                                    pSearchTimes, sf == 0);
     return kvoOk;
 }
 
-KvoStatus kvosFixedCodebookSearch_G729A_32s16s(const Kvo16s* pSrcFixedCorr,
-                                               Kvo32s* pSrcDstMatrix, Kvo16s* pDstFixedVector,
-                                               Kvo16s* pDstFixedIndex) {
+KvoStatus kvosFixedCodebookSearch_G729A_32s16s(const Kvo16s* pSrcFixedCorr, Kvo32s* pSrcDstMatrix,
+                                               Kvo16s* pDstFixedVector, Kvo16s* pDstFixedIndex) {
     if (!pSrcFixedCorr || !pSrcDstMatrix || !pDstFixedVector || !pDstFixedIndex)
         return kvoErrNullPtr;
     for (int k = 0; k < kFcbMatrixSize; ++k) pSrcDstMatrix[k] >>= 15;
@@ -72,22 +71,20 @@ KvoStatus kvosFixedCodebookSearch_G729A_16s(const Kvo16s* pSrcFixedCorr, Kvo16s*
         return kvoErrNullPtr;
     // Signed elements saturate to 16 bits (only -32768 against an opposite
     // sign reaches 32768), as the write-back of a widened search would.
-    ownFixedCodebookSearch_G729A_16s(pSrcFixedCorr, pSrcDstMatrix, pDstFixedVector,
-                                     pDstFixedIndex);
+    ownFixedCodebookSearch_G729A_16s(pSrcFixedCorr, pSrcDstMatrix, pDstFixedVector, pDstFixedIndex);
     return kvoOk;
 }
 
-KvoStatus kvosFixedCodebookSearch_G729D_16s(const Kvo16s* pSrcFixedCorr,
-                                            const Kvo16s* pSrcImpulse, Kvo16s* pDstFixedVector,
-                                            Kvo16s* pDstFltFixedVector, Kvo16s* pDstSign,
-                                            Kvo16s* pDstIndex) {
+KvoStatus kvosFixedCodebookSearch_G729D_16s(const Kvo16s* pSrcFixedCorr, const Kvo16s* pSrcImpulse,
+                                            Kvo16s* pDstFixedVector, Kvo16s* pDstFltFixedVector,
+                                            Kvo16s* pDstSign, Kvo16s* pDstIndex) {
     if (!pSrcFixedCorr || !pSrcImpulse || !pDstFixedVector || !pDstFltFixedVector || !pDstSign ||
         !pDstIndex)
         return kvoErrNullPtr;
     alignas(32) Kvo32s m[kFcbMatrixSize];
     kvosToeplizMatrix_G729D_16s32s_(pSrcImpulse, m);
-    ownFixedCodebookSearch_G729D(pSrcFixedCorr, pSrcImpulse, m, pDstFixedVector,
-                                 pDstFltFixedVector, pDstSign, pDstIndex);
+    ownFixedCodebookSearch_G729D(pSrcFixedCorr, pSrcImpulse, m, pDstFixedVector, pDstFltFixedVector,
+                                 pDstSign, pDstIndex);
     return kvoOk;
 }
 

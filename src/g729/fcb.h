@@ -54,8 +54,7 @@ void ownToeplizMatrix_G729D_32s(const Kvo16s* pH, Kvo32s* pDst);
 // Returns the index of the last one taken, or -1, and updates the best.  The
 // first pass only asks whether any candidate beats the best at the start: if
 // none does, the scan takes none.  All values are 16-bit (sq -1 .. 32767).
-inline int ownScanBest8Tail(const Kvo32s* sq, const Kvo32s* alp, Kvo32s& bestSq,
-                            Kvo32s& bestAlp) {
+inline int ownScanBest8Tail(const Kvo32s* sq, const Kvo32s* alp, Kvo32s& bestSq, Kvo32s& bestAlp) {
     int w = -1;
     for (int k = 0; k < 8; ++k)
         if (sq[k] * bestAlp > bestSq * alp[k]) {
@@ -79,8 +78,8 @@ inline int ownScanBest8(const Kvo32s* sq, const Kvo32s* alp, Kvo32s& bestSq, Kvo
                                       _mm_loadu_si128(reinterpret_cast<const __m128i*>(sq + 4)));
     const __m128i a = _mm_packs_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(alp)),
                                       _mm_loadu_si128(reinterpret_cast<const __m128i*>(alp + 4)));
-    const __m128i k = _mm_set1_epi32(static_cast<Kvo32s>(
-        (static_cast<Kvo32u>(-bestSq) << 16) | (static_cast<Kvo32u>(bestAlp) & 0xffff)));
+    const __m128i k = _mm_set1_epi32(static_cast<Kvo32s>((static_cast<Kvo32u>(-bestSq) << 16) |
+                                                         (static_cast<Kvo32u>(bestAlp) & 0xffff)));
     const __m128i lo = _mm_madd_epi16(_mm_unpacklo_epi16(s, a), k);
     const __m128i hi = _mm_madd_epi16(_mm_unpackhi_epi16(s, a), k);
     const __m128i z = _mm_setzero_si128();
@@ -117,8 +116,7 @@ void ownFixedCodebookSearch_G729A_16s(const Kvo16s* pCorr, Kvo16s* pMatrix, Kvo1
 
 // Annex D two-pulse search of its own matrix (32-bit form, not yet shifted).
 void ownFixedCodebookSearch_G729D(const Kvo16s* pCorr, const Kvo16s* pImpulse, Kvo32s* pMatrix,
-                                  Kvo16s* pCode, Kvo16s* pFltCode, Kvo16s* pSign,
-                                  Kvo16s* pIndex);
+                                  Kvo16s* pCode, Kvo16s* pFltCode, Kvo16s* pSign, Kvo16s* pIndex);
 
 // Annex E.  Matrix of 40 diagonal values (halved scale, by track) and five
 // blocks of 64 of the pairs (t, t + 1 mod 5).

@@ -32,7 +32,7 @@ struct PairD {
     int block;
     bool firstIsColumn;
 };
-constexpr PairD kPairsD[8] = {{0, true},  {1, false}, {2, true}, {3, false},
+constexpr PairD kPairsD[8] = {{0, true},  {1, false}, {2, true},  {3, false},
                               {4, false}, {5, true},  {6, false}, {7, true}};
 
 int indexIn(const Kvo16s* table, int n, int pos) {
@@ -44,8 +44,7 @@ int indexIn(const Kvo16s* table, int n, int pos) {
 }  // namespace
 
 void ownFixedCodebookSearch_G729D(const Kvo16s* pCorr, const Kvo16s* pImpulse, Kvo32s* pMatrix,
-                                  Kvo16s* pCode, Kvo16s* pFltCode, Kvo16s* pSign,
-                                  Kvo16s* pIndex) {
+                                  Kvo16s* pCode, Kvo16s* pFltCode, Kvo16s* pSign, Kvo16s* pIndex) {
     constexpr int kUsed = kFcbBlockBase + 8 * 64;
     for (int k = 0; k < kUsed; ++k) pMatrix[k] >>= 15;
 
@@ -116,8 +115,8 @@ void ownFixedCodebookSearch_G729D(const Kvo16s* pCorr, const Kvo16s* pImpulse, K
     for (int i = first, j = 0; i < L; ++i, ++j)
         pFltCode[i] = plus0 ? pImpulse[j] : sat16(-Kvo32s{pImpulse[j]});
     for (int i = second, j = 0; i < L; ++i, ++j)
-        pFltCode[i] = sat16(plus1 ? Kvo32s{pFltCode[i]} + pImpulse[j]
-                                  : Kvo32s{pFltCode[i]} - pImpulse[j]);
+        pFltCode[i] =
+            sat16(plus1 ? Kvo32s{pFltCode[i]} + pImpulse[j] : Kvo32s{pFltCode[i]} - pImpulse[j]);
 
     const int i0 = indexIn(tab::trackTable0, 16, first);
     const int i1 = indexIn(tab::trackTable1, 32, second);

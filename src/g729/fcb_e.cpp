@@ -32,8 +32,12 @@ namespace {
 constexpr int L = kFcbSubframe;
 constexpr int kIpos[16] = {0, 1, 2, 3, 4, 0, 1, 2, 3, 4, 0, 1, 2, 3, 4, 0};
 
-constexpr Kvo16s add16(Kvo32s a, Kvo32s b) { return sat16(a + b); }
-constexpr Kvo16s mult16(Kvo32s a, Kvo32s b) { return sat16((a * b) >> 15); }
+constexpr Kvo16s add16(Kvo32s a, Kvo32s b) {
+    return sat16(a + b);
+}
+constexpr Kvo16s mult16(Kvo32s a, Kvo32s b) {
+    return sat16((a * b) >> 15);
+}
 
 struct StateE {
     alignas(16) Kvo16s dn[L];
@@ -205,8 +209,8 @@ int search(StateE& st, int nPulses, int* codvec) {
 }
 
 // Code vectors; q[k] = position / 5, + 8 for a minus pulse.
-void buildCode(const StateE& st, const Kvo16s* pImp, const int* codvec, int nPulses,
-               Kvo16s* pCode, Kvo16s* pFlt, int* q) {
+void buildCode(const StateE& st, const Kvo16s* pImp, const int* codvec, int nPulses, Kvo16s* pCode,
+               Kvo16s* pFlt, int* q) {
     alignas(16) Kvo16s h2[L];
     for (int i = 0; i < L; ++i) h2[i] = static_cast<Kvo16s>(pImp[i] >> 1);
     std::memset(pCode, 0, L * sizeof(Kvo16s));
@@ -270,7 +274,8 @@ void searchE(const Kvo16s* pTarget, const Kvo16s* pRes, const Kvo16s* pImp, Kvo1
 
     // Pulse k belongs to track (s + k) mod 5.
     if (nPulses == 10) {
-        for (int k = 0; k < 5; ++k) pIndex[(s + k) % 5] = static_cast<Kvo16s>(packTwo(q[k], q[k + 5]) & 127);
+        for (int k = 0; k < 5; ++k)
+            pIndex[(s + k) % 5] = static_cast<Kvo16s>(packTwo(q[k], q[k + 5]) & 127);
     } else {
         pIndex[0] = static_cast<Kvo16s>(packThree(q[0], q[5], q[10]) + (s << 10));
         pIndex[1] = static_cast<Kvo16s>(packThree(q[1], q[6], q[11]));

@@ -200,8 +200,8 @@ void kvosToeplizMatrix_G729E_16s_(const Kvo16s* pSrcImpulse, const Kvo16s* pSign
         const int t2 = t == 4 ? 0 : t + 1;
         for (int i = 0; i < 8; ++i)
             for (int j = 0; j < 8; ++j)
-                pM->blk[t][8 * i + j] = static_cast<Kvo16s>(
-                    (ch[chainIndex(t + 5 * i, t2 + 5 * j)] + 16384) >> 15);
+                pM->blk[t][8 * i + j] =
+                    static_cast<Kvo16s>((ch[chainIndex(t + 5 * i, t2 + 5 * j)] + 16384) >> 15);
     }
     ownTakeSign_G729E_16s(pSign, pM);
 }

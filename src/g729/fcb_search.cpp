@@ -26,7 +26,9 @@ namespace {
 
 constexpr int L = kFcbSubframe;
 
-constexpr Kvo16s add16(Kvo32s a, Kvo32s b) { return sat16(a + b); }
+constexpr Kvo16s add16(Kvo32s a, Kvo32s b) {
+    return sat16(a + b);
+}
 // 16-bit fractional product (a b) >> 15, -32768 * -32768 saturating.
 constexpr Kvo32s mult16(Kvo32s a, Kvo32s b) {
     const Kvo32s p = (a * b) >> 15;
@@ -174,10 +176,10 @@ void searchG729(const Kvo16s* pCorr, T* pMatrix, Kvo16s* pCode, Kvo16s* pIndex,
                                     2 * (Kvo32s{b.r[0][2][8 * i0 + i2]} + b.r[1][2][8 * i1 + i2]);
                 if (!haveV) {
                     for (int k = 0; k < 8; ++k) {
-                        v[0][k] = b.diag[3][k] + 2 * (Kvo32s{b.r[0][3][8 * i0 + k]} +
-                                                      b.r[1][3][8 * i1 + k]);
-                        v[1][k] = b.diag[4][k] + 2 * (Kvo32s{b.r[0][4][8 * i0 + k]} +
-                                                      b.r[1][4][8 * i1 + k]);
+                        v[0][k] = b.diag[3][k] +
+                                  2 * (Kvo32s{b.r[0][3][8 * i0 + k]} + b.r[1][3][8 * i1 + k]);
+                        v[1][k] = b.diag[4][k] +
+                                  2 * (Kvo32s{b.r[0][4][8 * i0 + k]} + b.r[1][4][8 * i1 + k]);
                     }
                     haveV = true;
                 }
@@ -240,8 +242,8 @@ constexpr bool better(Kvo32s sq2, Kvo32s alp2, Kvo32s sq, Kvo32s alp) {
 // second over the eight positions of a track with magnitudes d2, diagonal
 // diag2 and cross terms cross[j] = M(a, j-th position).
 template <class T>
-int phaseA(Kvo32s psA, Kvo32s ea, const Kvo32s* d2, const T* diag2, const Kvo32s* cross,
-           Kvo32s& sq, Kvo32s& alp, Kvo32s* ps2v) {
+int phaseA(Kvo32s psA, Kvo32s ea, const Kvo32s* d2, const T* diag2, const Kvo32s* cross, Kvo32s& sq,
+           Kvo32s& alp, Kvo32s* ps2v) {
     Kvo32s sqv[8], alpv[8];
     for (int j = 0; j < 8; ++j) {
         ps2v[j] = std::min(psA + d2[j], 32767);
@@ -306,8 +308,8 @@ void searchG729A(const Kvo16s* pCorr, T* pMatrix, Kvo16s* pCode, Kvo16s* pIndex)
                          8;
             for (int c = 0; c < 8; ++c) {
                 const Kvo32s ps1 = std::min(ps0 + dt[0][c], 32767);
-                const Kvo32s alp1 = alp0 + 2 * (Kvo32s{b.r[0][2][8 * c + j0]} + r0s[8 * c + j1]) +
-                                    b.diag[0][c];
+                const Kvo32s alp1 =
+                    alp0 + 2 * (Kvo32s{b.r[0][2][8 * c + j0]} + r0s[8 * c + j1]) + b.diag[0][c];
                 const T* r01 = b.r[0][1] + 8 * c;
                 Kvo32s sqv[8], alpv[8];
                 for (int e = 0; e < 8; ++e) {
@@ -362,8 +364,8 @@ void searchG729A(const Kvo16s* pCorr, T* pMatrix, Kvo16s* pCode, Kvo16s* pIndex)
                          8;
             for (int c = 0; c < 8; ++c) {
                 const Kvo32s ps1 = std::min(ps0 + dt[1][c], 32767);
-                const Kvo32s alp1 = alp0 + 2 * (Kvo32s{r1s[8 * c + j0]} + b.r[0][1][8 * j1 + c]) +
-                                    b.diag[1][c];
+                const Kvo32s alp1 =
+                    alp0 + 2 * (Kvo32s{r1s[8 * c + j0]} + b.r[0][1][8 * j1 + c]) + b.diag[1][c];
                 const T* r12 = b.r[1][2] + 8 * c;
                 Kvo32s sqv[8], alpv[8];
                 for (int e = 0; e < 8; ++e) {

@@ -62,8 +62,8 @@ TEST(G729FcbAnnexD, ChoiceIsTheBestOfTheWholeCodebook) {
             return (v * f) >> 15;
         };
         auto crit = [&](int a, int b, i64& sq, i64& alp) {
-            const i64 ps = std::min<i64>(32767, std::min(32767, std::abs(int{d[a]})) +
-                                                    std::min(32767, std::abs(int{d[b]})));
+            const i64 ps = std::min<i64>(
+                32767, std::min(32767, std::abs(int{d[a]})) + std::min(32767, std::abs(int{d[b]})));
             sq = (ps * ps) >> 15;
             const i64 daa = corr(hs, a, a) >> 15, dbb = corr(hs, b, b) >> 15;
             alp = w16((daa + dbb + 2 * m(a, b)) >> 4);

@@ -55,19 +55,22 @@ struct Export {
 
 std::vector<Export> exportsList() {
     return {
-        {"ToeplizMatrix_G729_16s32s", 2,
+        {"ToeplizMatrix_G729_16s32s",
+         2,
          [](Bufs& b, unsigned m, Kvo32s) {
              return kvosToeplizMatrix_G729_16s32s(np(b.imp, m, 0), np(b.m32, m, 1));
          },
          {},
          {0}},
-        {"ToeplizMatrix_G729_16s", 2,
+        {"ToeplizMatrix_G729_16s",
+         2,
          [](Bufs& b, unsigned m, Kvo32s) {
              return kvosToeplizMatrix_G729_16s(np(b.imp, m, 0), np(b.m16, m, 1));
          },
          {},
          {0}},
-        {"FixedCodebookSearch_G729_32s16s", 5,
+        {"FixedCodebookSearch_G729_32s16s",
+         5,
          [](Bufs& b, unsigned m, Kvo32s sf) {
              return kvosFixedCodebookSearch_G729_32s16s(np(b.corr, m, 0), np(b.m32, m, 1),
                                                         np(b.vec, m, 2), np(b.idx, m, 3),
@@ -75,7 +78,8 @@ std::vector<Export> exportsList() {
          },
          {-1, 0x8000, -32768},
          {0, 1, 2, 0x7fff, 0x10000}},
-        {"FixedCodebookSearch_G729_16s", 5,
+        {"FixedCodebookSearch_G729_16s",
+         5,
          [](Bufs& b, unsigned m, Kvo32s sf) {
              return kvosFixedCodebookSearch_G729_16s(np(b.corr, m, 0), np(b.m16, m, 1),
                                                      np(b.vec, m, 2), np(b.idx, m, 3),
@@ -83,21 +87,24 @@ std::vector<Export> exportsList() {
          },
          {2, -1, 0xffff, 100},
          {0, 1, 0x10000, 0x10001}},
-        {"FixedCodebookSearch_G729A_32s16s", 4,
+        {"FixedCodebookSearch_G729A_32s16s",
+         4,
          [](Bufs& b, unsigned m, Kvo32s) {
              return kvosFixedCodebookSearch_G729A_32s16s(np(b.corr, m, 0), np(b.m32, m, 1),
                                                          np(b.vec, m, 2), np(b.idx, m, 3));
          },
          {},
          {0}},
-        {"FixedCodebookSearch_G729A_16s", 4,
+        {"FixedCodebookSearch_G729A_16s",
+         4,
          [](Bufs& b, unsigned m, Kvo32s) {
              return kvosFixedCodebookSearch_G729A_16s(np(b.corr, m, 0), np(b.m16, m, 1),
                                                       np(b.vec, m, 2), np(b.idx, m, 3));
          },
          {},
          {0}},
-        {"FixedCodebookSearch_G729D_16s", 6,
+        {"FixedCodebookSearch_G729D_16s",
+         6,
          [](Bufs& b, unsigned m, Kvo32s) {
              return kvosFixedCodebookSearch_G729D_16s(np(b.corr, m, 0), np(b.imp, m, 1),
                                                       np(b.vec, m, 2), np(b.flt, m, 3),
@@ -105,7 +112,8 @@ std::vector<Export> exportsList() {
          },
          {},
          {0}},
-        {"FixedCodebookSearch_G729E_16s", 6,
+        {"FixedCodebookSearch_G729E_16s",
+         6,
          [](Bufs& b, unsigned m, Kvo32s sf) {
              return kvosFixedCodebookSearch_G729E_16s(
                  static_cast<Kvo16s>(sf), np(b.target, m, 0), np(b.res, m, 1), np(b.imp, m, 2),

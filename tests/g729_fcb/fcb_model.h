@@ -16,9 +16,15 @@ using i64 = int64_t;
 constexpr int L = 40;
 using Vec = std::array<int16_t, L>;
 
-inline int16_t s16(i64 x) { return static_cast<int16_t>(x < -32768 ? -32768 : x > 32767 ? 32767 : x); }
-inline i64 s32(i64 x) { return x < INT32_MIN ? INT32_MIN : x > INT32_MAX ? INT32_MAX : x; }
-inline int16_t w16(i64 x) { return static_cast<int16_t>(static_cast<uint16_t>(x)); }
+inline int16_t s16(i64 x) {
+    return static_cast<int16_t>(x < -32768 ? -32768 : x > 32767 ? 32767 : x);
+}
+inline i64 s32(i64 x) {
+    return x < INT32_MIN ? INT32_MIN : x > INT32_MAX ? INT32_MAX : x;
+}
+inline int16_t w16(i64 x) {
+    return static_cast<int16_t>(static_cast<uint16_t>(x));
+}
 // Left shifts that bring the top bit of x > 0 to bit 30.
 inline int norm(i64 x) {
     int n = 0;
@@ -78,7 +84,8 @@ inline Vec impulse(std::mt19937& g) {
     std::uniform_real_distribution<double> r(0.55, 0.85), w(0.2, 2.8);
     const double rho = r(g), om = w(g);
     Vec h{};
-    for (int n = 0; n < L; ++n) h[n] = s16(std::lround(4096.0 * std::pow(rho, n) * std::cos(om * n)));
+    for (int n = 0; n < L; ++n)
+        h[n] = s16(std::lround(4096.0 * std::pow(rho, n) * std::cos(om * n)));
     return h;
 }
 
@@ -98,7 +105,8 @@ inline Vec target(const std::vector<Pulse>& ps, const Vec& h, int amp) {
 // Code vector of pulses with the given amplitudes for plus and minus.
 inline Vec code(const std::vector<Pulse>& ps, int plus, int minus) {
     Vec c{};
-    for (const Pulse& p : ps) c[p.pos] = static_cast<int16_t>(c[p.pos] + (p.sign > 0 ? plus : minus));
+    for (const Pulse& p : ps)
+        c[p.pos] = static_cast<int16_t>(c[p.pos] + (p.sign > 0 ? plus : minus));
     return c;
 }
 
@@ -123,8 +131,12 @@ inline int grayDecode(int g) {
 }
 // Annex D positions by rule: first pulse on tracks 1 and 3, second on tracks
 // 0, 2, 4 (rising) then 1.
-inline int posTable0(int i) { return 5 * (i >> 1) + 1 + 2 * (i & 1); }
-inline int posTable1(int i) { return i < 24 ? 5 * (i / 3) + 2 * (i % 3) : 5 * (i - 24) + 1; }
+inline int posTable0(int i) {
+    return 5 * (i >> 1) + 1 + 2 * (i & 1);
+}
+inline int posTable1(int i) {
+    return i < 24 ? 5 * (i / 3) + 2 * (i % 3) : 5 * (i - 24) + 1;
+}
 inline std::vector<Pulse> decodeG729D(int sign, int index) {
     const int i0 = grayDecode(index & 15), i1 = grayDecode((index >> 4) & 31);
     return {{posTable0(i0), sign & 1 ? 1 : -1}, {posTable1(i1), sign & 2 ? 1 : -1}};

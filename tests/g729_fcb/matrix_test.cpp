@@ -80,11 +80,11 @@ TEST(G729FcbMatrix, WorkedValues) {
     // neighbours (p, p+1) correlate by 16384 * 8192 = 2^27.
     h[1] = 2048;
     kvosToeplizMatrix_G729_16s32s(h.data(), m.data());
-    EXPECT_EQ(m[0], (1 << 28) + (1 << 26));       // M(0,0)
-    EXPECT_EQ(m[7 + 32], 1 << 28);                // M(39,39)
-    EXPECT_EQ(m[40], 1 << 27);                    // M(0,1), block (0,1) row 0 col 0
-    EXPECT_EQ(m[40 + 64 * 3 + 8 * 1], 1 << 27);   // M(5,4), block (0,4) row 1 col 0
-    EXPECT_EQ(m[40 + 64 * 3 + 8 * 0 + 0], 0);     // M(0,4)
+    EXPECT_EQ(m[0], (1 << 28) + (1 << 26));      // M(0,0)
+    EXPECT_EQ(m[7 + 32], 1 << 28);               // M(39,39)
+    EXPECT_EQ(m[40], 1 << 27);                   // M(0,1), block (0,1) row 0 col 0
+    EXPECT_EQ(m[40 + 64 * 3 + 8 * 1], 1 << 27);  // M(5,4), block (0,4) row 1 col 0
+    EXPECT_EQ(m[40 + 64 * 3 + 8 * 0 + 0], 0);    // M(0,4)
 }
 
 TEST(G729FcbMatrix, EnergyBelowOneWordIsStillNormalised) {

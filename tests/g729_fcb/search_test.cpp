@@ -289,11 +289,14 @@ TEST(G729FcbSearch, MatrixIsLeftWithTheSignFactors) {
                     i64 want = m;
                     if (a != b) {
                         const bool pa = d[a] >= 0, pb = d[b] >= 0;
-                        const i64 fct = main ? (pa != pb ? -32767 : pa ? 32766 : 32767)
+                        const i64 fct = main ? (pa != pb ? -32767
+                                                : pa     ? 32766
+                                                         : 32767)
                                              : (pa == pb ? 32767 : -32768);
                         want = std::min<i64>((m * fct) >> 15, 32767);
                     }
-                    const i64 got = (f == Form::G729_16 || f == Form::A_16) ? o.m16[off] : o.m32[off];
+                    const i64 got =
+                        (f == Form::G729_16 || f == Form::A_16) ? o.m16[off] : o.m32[off];
                     ASSERT_EQ(got, want) << a << "," << b;
                 }
         }
