@@ -331,6 +331,39 @@ KvoStatus kvosDecodeGain_G729I_16s(Kvo32s energy, Kvo16s gainAttenuation,
                                    Kvo16s* pSrcDstEnergyErr, const Kvo16s* pIdx,
                                    Kvo16s* pSrcDstQGain);
 
+/* -- G.729 fixed codebook search (h Q12; 616-element correlation matrix; d = target
+      correlation from kvosCrossCorr_NormM_16s; code vectors Q13, annex E Q12) -- */
+
+/* Scales h and builds the track-ordered correlation matrix (plain sums). */
+KvoStatus kvosToeplizMatrix_G729_16s32s(const Kvo16s* pSrcImpulse, Kvo32s* pDstMatrix);
+/* The same matrix at the 16-bit scale (>> 15, saturated). */
+KvoStatus kvosToeplizMatrix_G729_16s(const Kvo16s* pSrcImpulse, Kvo16s* pDstMatrix);
+/* G.729 four-pulse search on a 32-bit matrix (shifted in place); budget in pSearchTimes. */
+KvoStatus kvosFixedCodebookSearch_G729_32s16s(const Kvo16s* pSrcFixedCorr, Kvo32s* pSrcDstMatrix,
+                                              Kvo16s* pDstFixedVector, Kvo16s* pDstFixedIndex,
+                                              Kvo16s* pSearchTimes, Kvo32s subFrame);
+/* G.729 four-pulse search on a 16-bit matrix; subFrame 0 or 1. */
+KvoStatus kvosFixedCodebookSearch_G729_16s(const Kvo16s* pSrcFixedCorr, Kvo16s* pSrcDstMatrix,
+                                           Kvo16s* pDstFixedVector, Kvo16s* pDstFixedIndex,
+                                           Kvo16s* pSearchTimes, Kvo32s subFrame);
+/* G.729A depth-first four-pulse search on a 32-bit matrix (shifted in place). */
+KvoStatus kvosFixedCodebookSearch_G729A_32s16s(const Kvo16s* pSrcFixedCorr,
+                                               Kvo32s* pSrcDstMatrix, Kvo16s* pDstFixedVector,
+                                               Kvo16s* pDstFixedIndex);
+/* G.729A depth-first four-pulse search on a 16-bit matrix. */
+KvoStatus kvosFixedCodebookSearch_G729A_16s(const Kvo16s* pSrcFixedCorr, Kvo16s* pSrcDstMatrix,
+                                            Kvo16s* pDstFixedVector, Kvo16s* pDstFixedIndex);
+/* G.729D two-pulse 11-bit search; code, filtered code, sign word and Gray position index. */
+KvoStatus kvosFixedCodebookSearch_G729D_16s(const Kvo16s* pSrcFixedCorr,
+                                            const Kvo16s* pSrcImpulse, Kvo16s* pDstFixedVector,
+                                            Kvo16s* pDstFltFixedVector, Kvo16s* pDstSign,
+                                            Kvo16s* pDstIndex);
+/* G.729E search: mode 0 ten pulses in 35 bits, otherwise twelve in 44; five index words. */
+KvoStatus kvosFixedCodebookSearch_G729E_16s(Kvo16s mode, const Kvo16s* pSrcTarget,
+                                            const Kvo16s* pSrcLtpResidual,
+                                            const Kvo16s* pSrcImpulse, Kvo16s* pDstFixedVector,
+                                            Kvo16s* pDstFltFixedVector, Kvo16s* pDstFixedIndex);
+
 /* ---- GSM full rate ------------------------------------------------------ */
 
 /* GSM 06.10 offset compensation of 13-bit left-justified samples; in place allowed. */
