@@ -7,10 +7,12 @@ namespace kvosc::coders {
 
 // Each assembled coder defines its record in its own file; list it here.
 // extern const Coder kGsmFr;
+extern const Coder kG726;
 
 const std::vector<const Coder*>& all_coders() {
     static const std::vector<const Coder*> list = {
         // &kGsmFr,
+        &kG726,
     };
     return list;
 }
