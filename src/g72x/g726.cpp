@@ -14,6 +14,11 @@
 //    tandem step then goes down to 126 or up to 255, as for any other byte.
 //  - The limits of A2 and A1 also apply when DQ + SEZ is 0 (leak only).
 //  - Code bits above the code width are ignored by the decoder.
+//
+// The eight floating products of the predictor run in SSE2 (PredSse2); the
+// plain twin PredScalar is kept for the tests, which compare the two.
+#include <emmintrin.h>
+
 #include <cstring>
 
 #include "g72x/g726.h"
@@ -96,16 +101,84 @@ inline int levelPosition(int dln) {
     return p;
 }
 
+// Codes by logarithm: for every DLN a record can produce (DL from -128 to
+// 1919 less Y >> 2 from 136 to 1280), the code for D >= 0 in the low byte and
+// for D < 0 in the high byte; one table of quantizer codes, one of the
+// monotonic codes of the tandem adjustment.
+constexpr int kDlnMin = -128 - (5120 >> 2);
+constexpr int kDlnMax = 1919 - (544 >> 2);
+
+template <int R, bool SYNC>
+struct CodeTab {
+    Kvo16u v[kDlnMax - kDlnMin + 1];
+    constexpr CodeTab() : v{} {
+        for (int dln = kDlnMin; dln <= kDlnMax; ++dln) {
+            int p = 0;
+            for (int j = 0; j < Rate<R>::nlev; ++j) p += Rate<R>::lev[j] > dln;
+            const int pos = SYNC ? Rate<R>::syncPos[p] : Rate<R>::indPos[p];
+            const int neg = SYNC ? Rate<R>::syncNeg[p] : Rate<R>::indNeg[p];
+            v[dln - kDlnMin] = static_cast<Kvo16u>(pos | (neg << 8));
+        }
+    }
+};
+template <int R, bool SYNC>
+constexpr CodeTab<R, SYNC> kCodeTab{};
+
+template <int R, bool SYNC>
+inline int codeByTable(int dln, bool negative) {
+    return (kCodeTab<R, SYNC>.v[dln - kDlnMin] >> (static_cast<int>(negative) << 3)) & 0xFF;
+}
+
+// The same by searching the levels.
+template <int R, bool SYNC>
+inline int codeBySearch(int dln, bool negative) {
+    const int p = levelPosition<R>(dln);
+    if constexpr (SYNC)
+        return negative ? Rate<R>::syncNeg[p] : Rate<R>::syncPos[p];
+    else
+        return negative ? Rate<R>::indNeg[p] : Rate<R>::indPos[p];
+}
+
 // Magnitude of a 16-bit value with -32768 held at 32767.
 inline int satMag(int v) { return v < 0 ? (v == -32768 ? 32767 : -v) : v; }
 
 inline int lo16i(int v) { return static_cast<Kvo16s>(static_cast<Kvo16u>(v)); }
 
-// Working copy of the adaptation state.
-struct Work {
-    int pk1, pk2, yu, ap, yl, dms, dml, td;
-    int b[6], a[2], dq[6], sr[2], dqs[6], srs[2];
-    int sez;
+// What one sample's adaptation hands to the zero section and the delay lines.
+struct Step {
+    int s;       // sign of the code
+    int dqmag;   // magnitude of DQ
+    int dqword;  // floating word of DQ
+    int srv;     // reconstructed signal SR
+    int tr;      // transition detected
+};
+
+// Magnitude of DQ from its logarithm DQL >= 0 (DQL below 0 gives 0).
+constexpr int dqMagnitude(int dql) {
+    return (((dql & 127) + 128) << 7) >> (14 - ((dql >> 7) & 15));
+}
+
+// DQ magnitude (low half) and its floating word (high half) for every DQL a
+// record can produce from 0 up (566 + (5120 >> 2)).
+constexpr int kDqlMax = 566 + (5120 >> 2);
+struct DqTab {
+    Kvo32u v[kDqlMax + 1];
+    constexpr DqTab() : v{} {
+        for (int dql = 0; dql <= kDqlMax; ++dql) {
+            const int mag = dqMagnitude(dql);
+            int f = 0;
+            while ((mag >> f) != 0) ++f;
+            const int word = (f << 6) + ((mag << 6) >> f);
+            v[dql] = static_cast<Kvo32u>(mag) | (static_cast<Kvo32u>(word) << 16);
+        }
+    }
+};
+constexpr DqTab kDqTab{};
+
+// The scalar adaptation state: scale factors, speed control, averages, tone
+// and transition detection, pole section and the partial-sum signs.
+struct Adapt {
+    int pk1, pk2, yu, ap, yl, dms, dml, td, a1, a2, sez;
 
     void load(const KvoG726EncodeState& s) {
         pk1 = s.pk1;
@@ -116,17 +189,9 @@ struct Work {
         dms = s.dms;
         dml = s.dml;
         td = s.td;
+        a1 = s.a[0];
+        a2 = s.a[1];
         sez = s.sez;
-        for (int i = 0; i < 6; ++i) {
-            b[i] = s.b[i];
-            dq[i] = s.dq[i];
-            dqs[i] = s.dqSign[i];
-        }
-        for (int i = 0; i < 2; ++i) {
-            a[i] = s.a[i];
-            sr[i] = s.sr[i];
-            srs[i] = s.srSign[i];
-        }
     }
 
     void store(KvoG726EncodeState& s, int pk0) const {
@@ -139,17 +204,9 @@ struct Work {
         s.dms = static_cast<Kvo16s>(dms);
         s.dml = static_cast<Kvo16s>(dml);
         s.td = static_cast<Kvo16s>(td);
+        s.a[0] = static_cast<Kvo16s>(a1);
+        s.a[1] = static_cast<Kvo16s>(a2);
         s.sez = static_cast<Kvo16s>(sez);
-        for (int i = 0; i < 6; ++i) {
-            s.b[i] = static_cast<Kvo16s>(b[i]);
-            s.dq[i] = static_cast<Kvo16s>(dq[i]);
-            s.dqSign[i] = static_cast<Kvo16s>(dqs[i]);
-        }
-        for (int i = 0; i < 2; ++i) {
-            s.a[i] = static_cast<Kvo16s>(a[i]);
-            s.sr[i] = static_cast<Kvo16s>(sr[i]);
-            s.srSign[i] = static_cast<Kvo16s>(srs[i]);
-        }
     }
 
     // Mixed scale factor Y from YU, YL and the speed control AP.
@@ -161,49 +218,55 @@ struct Work {
         return lo16i(yu >= ylp ? ylp + p : ylp - p);
     }
 
-    // Signal estimate SE; stores the zero-section part SEZ.
-    int estimate() {
-        int z = 0;
-        for (int i = 0; i < 6; ++i) z += floatMul(b[i], dq[i], dqs[i]);
-        const int pole = floatMul(a[0], sr[0], srs[0]) + floatMul(a[1], sr[1], srs[1]);
-        sez = lo16i(z) >> 1;
-        return lo16i(z + pole) >> 1;
+    // Signal estimate from the zero-section and pole-section product sums;
+    // keeps SEZ.
+    int estimate(int zeroSum, int poleSum) {
+        sez = lo16i(zeroSum) >> 1;
+        return lo16i(zeroSum + poleSum) >> 1;
     }
 
-    // Inverse quantizer, adaptation and predictor update for code i of a sample
-    // with estimate se and scale y.  Returns the reconstructed signal SR and the
-    // new PK0.
-    template <int R>
-    int update(int i, int y, int se, int& pk0) {
+    // Inverse quantizer, scale factor adaptation, transition and tone
+    // detection, pole section, averages and speed control for code i of a
+    // sample with scale y and estimate se.
+    template <int R, bool TABLES>
+    Step step(int i, int y, int se, int& pk0) {
         using RT = Rate<R>;
-        const int s = i >> (RT::bits - 1);
+        Step out;
+        out.s = i >> (RT::bits - 1);
 
         // Inverse adaptive quantizer.
         const int dql = RT::dqln()[i] + (y >> 2);
-        const int dqmag = dql < 0 ? 0 : (((dql & 127) + 128) << 7) >> (14 - ((dql >> 7) & 15));
-        const int dqv = s ? -dqmag : dqmag;
+        if constexpr (TABLES) {
+            const Kvo32u e = dql < 0 ? (32u << 16) : kDqTab.v[dql];
+            out.dqmag = static_cast<int>(e & 0xFFFF);
+            out.dqword = static_cast<int>(e >> 16);
+        } else {
+            out.dqmag = dql < 0 ? 0 : dqMagnitude(dql);
+            out.dqword = floatWord(out.dqmag);
+        }
+        const int dqmag = out.dqmag;
+        const int dqv = out.s ? -dqmag : dqmag;
 
         // Scale factor adaptation (the old YL serves the transition detector).
         const int ylOld = yl;
-        int yut = lo16i(((RT::wi()[i] - y) >> 5) + y);
+        const int yut = lo16i(((RT::wi()[i] - y) >> 5) + y);
         yu = yut < 544 ? 544 : (yut > 5120 ? 5120 : yut);
         yl = yl + lo16i(yu + ((-yl) >> 6));
 
         // Transition detector, on the old tone flag.
-        int tr = 0;
+        out.tr = 0;
         if (td) {
             const int n = ylOld >> 15;
             const int t = n > 9 ? 31744 : (((ylOld >> 10) & 31) + 32) << n;
-            tr = (((t >> 1) + t) >> 1) < dqmag;
+            out.tr = (((t >> 1) + t) >> 1) < dqmag;
         }
 
         // Reconstructed signal and the sign of the partial sum.
-        const int srv = lo16i(se + dqv);
+        out.srv = lo16i(se + dqv);
         const int sum = lo16i(sez + dqv);
         pk0 = sum < 0;
 
         // Pole section update, limited in both branches.
-        int a1 = a[0], a2 = a[1];
         int a1n, a2n;
         if (sum == 0) {
             a2n = a2 - (a2 >> 7);
@@ -222,102 +285,261 @@ struct Work {
         a1n = a1n > lim ? lim : (a1n < -lim ? -lim : a1n);
 
         // Averages of F[I] and the tone detector.
-        int tdn = a2n < -11776;
         const int fi = RT::fi()[i];
         dms = lo16i(dms + ((fi - dms) >> 5));
         dml = lo16i(dml + ((4 * fi - dml) >> 7));
 
-        if (tr) {
-            for (int k = 0; k < 6; ++k) b[k] = 0;
-            a1n = 0;
-            a2n = 0;
-            tdn = 0;
+        if (out.tr) {
+            a1 = a2 = 0;
+            td = 0;
             ap = 256;
         } else {
-            const int grad = dqmag != 0 ? 128 : 0;
-            for (int k = 0; k < 6; ++k) {
-                const int u = dqs[k] == s ? grad : -grad;
-                b[k] = lo16i(b[k] - (b[k] >> RT::leak) + u);
-            }
+            a1 = a1n;
+            a2 = a2n;
+            td = a2n < -11776;
             const int v = satMag(lo16i(4 * dms - dml));
-            if (y >= 1536 && v < (dml >> 3) && tdn == 0)
+            if (y >= 1536 && v < (dml >> 3) && td == 0)
                 ap = ap + ((-ap) >> 4);
             else
                 ap = ap + ((512 - ap) >> 4);
         }
-        a[0] = a1n;
-        a[1] = a2n;
-        td = tdn;
+        pk2 = pk1;
+        pk1 = pk0;
+        return out;
+    }
+};
 
-        // Delay lines.
+// Floating word and sign of the reconstructed signal; -32768 is a zero
+// magnitude with the sign set.
+inline int srWord(int srv) {
+    if (srv == -32768) return 32;
+    return floatWord(srv < 0 ? -srv : srv);
+}
+
+// Zero section and delay lines, plain C: the twin of PredSse2.
+struct PredScalar {
+    static constexpr bool tables = false;
+    int b[6], dq[6], dqs[6], sr[2], srs[2];
+
+    void load(const KvoG726EncodeState& s) {
+        for (int i = 0; i < 6; ++i) {
+            b[i] = s.b[i];
+            dq[i] = s.dq[i];
+            dqs[i] = s.dqSign[i];
+        }
+        for (int i = 0; i < 2; ++i) {
+            sr[i] = s.sr[i];
+            srs[i] = s.srSign[i];
+        }
+    }
+
+    void store(KvoG726EncodeState& s) const {
+        for (int i = 0; i < 6; ++i) {
+            s.b[i] = static_cast<Kvo16s>(b[i]);
+            s.dq[i] = static_cast<Kvo16s>(dq[i]);
+            s.dqSign[i] = static_cast<Kvo16s>(dqs[i]);
+        }
+        for (int i = 0; i < 2; ++i) {
+            s.sr[i] = static_cast<Kvo16s>(sr[i]);
+            s.srSign[i] = static_cast<Kvo16s>(srs[i]);
+        }
+    }
+
+    void sums(int a1, int a2, int& zero, int& pole) const {
+        int z = 0;
+        for (int i = 0; i < 6; ++i) z += floatMul(b[i], dq[i], dqs[i]);
+        zero = z;
+        pole = floatMul(a1, sr[0], srs[0]) + floatMul(a2, sr[1], srs[1]);
+    }
+
+    template <int R, bool SYNC>
+    static int code(int dln, bool negative) {
+        return codeBySearch<R, SYNC>(dln, negative);
+    }
+
+    template <int R>
+    void update(const Step& st, int, int) {
+        if (st.tr) {
+            for (int k = 0; k < 6; ++k) b[k] = 0;
+        } else {
+            const int grad = st.dqmag != 0 ? 128 : 0;
+            for (int k = 0; k < 6; ++k) {
+                const int u = dqs[k] == st.s ? grad : -grad;
+                b[k] = lo16i(b[k] - (b[k] >> Rate<R>::leak) + u);
+            }
+        }
         for (int k = 5; k > 0; --k) {
             dq[k] = dq[k - 1];
             dqs[k] = dqs[k - 1];
         }
-        dq[0] = floatWord(dqmag);
-        dqs[0] = s;
+        dq[0] = st.dqword;
+        dqs[0] = st.s;
         sr[1] = sr[0];
         srs[1] = srs[0];
-        if (srv == -32768) {
-            sr[0] = 32;
-            srs[0] = 1;
-        } else {
-            sr[0] = floatWord(srv < 0 ? -srv : srv);
-            srs[0] = srv < 0;
-        }
-        pk2 = pk1;
-        pk1 = pk0;
-        return srv;
+        sr[0] = srWord(st.srv);
+        srs[0] = st.srv < 0;
     }
 };
 
-template <int R>
+// Zero section and DQ delay line in three SSE2 registers: B1..B6, the floating
+// words DQ1..DQ6 and their signs, as they lie in the record (the two lanes
+// after them are carried but not used).  The six floating products run side
+// by side; bit lengths and power-of-two scalings go through single-precision
+// floats, which hold these integers exactly.  The two pole products stay
+// scalar, so that the zero section, known as soon as the code is, does not
+// wait for the pole update.
+struct PredSse2 {
+    static constexpr bool tables = true;
+    __m128i coef, word, sign;
+    int sr[2], srs[2];
+
+    void load(const KvoG726EncodeState& s) {
+        coef = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.b));  // b[6], a[2]
+        word = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.dq));  // dq[6], sr[2]
+        sign = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.dqSign));
+        for (int i = 0; i < 2; ++i) {
+            sr[i] = s.sr[i];
+            srs[i] = s.srSign[i];
+        }
+    }
+
+    // Writes B, DQ and SR; the caller's Adapt writes A1 and A2 afterwards.
+    void store(KvoG726EncodeState& s) const {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(s.b), coef);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(s.dq), word);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(s.dqSign), sign);
+        for (int i = 0; i < 2; ++i) {
+            s.sr[i] = static_cast<Kvo16s>(sr[i]);
+            s.srSign[i] = static_cast<Kvo16s>(srs[i]);
+        }
+    }
+
+    void sums(int a1, int a2, int& zero, int& pole) const {
+        const __m128i zeroV = _mm_setzero_si128();
+        // 13-bit magnitude of coef >> 2.
+        __m128i m = _mm_srai_epi16(coef, 2);
+        const __m128i sm = _mm_srai_epi16(m, 15);
+        m = _mm_and_si128(_mm_sub_epi16(_mm_xor_si128(m, sm), sm), _mm_set1_epi16(0x1FFF));
+        // Bit length and 6-bit mantissa from the float of m.
+        const __m128i fl = _mm_castps_si128(_mm_cvtepi32_ps(_mm_unpacklo_epi16(m, zeroV)));
+        const __m128i fh = _mm_castps_si128(_mm_cvtepi32_ps(_mm_unpackhi_epi16(m, zeroV)));
+        const __m128i e = _mm_subs_epu16(
+            _mm_packs_epi32(_mm_srli_epi32(fl, 23), _mm_srli_epi32(fh, 23)), _mm_set1_epi16(126));
+        const __m128i mant = _mm_or_si128(
+            _mm_and_si128(_mm_packs_epi32(_mm_srli_epi32(fl, 18), _mm_srli_epi32(fh, 18)),
+                          _mm_set1_epi16(31)),
+            _mm_set1_epi16(32));
+        // Exponent sum and rounded mantissa product.
+        const __m128i x =
+            _mm_add_epi16(e, _mm_and_si128(_mm_srli_epi16(word, 6), _mm_set1_epi16(15)));
+        const __m128i t = _mm_srli_epi16(
+            _mm_add_epi16(_mm_mullo_epi16(mant, _mm_and_si128(word, _mm_set1_epi16(63))),
+                          _mm_set1_epi16(48)),
+            4);
+        // t * 2^(x - 19), truncated, kept to 15 bits.
+        const __m128i bias = _mm_set1_epi32(108);
+        const __m128 pl = _mm_castsi128_ps(
+            _mm_slli_epi32(_mm_add_epi32(_mm_unpacklo_epi16(x, zeroV), bias), 23));
+        const __m128 ph = _mm_castsi128_ps(
+            _mm_slli_epi32(_mm_add_epi32(_mm_unpackhi_epi16(x, zeroV), bias), 23));
+        const __m128i ml =
+            _mm_cvttps_epi32(_mm_mul_ps(_mm_cvtepi32_ps(_mm_unpacklo_epi16(t, zeroV)), pl));
+        const __m128i mh =
+            _mm_cvttps_epi32(_mm_mul_ps(_mm_cvtepi32_ps(_mm_unpackhi_epi16(t, zeroV)), ph));
+        const __m128i mask15 = _mm_set1_epi32(0x7FFF);
+        const __m128i mag = _mm_packs_epi32(_mm_and_si128(ml, mask15), _mm_and_si128(mh, mask15));
+        // Negative where the coefficient's sign and the stored sign differ.
+        const __m128i neg = _mm_xor_si128(_mm_srai_epi16(coef, 15), _mm_sub_epi16(zeroV, sign));
+        const __m128i prod = _mm_sub_epi16(_mm_xor_si128(mag, neg), neg);
+        // Pair sums [p0+p1, p2+p3, p4+p5, -]: the B products.
+        const __m128i ps = _mm_madd_epi16(prod, _mm_set1_epi16(1));
+        zero = _mm_cvtsi128_si32(ps) + _mm_cvtsi128_si32(_mm_srli_si128(ps, 4)) +
+               _mm_cvtsi128_si32(_mm_srli_si128(ps, 8));
+        pole = floatMul(a1, sr[0], srs[0]) + floatMul(a2, sr[1], srs[1]);
+    }
+
+    template <int R, bool SYNC>
+    static int code(int dln, bool negative) {
+        return codeByTable<R, SYNC>(dln, negative);
+    }
+
+    template <int R>
+    void update(const Step& st, int, int) {
+        if (st.tr) {
+            coef = _mm_setzero_si128();
+        } else {
+            // B - (B >> leak) + 128 where the signs agree, - 128 where not, when
+            // DQ is not 0.
+            const __m128i differ = _mm_xor_si128(
+                _mm_cmpeq_epi16(sign, _mm_set1_epi16(static_cast<short>(st.s))),
+                _mm_set1_epi16(-1));
+            const __m128i g = _mm_set1_epi16(st.dqmag != 0 ? 128 : 0);
+            const __m128i u = _mm_sub_epi16(_mm_xor_si128(g, differ), differ);  // -g where differ
+            coef = _mm_add_epi16(_mm_sub_epi16(coef, _mm_srai_epi16(coef, Rate<R>::leak)), u);
+        }
+        word = _mm_insert_epi16(_mm_slli_si128(word, 2), st.dqword, 0);
+        sign = _mm_insert_epi16(_mm_slli_si128(sign, 2), st.s, 0);
+        sr[1] = sr[0];
+        srs[1] = srs[0];
+        sr[0] = srWord(st.srv);
+        srs[0] = st.srv < 0;
+    }
+};
+
+template <int R, class Pred>
 void encodeRun(KvoG726EncodeState& st, const Kvo16s* src, Kvo8u* dst, int len) {
-    using RT = Rate<R>;
-    Work w;
-    w.load(st);
+    Adapt ad;
+    Pred pr;
+    ad.load(st);
+    pr.load(st);
     int pk0 = st.pk0;
     for (int n = 0; n < len; ++n) {
-        const int y = w.scale();
-        const int se = w.estimate();
+        const int y = ad.scale();
+        int zs, ps;
+        pr.sums(ad.a1, ad.a2, zs, ps);
+        const int se = ad.estimate(zs, ps);
         const int d = lo16i(src[n] - se);
-        const int dln = lo16i(logMag(satMag(d)) - (y >> 2));
-        const int p = levelPosition<R>(dln);
-        const int code = d < 0 ? RT::indNeg[p] : RT::indPos[p];
+        const int dln = lo16i(logMag(satAbs16(d)) - (y >> 2));
+        const int code = Pred::template code<R, false>(dln, d < 0);
         dst[n] = static_cast<Kvo8u>(code);
-        w.template update<R>(code, y, se, pk0);
+        const Step s = ad.template step<R, Pred::tables>(code, y, se, pk0);
+        pr.template update<R>(s, ad.a1, ad.a2);
     }
-    w.store(st, pk0);
+    pr.store(st);
+    ad.store(st, pk0);
 }
 
 // Synchronous tandem adjustment: compares the code that a coder behind this
 // decoder would send for the linear value lin of the output byte with the
 // received code, on a monotonic scale.  Returns 0 to keep the byte, -1 for
 // one step down, +1 for one step up.
-template <int R>
+template <int R, class Pred>
 inline int tandemStep(int lin, int se, int y, int code) {
-    using RT = Rate<R>;
     const int dx = (lin >> 2) - se;
-    const int dln = lo16i(logMag(dx < 0 ? -dx : dx) - (y >> 2));
-    const int p = levelPosition<R>(dln);
-    const int id = dx < 0 ? RT::syncNeg[p] : RT::syncPos[p];
-    constexpr int half = 1 << (RT::bits - 1);
+    const int dln = lo16i(logMag(satAbs16(dx)) - (y >> 2));
+    const int id = Pred::template code<R, true>(dln, dx < 0);
+    constexpr int half = 1 << (Rate<R>::bits - 1);
     const int im = (code & half) ? code & (half - 1) : code + half;
     return id == im ? 0 : (id > im ? -1 : 1);
 }
 
-template <int R, int LAW>
+template <int R, int LAW, class Pred>
 void decodeRun(KvoG726EncodeState& st, const Kvo8u* src, Kvo16s* dst, int len) {
-    using RT = Rate<R>;
-    constexpr int mask = (1 << RT::bits) - 1;
-    Work w;
-    w.load(st);
+    constexpr int mask = (1 << Rate<R>::bits) - 1;
+    Adapt ad;
+    Pred pr;
+    ad.load(st);
+    pr.load(st);
     int pk0 = st.pk0;
     for (int n = 0; n < len; ++n) {
         const int code = src[n] & mask;
-        const int y = w.scale();
-        const int se = w.estimate();
-        const int sr = w.template update<R>(code, y, se, pk0);
+        const int y = ad.scale();
+        int zs, ps;
+        pr.sums(ad.a1, ad.a2, zs, ps);
+        const int se = ad.estimate(zs, ps);
+        const Step s = ad.template step<R, Pred::tables>(code, y, se, pk0);
+        pr.template update<R>(s, ad.a1, ad.a2);
+        const int sr = s.srv;
         if constexpr (LAW == 2) {
             dst[n] = static_cast<Kvo16s>(sr < -8192 ? -8192 : (sr > 8191 ? 8191 : sr));
         } else if constexpr (LAW == 0) {
@@ -330,35 +552,55 @@ void decodeRun(KvoG726EncodeState& st, const Kvo8u* src, Kvo16s* dst, int len) {
                 if (x < 0 && x != -32768) x -= 1;
                 c = muLawByte(x);
             }
-            const int step = tandemStep<R>(tab::u2l[c], se, y, code);
-            if (step != 0) {
+            const int stp = tandemStep<R, Pred>(tab::u2l[c], se, y, code);
+            if (stp != 0) {
                 // Byte 127 arises only from SR = -32768 and steps to its neighbours
                 // 126 and 255.
                 if (c == 127)
-                    c = step < 0 ? 126 : 255;
+                    c = stp < 0 ? 126 : 255;
                 else
-                    c = step < 0 ? tab::u2LT[c] : tab::u2GT[c];
+                    c = stp < 0 ? tab::u2LT[c] : tab::u2GT[c];
             }
             dst[n] = static_cast<Kvo16s>(c);
         } else {
             int v = sr == -32768 ? -2 : sr;
             v = v < -8192 ? -8192 : (v > 8191 ? 8191 : v);
             int c = aLawByte(4 * v);
-            const int step = tandemStep<R>(tab::a2l[c], se, y, code);
-            if (step != 0) c = step < 0 ? tab::a2LT[c] : tab::a2GT[c];
+            const int stp = tandemStep<R, Pred>(tab::a2l[c], se, y, code);
+            if (stp != 0) c = stp < 0 ? tab::a2LT[c] : tab::a2GT[c];
             dst[n] = static_cast<Kvo16s>(c);
         }
     }
-    w.store(st, pk0);
+    pr.store(st);
+    ad.store(st, pk0);
 }
 
-template <int LAW>
+template <class Pred>
+void encodeAny(KvoG726EncodeState& st, const Kvo16s* src, Kvo8u* dst, int len) {
+    switch (st.rateIndex) {
+        case 0: encodeRun<0, Pred>(st, src, dst, len); break;
+        case 1: encodeRun<1, Pred>(st, src, dst, len); break;
+        case 2: encodeRun<2, Pred>(st, src, dst, len); break;
+        default: encodeRun<3, Pred>(st, src, dst, len); break;
+    }
+}
+
+template <int LAW, class Pred>
 void decodeLaw(KvoG726EncodeState& st, const Kvo8u* src, Kvo16s* dst, int len) {
     switch (st.rateIndex) {
-        case 0: decodeRun<0, LAW>(st, src, dst, len); break;
-        case 1: decodeRun<1, LAW>(st, src, dst, len); break;
-        case 2: decodeRun<2, LAW>(st, src, dst, len); break;
-        default: decodeRun<3, LAW>(st, src, dst, len); break;
+        case 0: decodeRun<0, LAW, Pred>(st, src, dst, len); break;
+        case 1: decodeRun<1, LAW, Pred>(st, src, dst, len); break;
+        case 2: decodeRun<2, LAW, Pred>(st, src, dst, len); break;
+        default: decodeRun<3, LAW, Pred>(st, src, dst, len); break;
+    }
+}
+
+template <class Pred>
+void decodeAny(KvoG726DecodeState& st, const Kvo8u* src, Kvo16s* dst, int len) {
+    switch (st.law) {
+        case 0: decodeLaw<0, Pred>(st.core, src, dst, len); break;
+        case 1: decodeLaw<1, Pred>(st.core, src, dst, len); break;
+        default: decodeLaw<2, Pred>(st.core, src, dst, len); break;
     }
 }
 
@@ -383,12 +625,27 @@ void initCore(KvoG726EncodeState& s, int rateIndex) {
 
 // Values the adaptation can reach from Init; anything else is a damaged record.
 bool coreInRange(const KvoG726EncodeState& s) {
-    return s.rateIndex >= 0 && s.rateIndex <= 3 && s.yu >= 544 && s.yu <= 5120 &&
-           s.yl >= 34816 && s.yl <= 327680 && s.ap >= 0 && s.ap <= 512 &&
-           (s.td == 0 || s.td == 1);
+    const auto flag = [](Kvo16s v) { return v == 0 || v == 1; };
+    bool ok = s.rateIndex >= 0 && s.rateIndex <= 3 && s.yu >= 544 && s.yu <= 5120 &&
+              s.yl >= 34816 && s.yl <= 327680 && s.ap >= 0 && s.ap <= 512 && flag(s.td) &&
+              flag(s.pk0) && flag(s.pk1) && flag(s.pk2);
+    for (int i = 0; i < 6; ++i) ok = ok && flag(s.dqSign[i]);
+    return ok && flag(s.srSign[0]) && flag(s.srSign[1]);
 }
 
 }  // namespace
+
+namespace g726 {
+
+void encodeScalar(KvoG726EncodeState& st, const Kvo16s* src, Kvo8u* dst, int len) {
+    encodeAny<PredScalar>(st, src, dst, len);
+}
+
+void decodeScalar(KvoG726DecodeState& st, const Kvo8u* src, Kvo16s* dst, int len) {
+    decodeAny<PredScalar>(st, src, dst, len);
+}
+
+}  // namespace g726
 
 namespace impl {
 
@@ -412,12 +669,7 @@ KvoStatus kvosEncode_G726_16s8u(KvoG726EncodeState* pState, const Kvo16s* pSrc, 
     if (len == 0) return kvoErrSize;
     if (len < 0) return kvoOk;
     if (!coreInRange(*pState)) return kvoErrOutOfRange;
-    switch (pState->rateIndex) {
-        case 0: encodeRun<0>(*pState, pSrc, pDst, len); break;
-        case 1: encodeRun<1>(*pState, pSrc, pDst, len); break;
-        case 2: encodeRun<2>(*pState, pSrc, pDst, len); break;
-        default: encodeRun<3>(*pState, pSrc, pDst, len); break;
-    }
+    encodeAny<PredSse2>(*pState, pSrc, pDst, len);
     return kvoOk;
 }
 
@@ -446,11 +698,7 @@ KvoStatus kvosDecode_G726_8u16s(KvoG726DecodeState* pState, const Kvo8u* pSrc, K
     if (len < 0) return kvoOk;
     if (!coreInRange(pState->core) || pState->law < 0 || pState->law > 2)
         return kvoErrOutOfRange;
-    switch (pState->law) {
-        case 0: decodeLaw<0>(pState->core, pSrc, pDst, len); break;
-        case 1: decodeLaw<1>(pState->core, pSrc, pDst, len); break;
-        default: decodeLaw<2>(pState->core, pSrc, pDst, len); break;
-    }
+    decodeAny<PredSse2>(*pState, pSrc, pDst, len);
     return kvoOk;
 }
 

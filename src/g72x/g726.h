@@ -37,11 +37,20 @@ inline int floatWord(int mag) {
 }
 
 // log2 of a difference magnitude in Q7 (exponent * 128 + 7-bit mantissa);
-// a zero difference gives -128, below every decision level.
+// a zero difference gives -128, below every decision level.  Branch-free: the
+// sign of a difference is a coin toss to the branch predictor.
 inline int logMag(int mag) {
-    if (mag == 0) return -128;
-    const int k = 31 - __builtin_clz(static_cast<unsigned>(mag));  // bit length - 1
-    return (k << 7) + (((mag << 7) >> k) & 127);
+    const int zero = mag == 0;
+    const int v = mag | zero;
+    const int k = 31 - __builtin_clz(static_cast<unsigned>(v));  // bit length - 1
+    return (k << 7) + (((v << 7) >> k) & 127) - (zero << 7);
+}
+
+// Magnitude of a 16-bit value, -32768 held at 32767, without branches.
+inline int satAbs16(int v) {
+    const int s = v >> 31;
+    const int m = (v ^ s) - s;
+    return m - (m >> 15);
 }
 
 // G.711 mu-law byte of a 16-bit sample (all bits inverted on the line).
@@ -66,5 +75,10 @@ inline int aLawByte(int x) {
     const int q = (g < 2 ? v >> 1 : v >> g) & 15;
     return (q | (g << 4)) ^ mask;
 }
+
+// The exports' sample loops with the plain-C predictor instead of the SSE2 one
+// (same results; for tests).  The record must be in range.
+void encodeScalar(KvoG726EncodeState& st, const Kvo16s* src, Kvo8u* dst, int len);
+void decodeScalar(KvoG726DecodeState& st, const Kvo8u* src, Kvo16s* dst, int len);
 
 }  // namespace kvo::g726

@@ -383,3 +383,73 @@ TEST(G726G711, NeighbourTablesFollowTheLevelOrder) {
 }
 
 }  // namespace
+
+// ---- the SSE2 predictor against its plain twin ------------------------------
+
+namespace {
+
+// A record in range with every adaptive field drawn at random.
+KvoG726EncodeState randomRecord(std::mt19937& rng, int rateIndex) {
+    KvoG726EncodeState s;
+    EXPECT_EQ(kvosEncodeInit_G726_16s8u(&s, kRates[rateIndex].code), kvoOk);
+    s.pk0 = static_cast<Kvo16s>(rng() & 1);
+    s.pk1 = static_cast<Kvo16s>(rng() & 1);
+    s.pk2 = static_cast<Kvo16s>(rng() & 1);
+    s.yu = static_cast<Kvo16s>(544 + rng() % 4577);
+    s.yl = 34816 + static_cast<Kvo32s>(rng() % 292865);
+    s.ap = static_cast<Kvo16s>(rng() % 513);
+    s.dms = static_cast<Kvo16s>(rng());
+    s.dml = static_cast<Kvo16s>(rng());
+    s.td = static_cast<Kvo16s>(rng() & 1);
+    for (int i = 0; i < 6; ++i) {
+        s.b[i] = static_cast<Kvo16s>(rng());
+        s.dq[i] = static_cast<Kvo16s>(rng() & 0x3FF);
+        s.dqSign[i] = static_cast<Kvo16s>(rng() & 1);
+    }
+    for (int i = 0; i < 2; ++i) {
+        s.a[i] = static_cast<Kvo16s>(rng());
+        s.sr[i] = static_cast<Kvo16s>(rng() & 0x3FF);
+        s.srSign[i] = static_cast<Kvo16s>(rng() & 1);
+    }
+    return s;
+}
+
+}  // namespace
+
+TEST(G726Twins, Sse2PredictorEqualsPlainOnRandomRecordsAndSignals) {
+    std::mt19937 rng(7);
+    for (int trial = 0; trial < 400; ++trial) {
+        SCOPED_TRACE("trial " + std::to_string(trial));
+        const int r = trial % 4;
+        const int n = 1 + static_cast<int>(rng() % 300);
+        std::vector<Kvo16s> x(n);
+        std::vector<Kvo8u> c(n);
+        const int kind = trial % 3;  // random 16-bit, full-scale square, 14-bit noise
+        for (int i = 0; i < n; ++i) {
+            x[i] = kind == 0   ? static_cast<Kvo16s>(rng())
+                   : kind == 1 ? static_cast<Kvo16s>(((i / 7) & 1) ? 8191 : -8192)
+                               : static_cast<Kvo16s>(static_cast<int>(rng() % 16384) - 8192);
+            c[i] = static_cast<Kvo8u>(rng());
+        }
+        const KvoG726EncodeState start = randomRecord(rng, r);
+
+        KvoG726EncodeState e1 = start, e2 = start;
+        std::vector<Kvo8u> c1(n), c2(n);
+        ASSERT_EQ(kvosEncode_G726_16s8u(&e1, x.data(), c1.data(), n), kvoOk);
+        kvo::g726::encodeScalar(e2, x.data(), c2.data(), n);
+        ASSERT_EQ(c1, c2);
+        ASSERT_EQ(std::memcmp(&e1, &e2, sizeof e1), 0);
+
+        for (int law = 0; law < 3; ++law) {
+            KvoG726DecodeState d1;
+            d1.core = start;
+            d1.law = static_cast<Kvo16s>(law);
+            KvoG726DecodeState d2 = d1;
+            std::vector<Kvo16s> y1(n), y2(n);
+            ASSERT_EQ(kvosDecode_G726_8u16s(&d1, c.data(), y1.data(), n), kvoOk);
+            kvo::g726::decodeScalar(d2, c.data(), y2.data(), n);
+            ASSERT_EQ(y1, y2) << "law " << law;
+            ASSERT_EQ(std::memcmp(&d1.core, &d2.core, sizeof d1.core), 0) << "law " << law;
+        }
+    }
+}
