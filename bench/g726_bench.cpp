@@ -76,8 +76,12 @@ void decodeBench(benchmark::State& state, int law) {
         b = (b + 1) % kBlocks;
     }
 }
-void BM_G726_32_Decode_Linear_10ms(benchmark::State& state) { decodeBench(state, 2); }
-void BM_G726_32_Decode_ALaw_10ms(benchmark::State& state) { decodeBench(state, 1); }
+void BM_G726_32_Decode_Linear_10ms(benchmark::State& state) {
+    decodeBench(state, 2);
+}
+void BM_G726_32_Decode_ALaw_10ms(benchmark::State& state) {
+    decodeBench(state, 1);
+}
 BENCHMARK(BM_G726_32_Decode_Linear_10ms);
 BENCHMARK(BM_G726_32_Decode_ALaw_10ms);
 

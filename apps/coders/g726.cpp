@@ -30,20 +30,21 @@ struct Config {
 };
 
 bool parse(const Options& opt, Config& c, std::string& error) {
-    const std::string r = opt.get("rate", "32");
-    if (r == "16") c = {16, 2, kvoRate16000};
-    else if (r == "24") c = {24, 3, kvoRate24000};
-    else if (r == "32") c = {32, 4, kvoRate32000};
-    else if (r == "40") c = {40, 5, kvoRate40000};
-    else return error = "g726: --rate must be 16, 24, 32 or 40", false;
-    const std::string l = opt.get("law", "linear");
-    if (l == "u") c.law = 0;
-    else if (l == "a") c.law = 1;
-    else if (l == "linear") c.law = 2;
-    else return error = "g726: --law must be a, u or linear", false;
-    const std::string f = opt.get("format", "packed");
-    if (f == "itu") c.itu = true;
-    else if (f != "packed") return error = "g726: --format must be packed or itu", false;
+    static const Config rates[] = {
+        {16, 2, kvoRate16000}, {24, 3, kvoRate24000}, {32, 4, kvoRate32000}, {40, 5, kvoRate40000}};
+    static const char* const laws[] = {"u", "a", "linear"};  // decoder law 0, 1, 2
+    const std::string r = opt.get("rate", "32"), l = opt.get("law", "linear"),
+                      f = opt.get("format", "packed");
+    bool found = false;
+    for (const Config& rc : rates)
+        if (r == std::to_string(rc.kbps)) c = rc, found = true;
+    if (!found) return error = "g726: --rate must be 16, 24, 32 or 40", false;
+    c.law = -1;
+    for (int i = 0; i < 3; ++i)
+        if (l == laws[i]) c.law = i;
+    if (c.law < 0) return error = "g726: --law must be a, u or linear", false;
+    if (f != "itu" && f != "packed") return error = "g726: --format must be packed or itu", false;
+    c.itu = f == "itu";
     return true;
 }
 
@@ -99,9 +100,10 @@ bool encode(const Options& opt, const std::vector<int16_t>& pcm, std::vector<uin
     Config c;
     if (!parse(opt, c, error)) return false;
     std::vector<int16_t> x(pcm.size());
-    for (size_t i = 0; i < pcm.size(); ++i)
-        x[i] = static_cast<int16_t>((c.itu && c.law != 2 ? expand(c.law, pcm[i] & 0xFF)
-                                                         : pcm[i]) >> 2);
+    for (size_t i = 0; i < pcm.size(); ++i) {
+        const int lin = c.itu && c.law != 2 ? expand(c.law, pcm[i] & 0xFF) : pcm[i];
+        x[i] = static_cast<int16_t>(lin >> 2);  // 16-bit to the 14-bit encoder input
+    }
     if (!c.itu) x.resize((x.size() + 7) / 8 * 8, 0);
     std::vector<uint8_t> codes;
     if (!run_encoder(c.rate, x, nullptr, codes)) return error = "g726: encoder failed", false;
@@ -308,8 +310,7 @@ std::vector<VerifyRow> verify(const std::string& dir) {
                     // output law; hn16fc.o was made from the start state.
                     const bool fromStart = !homing || set == "hn16fc.o";
                     std::vector<int16_t> got;
-                    run_decoder(r.rate, o.outLaw, in, fromStart ? nullptr : &init[o.outLaw],
-                                got);
+                    run_decoder(r.rate, o.outLaw, in, fromStart ? nullptr : &init[o.outLaw], got);
                     std::string how = "decoder";
                     std::vector<int16_t> present;
                     if (!files.get(stem + "f" + (o.inLaw ? 'a' : 'm') + ".i", present))
@@ -336,7 +337,8 @@ std::vector<VerifyRow> verify(const std::string& dir) {
     // program, not to the Recommendation's test sequences.
     std::vector<int16_t> vbr;
     if (files.get("voicevbr.lrf", vbr))
-        rows.push_back(skipped("voicevbr.*", "tools demonstration files, not G.726 test sequences"));
+        rows.push_back(
+            skipped("voicevbr.*", "tools demonstration files, not G.726 test sequences"));
     return rows;
 }
 

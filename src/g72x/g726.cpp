@@ -15,8 +15,10 @@
 //  - The limits of A2 and A1 also apply when DQ + SEZ is 0 (leak only).
 //  - Code bits above the code width are ignored by the decoder.
 //
-// The eight floating products of the predictor run in SSE2 (PredSse2); the
-// plain twin PredScalar is kept for the tests, which compare the two.
+// The exports run the six zero-section products side by side in SSE2 and take
+// the quantizer's codes, DQ magnitudes and their floating words from tables
+// built at compile time (PredSse2); the plain twin (PredScalar) computes
+// everything sample by sample and is kept for the tests, which compare them.
 #include <emmintrin.h>
 
 #include <cstring>
@@ -85,7 +87,7 @@ struct Rate<3> {
                                          24, 25, 26, 27, 28, 29, 29, 30, 31};
     static constexpr Kvo8u syncPos[18] = {15, 31, 30, 29, 28, 27, 26, 25, 24,
                                           23, 22, 21, 20, 19, 18, 18, 17, 15};
-    static constexpr Kvo8u syncNeg[18] = {15, 0, 1, 2, 3, 4,  5,  6,  7,
+    static constexpr Kvo8u syncNeg[18] = {15, 0, 1,  2,  3,  4,  5,  6,  7,
                                           8,  9, 10, 11, 12, 13, 13, 14, 15};
     static const Kvo16s* dqln() { return tab::reconst40_dqln; }
     static const Kvo32s* wi() { return tab::sfa_tab40_wi; }
@@ -140,9 +142,13 @@ inline int codeBySearch(int dln, bool negative) {
 }
 
 // Magnitude of a 16-bit value with -32768 held at 32767.
-inline int satMag(int v) { return v < 0 ? (v == -32768 ? 32767 : -v) : v; }
+inline int satMag(int v) {
+    return v < 0 ? (v == -32768 ? 32767 : -v) : v;
+}
 
-inline int lo16i(int v) { return static_cast<Kvo16s>(static_cast<Kvo16u>(v)); }
+inline int lo16i(int v) {
+    return static_cast<Kvo16s>(static_cast<Kvo16u>(v));
+}
 
 // What one sample's adaptation hands to the zero section and the delay lines.
 struct Step {
@@ -394,7 +400,7 @@ struct PredSse2 {
     int sr[2], srs[2];
 
     void load(const KvoG726EncodeState& s) {
-        coef = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.b));  // b[6], a[2]
+        coef = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.b));   // b[6], a[2]
         word = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.dq));  // dq[6], sr[2]
         sign = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.dqSign));
         for (int i = 0; i < 2; ++i) {
@@ -438,10 +444,10 @@ struct PredSse2 {
             4);
         // t * 2^(x - 19), truncated, kept to 15 bits.
         const __m128i bias = _mm_set1_epi32(108);
-        const __m128 pl = _mm_castsi128_ps(
-            _mm_slli_epi32(_mm_add_epi32(_mm_unpacklo_epi16(x, zeroV), bias), 23));
-        const __m128 ph = _mm_castsi128_ps(
-            _mm_slli_epi32(_mm_add_epi32(_mm_unpackhi_epi16(x, zeroV), bias), 23));
+        const __m128 pl =
+            _mm_castsi128_ps(_mm_slli_epi32(_mm_add_epi32(_mm_unpacklo_epi16(x, zeroV), bias), 23));
+        const __m128 ph =
+            _mm_castsi128_ps(_mm_slli_epi32(_mm_add_epi32(_mm_unpackhi_epi16(x, zeroV), bias), 23));
         const __m128i ml =
             _mm_cvttps_epi32(_mm_mul_ps(_mm_cvtepi32_ps(_mm_unpacklo_epi16(t, zeroV)), pl));
         const __m128i mh =
@@ -470,9 +476,9 @@ struct PredSse2 {
         } else {
             // B - (B >> leak) + 128 where the signs agree, - 128 where not, when
             // DQ is not 0.
-            const __m128i differ = _mm_xor_si128(
-                _mm_cmpeq_epi16(sign, _mm_set1_epi16(static_cast<short>(st.s))),
-                _mm_set1_epi16(-1));
+            const __m128i differ =
+                _mm_xor_si128(_mm_cmpeq_epi16(sign, _mm_set1_epi16(static_cast<short>(st.s))),
+                              _mm_set1_epi16(-1));
             const __m128i g = _mm_set1_epi16(st.dqmag != 0 ? 128 : 0);
             const __m128i u = _mm_sub_epi16(_mm_xor_si128(g, differ), differ);  // -g where differ
             coef = _mm_add_epi16(_mm_sub_epi16(coef, _mm_srai_epi16(coef, Rate<R>::leak)), u);
@@ -578,39 +584,66 @@ void decodeRun(KvoG726EncodeState& st, const Kvo8u* src, Kvo16s* dst, int len) {
 template <class Pred>
 void encodeAny(KvoG726EncodeState& st, const Kvo16s* src, Kvo8u* dst, int len) {
     switch (st.rateIndex) {
-        case 0: encodeRun<0, Pred>(st, src, dst, len); break;
-        case 1: encodeRun<1, Pred>(st, src, dst, len); break;
-        case 2: encodeRun<2, Pred>(st, src, dst, len); break;
-        default: encodeRun<3, Pred>(st, src, dst, len); break;
+        case 0:
+            encodeRun<0, Pred>(st, src, dst, len);
+            break;
+        case 1:
+            encodeRun<1, Pred>(st, src, dst, len);
+            break;
+        case 2:
+            encodeRun<2, Pred>(st, src, dst, len);
+            break;
+        default:
+            encodeRun<3, Pred>(st, src, dst, len);
+            break;
     }
 }
 
 template <int LAW, class Pred>
 void decodeLaw(KvoG726EncodeState& st, const Kvo8u* src, Kvo16s* dst, int len) {
     switch (st.rateIndex) {
-        case 0: decodeRun<0, LAW, Pred>(st, src, dst, len); break;
-        case 1: decodeRun<1, LAW, Pred>(st, src, dst, len); break;
-        case 2: decodeRun<2, LAW, Pred>(st, src, dst, len); break;
-        default: decodeRun<3, LAW, Pred>(st, src, dst, len); break;
+        case 0:
+            decodeRun<0, LAW, Pred>(st, src, dst, len);
+            break;
+        case 1:
+            decodeRun<1, LAW, Pred>(st, src, dst, len);
+            break;
+        case 2:
+            decodeRun<2, LAW, Pred>(st, src, dst, len);
+            break;
+        default:
+            decodeRun<3, LAW, Pred>(st, src, dst, len);
+            break;
     }
 }
 
 template <class Pred>
 void decodeAny(KvoG726DecodeState& st, const Kvo8u* src, Kvo16s* dst, int len) {
     switch (st.law) {
-        case 0: decodeLaw<0, Pred>(st.core, src, dst, len); break;
-        case 1: decodeLaw<1, Pred>(st.core, src, dst, len); break;
-        default: decodeLaw<2, Pred>(st.core, src, dst, len); break;
+        case 0:
+            decodeLaw<0, Pred>(st.core, src, dst, len);
+            break;
+        case 1:
+            decodeLaw<1, Pred>(st.core, src, dst, len);
+            break;
+        default:
+            decodeLaw<2, Pred>(st.core, src, dst, len);
+            break;
     }
 }
 
 int rateIndexOf(KvoSpeechRate rate) {
     switch (rate) {
-        case kvoRate16000: return 0;
-        case kvoRate24000: return 1;
-        case kvoRate32000: return 2;
-        case kvoRate40000: return 3;
-        default: return -1;
+        case kvoRate16000:
+            return 0;
+        case kvoRate24000:
+            return 1;
+        case kvoRate32000:
+            return 2;
+        case kvoRate40000:
+            return 3;
+        default:
+            return -1;
     }
 }
 
@@ -679,8 +712,7 @@ KvoStatus kvosDecodeGetStateSize_G726_8u16s(Kvo32s* pSize) {
     return kvoOk;
 }
 
-KvoStatus kvosDecodeInit_G726_8u16s(KvoG726DecodeState* pState, KvoSpeechRate rate,
-                                    Kvo32s law) {
+KvoStatus kvosDecodeInit_G726_8u16s(KvoG726DecodeState* pState, KvoSpeechRate rate, Kvo32s law) {
     if (pState == nullptr) return kvoErrNullPtr;
     const int r = rateIndexOf(rate);
     if (r < 0) return kvoErrRange;
@@ -696,8 +728,7 @@ KvoStatus kvosDecode_G726_8u16s(KvoG726DecodeState* pState, const Kvo8u* pSrc, K
     if (pState == nullptr || pSrc == nullptr || pDst == nullptr) return kvoErrNullPtr;
     if (len == 0) return kvoErrSize;
     if (len < 0) return kvoOk;
-    if (!coreInRange(pState->core) || pState->law < 0 || pState->law > 2)
-        return kvoErrOutOfRange;
+    if (!coreInRange(pState->core) || pState->law < 0 || pState->law > 2) return kvoErrOutOfRange;
     decodeAny<PredSse2>(*pState, pSrc, pDst, len);
     return kvoOk;
 }

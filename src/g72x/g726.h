@@ -12,7 +12,9 @@
 namespace kvo::g726 {
 
 // Bit length of v >= 0 (0 for 0, 1 for 1, 2 for 2 and 3, ...).
-inline int bitLength(int v) { return 31 - __builtin_clz(static_cast<unsigned>(v) * 2u + 1u); }
+inline int bitLength(int v) {
+    return 31 - __builtin_clz(static_cast<unsigned>(v) * 2u + 1u);
+}
 
 // Signed product of a Q14 predictor coefficient and a floating word with its
 // sign (G.726 FMULT): 13-bit magnitude of coef >> 2, 6-bit mantissas, the
@@ -22,9 +24,9 @@ inline int floatMul(int coef, int word, int wordSign) {
     m = (m < 0 ? -m : m) & 0x1FFF;
     const int e = bitLength(m);
     const int mant = m != 0 ? (m << 6) >> e : 32;
-    const int x = e + ((word >> 6) & 15);                  // 0..28
-    const int t = (mant * (word & 63) + 48) >> 4;          // 8 bits
-    const int mag = ((t << 9) >> (28 - x)) & 0x7FFF;       // (t << 7) scaled by 2^(x - 26)
+    const int x = e + ((word >> 6) & 15);             // 0..28
+    const int t = (mant * (word & 63) + 48) >> 4;     // 8 bits
+    const int mag = ((t << 9) >> (28 - x)) & 0x7FFF;  // (t << 7) scaled by 2^(x - 26)
     const int neg = static_cast<int>(coef < 0) ^ wordSign;
     return (mag ^ -neg) + neg;
 }

@@ -141,8 +141,8 @@ void alcBlock(KvoALCState& s, const Kvo16s* x, Kvo16s* y) {
         float limit, step;
         if (s.targetLevel > level * s.maxGain) {
             limit = s.maxGain;
-            step = s.targetLevel > s.maxGain * s.speechPeak ? s.maxGain
-                                                             : s.targetLevel / s.speechPeak;
+            step =
+                s.targetLevel > s.maxGain * s.speechPeak ? s.maxGain : s.targetLevel / s.speechPeak;
         } else {
             limit = step = s.targetLevel / level;
         }

@@ -55,8 +55,8 @@ std::vector<int16_t> test_signal() {
         ph += 2 * pi * (110.0 + 60.0 * std::sin(2 * pi * n / 12000.0)) / 8000.0;
         double s = 0.0;
         for (int h = 1; h < 24; ++h) s += std::sin(h * ph) / h;
-        x.push_back(static_cast<int16_t>(std::clamp(env * 7000 * s + 200 * gauss(rng),
-                                                    -32768.0, 32767.0)));
+        x.push_back(
+            static_cast<int16_t>(std::clamp(env * 7000 * s + 200 * gauss(rng), -32768.0, 32767.0)));
     }
     for (int n = 0; n < 8000; ++n)
         x.push_back(static_cast<int16_t>(std::clamp(9000 * gauss(rng), -32768.0, 32767.0)));
@@ -76,8 +76,8 @@ struct RateCase {
     int kbps;
     KvoSpeechRate code;
 };
-const RateCase kRates[] = {{16, kvoRate16000}, {24, kvoRate24000}, {32, kvoRate32000},
-                           {40, kvoRate40000}};
+const RateCase kRates[] = {
+    {16, kvoRate16000}, {24, kvoRate24000}, {32, kvoRate32000}, {40, kvoRate40000}};
 
 std::vector<uint8_t> our_encode(KvoSpeechRate rate, const std::vector<int16_t>& x14) {
     KvoG726EncodeState st;
@@ -105,7 +105,8 @@ std::vector<int> peer_decode(int bps, int coding, const std::vector<uint8_t>& c)
     EXPECT_EQ(n, static_cast<int>(c.size()));
     std::vector<int> out(c.size());
     for (size_t i = 0; i < c.size(); ++i)
-        out[i] = coding == G726_ENCODING_LINEAR ? buf[i] : reinterpret_cast<uint8_t*>(buf.data())[i];
+        out[i] =
+            coding == G726_ENCODING_LINEAR ? buf[i] : reinterpret_cast<uint8_t*>(buf.data())[i];
     return out;
 }
 
@@ -116,8 +117,8 @@ TEST(G726Peer, EncoderMatchesOnLinearAndCompandedInput) {
         // Linear: the peer takes 16-bit samples and drops the two low bits.
         std::vector<int16_t> x14(x.size());
         for (size_t i = 0; i < x.size(); ++i) x14[i] = static_cast<int16_t>(x[i] >> 2);
-        g726_state_t* s = g726_init(nullptr, r.kbps * 1000, G726_ENCODING_LINEAR,
-                                    G726_PACKING_NONE);
+        g726_state_t* s =
+            g726_init(nullptr, r.kbps * 1000, G726_ENCODING_LINEAR, G726_PACKING_NONE);
         std::vector<uint8_t> peer(x.size());
         g726_encode(s, peer.data(), x.data(), static_cast<int>(x.size()));
         g726_free(s);
@@ -128,14 +129,14 @@ TEST(G726Peer, EncoderMatchesOnLinearAndCompandedInput) {
         for (const int coding : {G726_ENCODING_ALAW, G726_ENCODING_ULAW}) {
             std::vector<int16_t> bytes(x.size());
             for (size_t i = 0; i < x.size(); ++i)
-                bytes[i] = static_cast<int16_t>(coding == G726_ENCODING_ALAW
-                                                    ? linear_to_alaw(x[i])
-                                                    : linear_to_ulaw(x[i]));
+                bytes[i] = static_cast<int16_t>(
+                    coding == G726_ENCODING_ALAW ? linear_to_alaw(x[i]) : linear_to_ulaw(x[i]));
             std::vector<int16_t> in14(x.size());
             for (size_t i = 0; i < x.size(); ++i)
-                in14[i] = static_cast<int16_t>(
-                    (coding == G726_ENCODING_ALAW ? alaw_to_linear(bytes[i])
-                                                  : ulaw_to_linear(bytes[i])) >> 2);
+                in14[i] = static_cast<int16_t>((coding == G726_ENCODING_ALAW
+                                                    ? alaw_to_linear(bytes[i])
+                                                    : ulaw_to_linear(bytes[i])) >>
+                                               2);
             std::vector<uint8_t> in8(bytes.begin(), bytes.end());
             g726_state_t* t = g726_init(nullptr, r.kbps * 1000, coding, G726_PACKING_NONE);
             g726_encode(t, peer.data(), reinterpret_cast<const int16_t*>(in8.data()),
@@ -188,7 +189,9 @@ TEST(G726Peer, DecoderMatchesExceptLinearBeyondFourteenBits) {
 
 #else
 
-TEST(G726Peer, Skipped) { GTEST_SKIP() << "spandsp not found: no peer comparison"; }
+TEST(G726Peer, Skipped) {
+    GTEST_SKIP() << "spandsp not found: no peer comparison";
+}
 
 #endif
 

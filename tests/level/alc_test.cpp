@@ -20,7 +20,9 @@ namespace {
 constexpr double kTarget = 1623.4912;  // -26.1 dB re 32768
 constexpr double kMaxGainDb = 11.6;
 
-double db(double v) { return 20.0 * std::log10(v); }
+double db(double v) {
+    return 20.0 * std::log10(v);
+}
 
 // Voiced talker: harmonics of a gliding pitch under a syllable envelope
 // (4 syllables a second) with a pause of about 0.3 s every 3 s, scaled by k.
@@ -36,8 +38,8 @@ std::vector<Kvo16s> talker(double secs, double k, unsigned seed = 1) {
         for (int h = 1; h < 20; ++h) s += std::sin(h * ph) / h;
         double env = std::sqrt(std::fabs(std::sin(2 * M_PI * t / 8000.0 * 2.0)));
         if (std::sin(2 * M_PI * t / 8000.0 / 3.0) < -0.6) env = 0.0;
-        x[t] = static_cast<Kvo16s>(std::lround(std::clamp(k * (s * env + 0.002 * gauss(rng)),
-                                                          -32768.0, 32767.0)));
+        x[t] = static_cast<Kvo16s>(
+            std::lround(std::clamp(k * (s * env + 0.002 * gauss(rng)), -32768.0, 32767.0)));
     }
     return x;
 }
@@ -90,8 +92,7 @@ TEST(ALCBehaviour, SteadyTalkerEightDbBelowTargetEndsWithinTwoDb) {
     EXPECT_NEAR(out, 0.0, 2.0);
     const double finalDb = db(g.back());
     EXPECT_NEAR(finalDb, 8.0, 2.0);
-    for (size_t b = 1000; b < g.size(); ++b)
-        ASSERT_NEAR(db(g[b]), finalDb, 2.0) << "block " << b;
+    for (size_t b = 1000; b < g.size(); ++b) ASSERT_NEAR(db(g[b]), finalDb, 2.0) << "block " << b;
     double firstWithin = -1.0;
     for (size_t b = 0; b < g.size() && firstWithin < 0; ++b)
         if (std::fabs(db(g[b]) - finalDb) < 2.0) firstWithin = b / 1000.0;
@@ -182,7 +183,8 @@ TEST(ALCBehaviour, NoOutputSampleExceedsMaxLevel) {
             const int amp = 1 + static_cast<int>(rng() % 32768);
             for (int t = 0; t < 400; ++t)
                 x.push_back(static_cast<Kvo16s>(static_cast<int>(rng() % (2 * amp + 1)) - amp));
-            for (int t = 0; t < 400; ++t) x.push_back(static_cast<Kvo16s>((t & 1) ? -32768 : 32767));
+            for (int t = 0; t < 400; ++t)
+                x.push_back(static_cast<Kvo16s>((t & 1) ? -32768 : 32767));
         }
         const std::vector<Kvo16s> y = run(s, x, nullptr);
         for (size_t i = 0; i < y.size(); ++i) ASSERT_LE(std::abs(int(y[i])), ceiling) << i;
