@@ -387,13 +387,12 @@ struct PredScalar {
     }
 };
 
-// Zero section and DQ delay line in three SSE2 registers: B1..B6, the floating
-// words DQ1..DQ6 and their signs, as they lie in the record (the two lanes
-// after them are carried but not used).  The six floating products run side
-// by side; bit lengths and power-of-two scalings go through single-precision
-// floats, which hold these integers exactly.  The two pole products stay
-// scalar, so that the zero section, known as soon as the code is, does not
-// wait for the pole update.
+// Predictor coefficients and delay lines in three SSE2 registers, as they lie
+// in the record: B1..B6, A1, A2; the floating words DQ1..DQ6, SR1, SR2; their
+// signs.  The eight floating products run side by side; bit lengths and
+// power-of-two scalings go through single-precision floats, which hold these
+// integers exactly.  (Scalar pole products would shorten the dependency chain
+// but cost more instructions than they save.)
 struct PredSse2 {
     static constexpr bool tables = true;
     __m128i coef, word, sign;
@@ -409,7 +408,7 @@ struct PredSse2 {
         }
     }
 
-    // Writes B, DQ and SR; the caller's Adapt writes A1 and A2 afterwards.
+    // Writes B, A, DQ and SR; the caller's Adapt writes A1 and A2 again.
     void store(KvoG726EncodeState& s) const {
         _mm_storeu_si128(reinterpret_cast<__m128i*>(s.b), coef);
         _mm_storeu_si128(reinterpret_cast<__m128i*>(s.dq), word);
@@ -420,7 +419,7 @@ struct PredSse2 {
         }
     }
 
-    void sums(int a1, int a2, int& zero, int& pole) const {
+    void sums(int, int, int& zero, int& pole) const {
         const __m128i zeroV = _mm_setzero_si128();
         // 13-bit magnitude of coef >> 2.
         __m128i m = _mm_srai_epi16(coef, 2);
@@ -457,11 +456,11 @@ struct PredSse2 {
         // Negative where the coefficient's sign and the stored sign differ.
         const __m128i neg = _mm_xor_si128(_mm_srai_epi16(coef, 15), _mm_sub_epi16(zeroV, sign));
         const __m128i prod = _mm_sub_epi16(_mm_xor_si128(mag, neg), neg);
-        // Pair sums [p0+p1, p2+p3, p4+p5, -]: the B products.
+        // Pair sums [p0+p1, p2+p3, p4+p5, p6+p7]: B products, then A products.
         const __m128i ps = _mm_madd_epi16(prod, _mm_set1_epi16(1));
         zero = _mm_cvtsi128_si32(ps) + _mm_cvtsi128_si32(_mm_srli_si128(ps, 4)) +
                _mm_cvtsi128_si32(_mm_srli_si128(ps, 8));
-        pole = floatMul(a1, sr[0], srs[0]) + floatMul(a2, sr[1], srs[1]);
+        pole = _mm_cvtsi128_si32(_mm_srli_si128(ps, 12));
     }
 
     template <int R, bool SYNC>
@@ -470,7 +469,7 @@ struct PredSse2 {
     }
 
     template <int R>
-    void update(const Step& st, int, int) {
+    void update(const Step& st, int a1, int a2) {
         if (st.tr) {
             coef = _mm_setzero_si128();
         } else {
@@ -483,12 +482,13 @@ struct PredSse2 {
             const __m128i u = _mm_sub_epi16(_mm_xor_si128(g, differ), differ);  // -g where differ
             coef = _mm_add_epi16(_mm_sub_epi16(coef, _mm_srai_epi16(coef, Rate<R>::leak)), u);
         }
-        word = _mm_insert_epi16(_mm_slli_si128(word, 2), st.dqword, 0);
-        sign = _mm_insert_epi16(_mm_slli_si128(sign, 2), st.s, 0);
+        coef = _mm_insert_epi16(_mm_insert_epi16(coef, a1, 6), a2, 7);
         sr[1] = sr[0];
         srs[1] = srs[0];
         sr[0] = srWord(st.srv);
         srs[0] = st.srv < 0;
+        word = _mm_insert_epi16(_mm_insert_epi16(_mm_slli_si128(word, 2), st.dqword, 0), sr[0], 6);
+        sign = _mm_insert_epi16(_mm_insert_epi16(_mm_slli_si128(sign, 2), st.s, 0), srs[0], 6);
     }
 };
 
