@@ -141,11 +141,6 @@ inline int codeBySearch(int dln, bool negative) {
         return negative ? Rate<R>::indNeg[p] : Rate<R>::indPos[p];
 }
 
-// Magnitude of a 16-bit value with -32768 held at 32767.
-inline int satMag(int v) {
-    return v < 0 ? (v == -32768 ? 32767 : -v) : v;
-}
-
 inline int lo16i(int v) {
     return static_cast<Kvo16s>(static_cast<Kvo16u>(v));
 }
@@ -165,17 +160,19 @@ constexpr int dqMagnitude(int dql) {
 }
 
 // DQ magnitude (low half) and its floating word (high half) for every DQL a
-// record can produce from 0 up (566 + (5120 >> 2)).
+// record can produce, at DQL + 1: entry 0 stands for all negative DQL (zero
+// magnitude), then DQL from 0 to 566 + (5120 >> 2).
 constexpr int kDqlMax = 566 + (5120 >> 2);
 struct DqTab {
-    Kvo32u v[kDqlMax + 1];
+    Kvo32u v[kDqlMax + 2];
     constexpr DqTab() : v{} {
+        v[0] = 32u << 16;
         for (int dql = 0; dql <= kDqlMax; ++dql) {
             const int mag = dqMagnitude(dql);
             int f = 0;
             while ((mag >> f) != 0) ++f;
             const int word = (f << 6) + ((mag << 6) >> f);
-            v[dql] = static_cast<Kvo32u>(mag) | (static_cast<Kvo32u>(word) << 16);
+            v[dql + 1] = static_cast<Kvo32u>(mag) | (static_cast<Kvo32u>(word) << 16);
         }
     }
 };
@@ -218,10 +215,11 @@ struct Adapt {
     // Mixed scale factor Y from YU, YL and the speed control AP.
     int scale() const {
         const int ylp = yl >> 6;
-        const int m = satMag(lo16i(yu - ylp));
+        const int m = satAbs16(lo16i(yu - ylp));
         const int al = ap < 256 ? ap >> 2 : 64;
         const int p = (al * m) >> 6;
-        return lo16i(yu >= ylp ? ylp + p : ylp - p);
+        const int neg = -static_cast<int>(yu < ylp);  // 0 or -1
+        return lo16i(ylp + ((p ^ neg) - neg));
     }
 
     // Signal estimate from the zero-section and pole-section product sums;
@@ -243,7 +241,7 @@ struct Adapt {
         // Inverse adaptive quantizer.
         const int dql = RT::dqln()[i] + (y >> 2);
         if constexpr (TABLES) {
-            const Kvo32u e = dql < 0 ? (32u << 16) : kDqTab.v[dql];
+            const Kvo32u e = kDqTab.v[(dql | (dql >> 31)) + 1];  // negative DQL: entry 0
             out.dqmag = static_cast<int>(e & 0xFFFF);
             out.dqword = static_cast<int>(e >> 16);
         } else {
@@ -278,12 +276,13 @@ struct Adapt {
             a2n = a2 - (a2 >> 7);
             a1n = a1 - (a1 >> 8);
         } else {
-            const int p1 = pk0 ^ pk1;
+            const int p1 = pk0 ^ pk1;  // the sign of DQ + SEZ changed: a coin toss
             int f = 4 * a1;
             f = f > 32764 ? 32764 : (f < -32764 ? -32764 : f);
             const int g = pk0 == pk2 ? 16384 : -16384;
-            a2n = a2 + ((g + (p1 ? f : -f)) >> 7) - (a2 >> 7);
-            a1n = a1 - (a1 >> 8) + (p1 ? -192 : 192);
+            const int same = p1 - 1;  // -1 when the sign held, 0 when it changed
+            a2n = a2 + ((g + ((f ^ same) - same)) >> 7) - (a2 >> 7);
+            a1n = a1 - (a1 >> 8) + 192 - 384 * p1;
         }
         a2n = lo16i(a2n);
         a2n = a2n > 12288 ? 12288 : (a2n < -12288 ? -12288 : a2n);
@@ -303,11 +302,9 @@ struct Adapt {
             a1 = a1n;
             a2 = a2n;
             td = a2n < -11776;
-            const int v = satMag(lo16i(4 * dms - dml));
-            if (y >= 1536 && v < (dml >> 3) && td == 0)
-                ap = ap + ((-ap) >> 4);
-            else
-                ap = ap + ((512 - ap) >> 4);
+            const int v = satAbs16(lo16i(4 * dms - dml));
+            const int slow = (y >= 1536) & (v < (dml >> 3)) & (td == 0);
+            ap = ap + ((((slow ^ 1) << 9) - ap) >> 4);
         }
         pk2 = pk1;
         pk1 = pk0;
