@@ -146,6 +146,8 @@ TEST(G726Args, EveryExportChecksInOrderAndWritesNothingOnFailure) {
         {"AP 513", badCore([](auto& e) { e.ap = 513; }), kvoErrOutOfRange},
         {"AP -1", badCore([](auto& e) { e.ap = -1; }), kvoErrOutOfRange},
         {"TD 2", badCore([](auto& e) { e.td = 2; }), kvoErrOutOfRange},
+        {"sign word 2", badCore([](auto& e) { e.dqSign[3] = 2; }), kvoErrOutOfRange},
+        {"PK -1", badCore([](auto& e) { e.pk1 = -1; }), kvoErrOutOfRange},
         {"dec law 3", badDecoder([](auto& d) { d.law = 3; }), kvoErrOutOfRange},
         {"dec YU 0", badDecoder([](auto& d) { d.core.yu = 0; }), kvoErrOutOfRange},
     };

@@ -113,6 +113,7 @@ TEST(ALCBehaviour, TalkerTwentyDbBelowGetsTheFullMaximumGainOnly) {
     EXPECT_NEAR(db(g.back()), kMaxGainDb, 0.01);
     EXPECT_NEAR(db(level(y) / level(x)), kMaxGainDb, 0.3);
     EXPECT_NEAR(db(level(y) / kTarget), -20.0 + kMaxGainDb, 0.5);
+    RecordProperty("output_level_dB_re_target", std::to_string(db(level(y) / kTarget)));
 }
 
 // A talker above the target is never raised: it is brought down toward it.
@@ -123,6 +124,8 @@ TEST(ALCBehaviour, TalkerAboveTargetIsNotRaised) {
     const std::vector<Kvo16s> y = run(s, x, &g);
     EXPECT_LE(*std::max_element(g.begin(), g.end()), 1.0);
     EXPECT_NEAR(db(level(y) / kTarget), 0.0, 2.0);
+    RecordProperty("final_gain_dB", std::to_string(db(g.back())));
+    RecordProperty("output_level_dB_re_target", std::to_string(db(level(y) / kTarget)));
 }
 
 // Stationary noise alone, below the noise ceiling (mean magnitude 65.38),
