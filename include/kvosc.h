@@ -422,6 +422,36 @@ KvoStatus kvosFilterHighband_G722_16s_I(Kvo16s* pSrcDst, Kvo32s len, Kvo16s* pFi
 /* Nine-tap low-pass and decimation by 4; 5 history samples before pSrc. */
 KvoStatus kvosDownsampleFilter_G722_16s(const Kvo16s* pSrc, Kvo32s len, Kvo16s* pDst);
 
+/* ---- G.726 ------------------------------------------------------------- */
+
+/* Size in bytes of KvoG726EncodeState. */
+KvoStatus kvosEncodeGetStateSize_G726_16s8u(Kvo32s* pSize);
+/* Starts a G.726 encoder at rate 17, 22, 23 or 24 (16, 24, 32, 40 kbit/s). */
+KvoStatus kvosEncodeInit_G726_16s8u(KvoG726EncodeState* pState, KvoSpeechRate rate);
+/* G.726 encoder: 14-bit linear samples to one right-justified code per byte. */
+KvoStatus kvosEncode_G726_16s8u(KvoG726EncodeState* pState, const Kvo16s* pSrc, Kvo8u* pDst,
+                                Kvo32s len);
+/* Size in bytes of KvoG726DecodeState. */
+KvoStatus kvosDecodeGetStateSize_G726_8u16s(Kvo32s* pSize);
+/* Starts a G.726 decoder at a rate as the encoder's; law 0 mu-law, 1 A-law, 2 linear output. */
+KvoStatus kvosDecodeInit_G726_8u16s(KvoG726DecodeState* pState, KvoSpeechRate rate, Kvo32s law);
+/* G.726 decoder: codes to 14-bit linear samples or G.711 bytes with tandem adjustment. */
+KvoStatus kvosDecode_G726_8u16s(KvoG726DecodeState* pState, const Kvo8u* pSrc, Kvo16s* pDst,
+                                Kvo32s len);
+
+/* ---- G.169 level control ----------------------------------------------- */
+
+/* Size in bytes of KvoALCState (124). */
+KvoStatus kvosALCGetStateSize_G169_16s(Kvo32s* pSize);
+/* Starts the level control: target -26.1 dBov, ceiling 0 dBov, maximum gain 11.6 dB. */
+KvoStatus kvosALCInit_G169_16s(KvoALCState* pState);
+/* Sets the target and the ceiling, both in dB below full scale (32768). */
+KvoStatus kvosALCSetLevel_G169_16s(KvoALCState* pState, Kvo32f targetDb, Kvo32f maxDb);
+/* Sets the highest gain in dB. */
+KvoStatus kvosALCSetGain_G169_16s(KvoALCState* pState, Kvo32f maxGainDb);
+/* G.169 level control on blocks of 8 samples; len a multiple of 8; pDst may be pSrc. */
+KvoStatus kvosALC_G169_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len, KvoALCState* pState);
+
 #ifdef __cplusplus
 }
 #endif

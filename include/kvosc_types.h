@@ -166,6 +166,75 @@ typedef struct {
     Kvo16s reserved;       /* pads the record to its 20 bytes; cleared by Init */
 } KvoPhaseDispersionState_G729D;
 
+/* ---- G.726 ADPCM ------------------------------------------------------- */
+
+/* State of the G.726 encoder.  Plain values, no pointers: a copy is a snapshot
+ * of the coder.  Floating words hold exponent * 64 + 6-bit mantissa; their
+ * signs are kept apart (1 = negative); a zero magnitude is exponent 0,
+ * mantissa 32. */
+typedef struct {
+    Kvo16s pk0;       /* sign of DQ + SEZ of the current sample, 1 = negative */
+    Kvo16s pk1;       /* pk0 one sample back */
+    Kvo16s pk2;       /* pk0 two samples back */
+    Kvo16s rateIndex; /* 0..3 for 16, 24, 32, 40 kbit/s */
+    Kvo16s yu;        /* fast quantizer scale factor */
+    Kvo16s ap;        /* unlimited speed control parameter */
+    Kvo32s yl;        /* slow quantizer scale factor, 6 more fraction bits than yu */
+    Kvo16s dms;       /* short-term average of F[I] */
+    Kvo16s dml;       /* long-term average of F[I] */
+    Kvo16s td;        /* tone detected */
+    Kvo16s sez;       /* partial signal estimate of the last sample */
+    Kvo16s b[6];      /* zero-section predictor coefficients B1..B6 */
+    Kvo16s a[2];      /* pole-section predictor coefficients A1, A2 */
+    Kvo16s dq[6];     /* quantized differences DQ1..DQ6, floating words */
+    Kvo16s sr[2];     /* reconstructed signals SR1, SR2, floating words */
+    Kvo16s dqSign[6]; /* signs of DQ1..DQ6 */
+    Kvo16s srSign[2]; /* signs of SR1, SR2 */
+} KvoG726EncodeState;
+
+/* State of the G.726 decoder: the encoder's record and the output law
+ * (0 mu-law, 1 A-law, 2 linear). */
+typedef struct {
+    KvoG726EncodeState core;
+    Kvo16s law;
+} KvoG726DecodeState;
+
+/* ---- G.169 automatic level control ------------------------------------- */
+
+/* State of the level control; amplitudes are on the 16-bit sample scale. */
+typedef struct {
+    Kvo32f targetLevel;  /* target amplitude */
+    Kvo32f maxLevel;     /* amplitude ceiling of the output */
+    Kvo32f minNoise;     /* lowest noise level */
+    Kvo32f maxNoise;     /* highest noise level */
+    Kvo32f maxGain;      /* highest gain */
+    Kvo32f minRateStart; /* lowest rate between talkspurts */
+    Kvo32f minRate;      /* lowest rate of the talker power average */
+    Kvo32f hangBlocks;   /* blocks after which a talkspurt ends */
+    Kvo32f gainSlew;     /* factor of the gain step */
+    Kvo16s hangCount;    /* blocks since the envelope last passed the talk threshold */
+    Kvo16s talkCount;    /* talkspurts so far */
+    Kvo16s activeBlocks; /* blocks of the present talkspurt above the threshold */
+    Kvo16s talking;      /* a talkspurt is on */
+    Kvo32f env;          /* fast envelope */
+    Kvo32f peakEnv;      /* decaying peak of env */
+    Kvo32f speechPeak;   /* peak level of the talker */
+    Kvo32f noiseEnv;     /* noise level */
+    Kvo32f noisePeak;    /* slow follower of env, at least noiseEnv */
+    Kvo32f speechPow;    /* long-term mean square of the talker */
+    Kvo32f rate;         /* adaptation rate of speechPow */
+    Kvo32f speechLevel;  /* sqrt(speechPow) * crest */
+    Kvo32f crest;        /* factor from RMS to level */
+    Kvo32f gainTarget;   /* gain that the level logic wants */
+    Kvo32f slew;         /* present step factor of gainTarget */
+    Kvo32f gain;         /* gain in use */
+    Kvo32f gainRate;     /* share of the distance to gainTarget that gain moves per block */
+    Kvo32f savedPow;     /* speechPow at the start of the talkspurt */
+    Kvo32f savedGain;    /* gainTarget at the start of the talkspurt */
+    Kvo32f savedRate;    /* rate at the start of the talkspurt */
+    Kvo32f reserved[4];  /* unused room that completes the record's 124 bytes */
+} KvoALCState;
+
 #ifdef __cplusplus
 }
 #endif

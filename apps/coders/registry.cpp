@@ -6,13 +6,15 @@
 namespace kvosc::coders {
 
 // Each assembled coder defines its record in its own file; list it here.
-extern const Coder kGsmFr;
+extern const Coder kG726;
 extern const Coder kG722;
+extern const Coder kGsmFr;
 
 const std::vector<const Coder*>& all_coders() {
     static const std::vector<const Coder*> list = {
-        &kGsmFr,
+        &kG726,
         &kG722,
+        &kGsmFr,
     };
     return list;
 }
