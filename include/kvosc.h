@@ -213,6 +213,38 @@ KvoStatus kvosLSFQuant_G729B_16s(const Kvo16s* pSrcLSF, Kvo16s* pPrevFreq, Kvo16
                                  Kvo16s* pDstIdx);
 /* G.729B silence-descriptor LSF decoder from three indices; history push; warnings. */
 KvoStatus kvosLSFDecode_G729B_16s(const Kvo16s* pIdx, Kvo16s* pPrevFreq, Kvo16s* pDstQLSF);
+/* -- G.729 fixed codebook search (h Q12; 616-element correlation matrix; d = target
+      correlation from kvosCrossCorr_NormM_16s; code vectors Q13, annex E Q12) -- */
+
+/* Scales h and builds the track-ordered correlation matrix (plain sums). */
+KvoStatus kvosToeplizMatrix_G729_16s32s(const Kvo16s* pSrcImpulse, Kvo32s* pDstMatrix);
+/* The same matrix at the 16-bit scale (>> 15, saturated). */
+KvoStatus kvosToeplizMatrix_G729_16s(const Kvo16s* pSrcImpulse, Kvo16s* pDstMatrix);
+/* G.729 four-pulse search on a 32-bit matrix (shifted in place); budget in pSearchTimes. */
+KvoStatus kvosFixedCodebookSearch_G729_32s16s(const Kvo16s* pSrcFixedCorr, Kvo32s* pSrcDstMatrix,
+                                              Kvo16s* pDstFixedVector, Kvo16s* pDstFixedIndex,
+                                              Kvo16s* pSearchTimes, Kvo32s subFrame);
+/* G.729 four-pulse search on a 16-bit matrix; subFrame 0 or 1. */
+KvoStatus kvosFixedCodebookSearch_G729_16s(const Kvo16s* pSrcFixedCorr, Kvo16s* pSrcDstMatrix,
+                                           Kvo16s* pDstFixedVector, Kvo16s* pDstFixedIndex,
+                                           Kvo16s* pSearchTimes, Kvo32s subFrame);
+/* G.729A depth-first four-pulse search on a 32-bit matrix (shifted in place). */
+KvoStatus kvosFixedCodebookSearch_G729A_32s16s(const Kvo16s* pSrcFixedCorr,
+                                               Kvo32s* pSrcDstMatrix, Kvo16s* pDstFixedVector,
+                                               Kvo16s* pDstFixedIndex);
+/* G.729A depth-first four-pulse search on a 16-bit matrix. */
+KvoStatus kvosFixedCodebookSearch_G729A_16s(const Kvo16s* pSrcFixedCorr, Kvo16s* pSrcDstMatrix,
+                                            Kvo16s* pDstFixedVector, Kvo16s* pDstFixedIndex);
+/* G.729D two-pulse 11-bit search; code, filtered code, sign word and Gray position index. */
+KvoStatus kvosFixedCodebookSearch_G729D_16s(const Kvo16s* pSrcFixedCorr,
+                                            const Kvo16s* pSrcImpulse, Kvo16s* pDstFixedVector,
+                                            Kvo16s* pDstFltFixedVector, Kvo16s* pDstSign,
+                                            Kvo16s* pDstIndex);
+/* G.729E search: mode 0 ten pulses in 35 bits, otherwise twelve in 44; five index words. */
+KvoStatus kvosFixedCodebookSearch_G729E_16s(Kvo16s mode, const Kvo16s* pSrcTarget,
+                                            const Kvo16s* pSrcLtpResidual,
+                                            const Kvo16s* pSrcImpulse, Kvo16s* pDstFixedVector,
+                                            Kvo16s* pDstFltFixedVector, Kvo16s* pDstFixedIndex);
 
 #ifdef __cplusplus
 }

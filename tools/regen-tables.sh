@@ -15,3 +15,4 @@ $gen "$root/g729" src/g729 lsp_tables \
     PtrTab_1 PtrTab_2
 $gen "$root/numeric" tests/g729_lsp lsp_test_hp a140 b140
 $gen "$root/g729" tests/g729_lsp lsp_test_reset freq_prev_reset
+$gen "$root/g729" src/g729 fcb_tables trackTable0 trackTable1 grayEncode
