@@ -245,6 +245,75 @@ KvoStatus kvosFixedCodebookSearch_G729E_16s(Kvo16s mode, const Kvo16s* pSrcTarge
                                             const Kvo16s* pSrcLtpResidual,
                                             const Kvo16s* pSrcImpulse, Kvo16s* pDstFixedVector,
                                             Kvo16s* pDstFltFixedVector, Kvo16s* pDstFixedIndex);
+/* ==== G.729 ============================================================ */
+
+/* ---- G.729 adaptive codebook and pitch -------------------------------- */
+/* Excitation buffers hold 154 past samples, then the 40 of the subframe (index 154). */
+
+/* Open-loop pitch lag (20..143) of an 80-sample frame; 143 samples before pSrc are read. */
+KvoStatus kvosOpenLoopPitchSearch_G729_16s(const Kvo16s* pSrc, Kvo16s* pDstOpenLoopDelay);
+/* Open-loop pitch lag of the reduced-complexity coder (annex A, even samples). */
+KvoStatus kvosOpenLoopPitchSearch_G729A_16s(const Kvo16s* pSrc, Kvo16s* pDstOpenLoopDelay);
+/* Lag of the largest 32-bit autocorrelation sum(x[n] x[n-lag]); pMax is that sum doubled. */
+KvoStatus kvosAutoCorrLagMax_Inv_16s(const Kvo16s* pSrc, Kvo32s len, Kvo32s lowerLag,
+                                     Kvo32s upperLag, Kvo32s* pMax, Kvo32s* pMaxLag);
+/* Lag of the largest 32-bit autocorrelation sum(x[n] x[n+lag]); pMax is that sum doubled. */
+KvoStatus kvosAutoCorrLagMax_Fwd_16s(const Kvo16s* pSrc, Kvo32s len, Kvo32s lowerLag,
+                                     Kvo32s upperLag, Kvo32s* pMax, Kvo32s* pMaxLag);
+/* Closed-loop lag and 1/3 fraction around valOpenDelay (18..145); writes the adaptive vector. */
+KvoStatus kvosAdaptiveCodebookSearch_G729_16s(Kvo32s valOpenDelay, const Kvo16s* pSrcAdptTarget,
+                                              const Kvo16s* pSrcImpulseResponse,
+                                              Kvo16s* pSrcDstPrevExc, Kvo16s* pDstDelay,
+                                              Kvo16s* pDstAdptVector, Kvo16s subFrame);
+/* Closed-loop search of annex A (backward-filtered target, three fractions). */
+KvoStatus kvosAdaptiveCodebookSearch_G729A_16s(Kvo32s valOpenDelay, const Kvo16s* pSrcAdptTarget,
+                                               const Kvo16s* pSrcImpulseResponse,
+                                               Kvo16s* pSrcDstPrevExc, Kvo16s* pDstDelay,
+                                               Kvo16s* pDstAdptVector, Kvo16s subFrame);
+/* Closed-loop search of annex D (6.4 kbit/s lag resolution); builds no vector. */
+KvoStatus kvosAdaptiveCodebookSearch_G729D_16s(Kvo32s valOpenDelay, const Kvo16s* pSrcAdptTarget,
+                                               const Kvo16s* pSrcImpulseResponse,
+                                               const Kvo16s* pSrcDstPrevExc, Kvo16s subFrame,
+                                               Kvo16s* pDstDelay);
+/* Adaptive vector of lag pDelay[0] (18..144) and fraction pDelay[1] (-1..1), written at 154. */
+KvoStatus kvosDecodeAdaptiveVector_G729_16s_I(const Kvo16s* pDelay, Kvo16s* pSrcDstPrevExc);
+/* As kvosDecodeAdaptiveVector_G729_16s_I, then the 40 samples copied to pDst. */
+KvoStatus kvosDecodeAdaptiveVector_G729_16s(const Kvo16s* pDelay, Kvo16s* pSrcDstPrevExc,
+                                            Kvo16s* pDst);
+/* Filters the vector by the Q12 impulse response; pitch gain Q14 (at most 1.2). */
+KvoStatus kvosAdaptiveCodebookGain_G729_16s(const Kvo16s* pSrcAdptTarget,
+                                            const Kvo16s* pSrcImpulseResponse,
+                                            const Kvo16s* pSrcAdptVector,
+                                            Kvo16s* pDstFltAdptVector, Kvo16s* pResultAdptGain);
+/* Filters the vector by 1/A(z) (11 Q12 coefficients, zero history); pitch gain Q14. */
+KvoStatus kvosAdaptiveCodebookGain_G729A_16s(const Kvo16s* pSrcAdptTarget, const Kvo16s* pSrcLPC,
+                                             const Kvo16s* pSrcAdptVector,
+                                             Kvo16s* pDstFltAdptVector, Kvo16s* pResultAdptGain);
+/* Target update dst = target - filtered vector * gain (Q14), saturated. */
+KvoStatus kvosAdaptiveCodebookContribution_G729_16s(Kvo16s gain, const Kvo16s* pFltAdptVector,
+                                                    const Kvo16s* pSrcAdptTarget,
+                                                    Kvo16s* pDstAdptTarget);
+
+/* ---- G.729 gain quantisation ------------------------------------------ */
+/* Past quantised energies: four Q10 values, newest first, started at -14336. */
+
+/* Joint pitch/code gain quantiser at 8 kbit/s: gains (Q14, Q1) and raw stage indices. */
+KvoStatus kvosGainQuant_G729_16s(const Kvo16s* pSrcAdptTarget, const Kvo16s* pSrcFltAdptVector,
+                                 const Kvo16s* pSrcFixedVector, const Kvo16s* pSrcFltFixedVector,
+                                 Kvo16s* pSrcDstEnergyErr, Kvo16s* pDstQGain,
+                                 Kvo16s* pDstQGainIndex, Kvo16s tameFlag);
+/* Joint gain quantiser at 6.4 kbit/s (annex D codebooks). */
+KvoStatus kvosGainQuant_G729D_16s(const Kvo16s* pSrcAdptTarget, const Kvo16s* pSrcFltAdptVector,
+                                  const Kvo16s* pSrcFixedVector, const Kvo16s* pSrcFltFixedVector,
+                                  Kvo16s* pSrcDstEnergyErr, Kvo16s* pDstQGain,
+                                  Kvo16s* pDstQGainIndex, Kvo16s tameFlag);
+/* Gain decoder at 8 kbit/s from coded indices; null pIdx decodes an erased frame. */
+KvoStatus kvosDecodeGain_G729_16s(Kvo32s energy, Kvo16s* pSrcDstEnergyErr, const Kvo16s* pIdx,
+                                  Kvo16s* pSrcDstQGain);
+/* Gain decoder at 6.4 kbit/s; an erased frame scales both gains by gainAttenuation (Q15). */
+KvoStatus kvosDecodeGain_G729I_16s(Kvo32s energy, Kvo16s gainAttenuation,
+                                   Kvo16s* pSrcDstEnergyErr, const Kvo16s* pIdx,
+                                   Kvo16s* pSrcDstQGain);
 
 #ifdef __cplusplus
 }
