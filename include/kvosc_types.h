@@ -123,6 +123,17 @@ typedef struct {
     Kvo16s b2;
 } KvoHighPassState_G729;
 
+/* ---- G.729 post-processing ------------------------------------------- */
+
+/* State of the G.729D phase dispersion (anti-sparseness) stage.  Plain values. */
+typedef struct {
+    Kvo16s gainHistory[6]; /* pitch gains, Q14, newest first */
+    Kvo16s prevDispersion; /* filter class of the last subframe: 0, 1 or 2 */
+    Kvo16s prevCbGain;     /* fixed-codebook gain of the last subframe */
+    Kvo16s onset;          /* onset hang-over counter, 2 down to 0 */
+    Kvo16s reserved;       /* pads the record to its 20 bytes; cleared by Init */
+} KvoPhaseDispersionState_G729D;
+
 #ifdef __cplusplus
 }
 #endif

@@ -19,3 +19,5 @@ $gen "$root/g729" src/g729 fcb_tables trackTable0 trackTable1 grayEncode
 $gen "$root/g729" src/g729 pitch_tables inter_3 inter_3l
 $gen "$root/g729" src/g729 gain_tables gbk1 gbk2 gbk1_6k gbk2_6k
 $gen "$root/g729" tests/g729_gain gain_test_tables map1 map2 map1_6k map2_6k
+$gen "$root/g729" src/g729 post_tables tab_hup_s tab_hup_l facGamma1_pst facGamma2_pst \
+    phImpLow phImpMid
