@@ -21,3 +21,5 @@ $gen "$root/g729" src/g729 gain_tables gbk1 gbk2 gbk1_6k gbk2_6k
 $gen "$root/g729" tests/g729_gain gain_test_tables map1 map2 map1_6k map2_6k
 $gen "$root/g729" src/g729 post_tables tab_hup_s tab_hup_l facGamma1_pst facGamma2_pst \
     phImpLow phImpMid
+$gen "$root/numeric" apps/coders g729_filter_tables a140 b140 a100 b100
+$gen "$root/g729" apps/coders g729_tables freq_prev_reset map1 map2

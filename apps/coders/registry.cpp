@@ -7,10 +7,14 @@ namespace kvosc::coders {
 
 // Each assembled coder defines its record in its own file; list it here.
 // extern const Coder kGsmFr;
+extern const Coder kG729;
+extern const Coder kG729A;
 
 const std::vector<const Coder*>& all_coders() {
     static const std::vector<const Coder*> list = {
         // &kGsmFr,
+        &kG729,
+        &kG729A,
     };
     return list;
 }
