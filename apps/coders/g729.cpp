@@ -215,9 +215,11 @@ void updateTaming(EncoderState& s, Kvo16s gainPitch, int t0) {
 }
 
 // G.729 adaptive perceptual weighting: LARs of the first two reflection
-// coefficients (piecewise linear, Q11), flatness decision with hysteresis,
-// then either fixed gammas (0.94, 0.6) or gamma1 0.98 with gamma2 falling
-// with the smallest LSF spacing, held within 0.4 .. 0.7.
+// coefficients (piecewise linear, Q11; the first subframe takes the mean of
+// the last and the new frame's), a flatness decision with hysteresis
+// (non-flat below -1.74 and above 0.65, flat again above -1.52 or below
+// 0.43), then fixed gammas (0.94, 0.6) for a flat spectrum, or gamma1 0.98
+// with gamma2 falling with the smallest LSF spacing, held within 0.4 .. 0.7.
 void perceptualGammas(EncoderState& s, const Kvo16s* lsfInt, const Kvo16s* lsfNew,
                       Kvo16s* gamma1, Kvo16s* gamma2) {
     Kvo16s lar[4];
@@ -247,10 +249,12 @@ void perceptualGammas(EncoderState& s, const Kvo16s* lsfInt, const Kvo16s* lsfNe
             gamma2[k] = 19661;
             continue;
         }
+        // Smallest LSF spacing, on the scale where 1.0 is pi (twice the normalised
+        // frequency); gamma2 = 1 - 6 pi d in Q10, then Q15.
         const Kvo16s* lsf = k == 0 ? lsfInt : lsfNew;
         int dmin = sub(lsf[1], lsf[0]);
         for (int i = 1; i < kOrder - 1; ++i) dmin = std::min<int>(dmin, sub(lsf[i + 1], lsf[i]));
-        const Kvo16s t = sub(1024, mult(19302, dmin));
+        const Kvo16s t = sub(1024, mult(19302, add(dmin, dmin)));
         gamma1[k] = 32113;
         gamma2[k] = std::clamp<Kvo16s>(sat16(int32_t{t} << 5), 13107, 22938);
     }
