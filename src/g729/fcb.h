@@ -17,6 +17,8 @@
 // replaces the leading one (kvosToeplizMatrix_G729D_16s32s_).
 #pragma once
 
+#include <emmintrin.h>
+
 #include "kvosc_types.h"
 
 namespace kvo {
@@ -46,6 +48,45 @@ void ownScaleImpulse_G729(const Kvo16s* pSrc, Kvo16s* pDst);
 void ownToeplizMatrix_G729_32s(const Kvo16s* pH, Kvo32s* pDst);
 // The same for the annex D layout (elements 552 .. 615 untouched).
 void ownToeplizMatrix_G729D_32s(const Kvo16s* pH, Kvo32s* pDst);
+
+// Strict sequential scan of eight candidates (sq, alp) against the best so
+// far (bestSq, bestAlp): a candidate is taken when sq bestAlp > bestSq alp.
+// Returns the index of the last one taken, or -1, and updates the best.  The
+// first pass only asks whether any candidate beats the best at the start: if
+// none does, the scan takes none.  All values are 16-bit (sq -1 .. 32767).
+inline int ownScanBest8Tail(const Kvo32s* sq, const Kvo32s* alp, Kvo32s& bestSq,
+                            Kvo32s& bestAlp) {
+    int w = -1;
+    for (int k = 0; k < 8; ++k)
+        if (sq[k] * bestAlp > bestSq * alp[k]) {
+            bestSq = sq[k];
+            bestAlp = alp[k];
+            w = k;
+        }
+    return w;
+}
+// Plain twin of ownScanBest8.
+inline int ownScanBest8_Scalar(const Kvo32s* sq, const Kvo32s* alp, Kvo32s& bestSq,
+                               Kvo32s& bestAlp) {
+    Kvo32s any = 0;
+    for (int k = 0; k < 8; ++k) any |= static_cast<Kvo32s>(sq[k] * bestAlp > bestSq * alp[k]);
+    return any ? ownScanBest8Tail(sq, alp, bestSq, bestAlp) : -1;
+}
+inline int ownScanBest8(const Kvo32s* sq, const Kvo32s* alp, Kvo32s& bestSq, Kvo32s& bestAlp) {
+    // sq bestAlp - bestSq alp in each 32-bit lane by one multiply-add of the
+    // 16-bit pairs (sq, alp) and (bestAlp, -bestSq); no sum can overflow.
+    const __m128i s = _mm_packs_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(sq)),
+                                      _mm_loadu_si128(reinterpret_cast<const __m128i*>(sq + 4)));
+    const __m128i a = _mm_packs_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(alp)),
+                                      _mm_loadu_si128(reinterpret_cast<const __m128i*>(alp + 4)));
+    const __m128i k = _mm_set1_epi32(static_cast<Kvo32s>(
+        (static_cast<Kvo32u>(-bestSq) << 16) | (static_cast<Kvo32u>(bestAlp) & 0xffff)));
+    const __m128i lo = _mm_madd_epi16(_mm_unpacklo_epi16(s, a), k);
+    const __m128i hi = _mm_madd_epi16(_mm_unpackhi_epi16(s, a), k);
+    const __m128i z = _mm_setzero_si128();
+    const int any = _mm_movemask_epi8(_mm_or_si128(_mm_cmpgt_epi32(lo, z), _mm_cmpgt_epi32(hi, z)));
+    return any ? ownScanBest8Tail(sq, alp, bestSq, bestAlp) : -1;
+}
 
 // Scales pSrcImpulse and builds the G.729 matrix (32-bit and 16-bit forms).
 void ownToeplizMatrix_G729_16s32s(const Kvo16s* pSrcImpulse, Kvo32s* pDst);

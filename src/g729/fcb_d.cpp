@@ -13,6 +13,7 @@
 // position), filtered code vector (the input h placed at each pulse with its
 // sign, saturating), sign word (bit 0 first pulse, bit 1 second, 1 = plus) and
 // position index grayEncode[i0] + 16 grayEncode[i1].
+#include <algorithm>
 #include <cstring>
 
 #include "g729/fcb.h"
@@ -55,17 +56,28 @@ void ownFixedCodebookSearch_G729D(const Kvo16s* pCorr, const Kvo16s* pImpulse, K
         sign[i] = d >= 0 ? Kvo16s{32767} : Kvo16s{-32768};
         dn[i] = d >= 0 ? d : (d == -32768 ? Kvo16s{32767} : static_cast<Kvo16s>(-d));
     }
-    // Main-body sign factors: 32766 (+ +), 32767 (- -), -32767 (mixed).
+    // Main-body sign factors: 32766 (+ +), 32767 (- -), -32767 (mixed), as
+    // (r f) >> 15 = r + ((-(32768 - f) r) >> 15) without multiplies.
     for (int k = 0; k < 8; ++k) {
         Kvo32s* b = pMatrix + kFcbBlockBase + 64 * k;
         const int t1 = kFcbPairsD[k][0], t2 = kFcbPairsD[k][1];
-        for (int i = 0; i < 8; ++i)
+        Kvo32s pb[8];
+        for (int j = 0; j < 8; ++j) pb[j] = sign[t2 + 5 * j] > 0;
+        for (int i = 0; i < 8; ++i) {
+            const Kvo32s pa = sign[t1 + 5 * i] > 0;
+            Kvo32s* row = b + 8 * i;
             for (int j = 0; j < 8; ++j) {
-                const bool pa = sign[t1 + 5 * i] > 0, pb = sign[t2 + 5 * j] > 0;
-                const Kvo32s f = pa == pb ? (pa ? 32766 : 32767) : -32767;
-                b[8 * i + j] = (b[8 * i + j] * f) >> 15;
+                const Kvo32s r = row[j];
+                const Kvo32s both = r + ((-2 * r) >> 15);
+                const Kvo32s none = r + ((-r) >> 15);
+                const Kvo32s mixed = (r >> 15) - r;
+                row[j] = pa != pb[j] ? mixed : (pa ? both : none);
             }
+        }
     }
+
+    Kvo32s dt[5][8];
+    for (int p = 0; p < L; ++p) dt[p % 5][p / 5] = dn[p];
 
     Kvo32s psc = 0, alpha = 32767;
     int first = 1, second = 0;
@@ -76,17 +88,21 @@ void ownFixedCodebookSearch_G729D(const Kvo16s* pCorr, const Kvo16s* pImpulse, K
         const Kvo32s* d2 = pMatrix + 8 * t2;
         for (int i = 0; i < 8; ++i) {
             const int a = t1 + 5 * i;
+            const Kvo32s* row = blk + 8 * i;
+            const Kvo32s* d2n = dt[t2];
+            const Kvo32s da = dn[a];
+            Kvo32s sqv[8], alpv[8];
             for (int j = 0; j < 8; ++j) {
-                const int b = t2 + 5 * j;
-                const Kvo32s ps = sat16(Kvo32s{dn[a]} + dn[b]);
-                const Kvo32s alp = lo16((d1[i] + d2[j] + 2 * blk[8 * i + j]) >> 4);
-                const Kvo32s sq = (ps * ps) >> 15;
-                if (sq * alpha > alp * psc) {
-                    psc = sq;
-                    alpha = alp;
-                    first = kPairsD[k].firstIsColumn ? b : a;
-                    second = kPairsD[k].firstIsColumn ? a : b;
-                }
+                // Magnitudes are at most 32767: the sum saturates at 32767.
+                const Kvo32s ps = std::min(da + d2n[j], 32767);
+                sqv[j] = (ps * ps) >> 15;
+                alpv[j] = lo16((d1[i] + d2[j] + 2 * row[j]) >> 4);
+            }
+            const int w = ownScanBest8(sqv, alpv, psc, alpha);
+            if (w >= 0) {
+                const int b = t2 + 5 * w;
+                first = kPairsD[k].firstIsColumn ? b : a;
+                second = kPairsD[k].firstIsColumn ? a : b;
             }
         }
     }

@@ -16,6 +16,7 @@
 // in pulse order), five index words (35 bits: one 7-bit word per track; 44
 // bits: two 10-bit words of three-pulse tracks, the first with its track in
 // bits 10 .. 12, then three 7-bit words).
+#include <algorithm>
 #include <cstring>
 
 #include "g729/fcb.h"
@@ -36,6 +37,11 @@ constexpr Kvo16s mult16(Kvo32s a, Kvo32s b) { return sat16((a * b) >> 15); }
 
 struct StateE {
     alignas(16) Kvo16s dn[L];
+    alignas(16) Kvo32s dt[5][8];  // dn by track
+    // Working h and its negation, each behind 40 zeros (h placed at p is
+    // hPad + 40 - p).
+    alignas(16) Kvo16s hPad[2 * L];
+    alignas(16) Kvo16s hNegPad[2 * L];
     alignas(16) Kvo16s sign[L];
     alignas(16) Kvo16s h[L];
     alignas(16) Kvo16s hNeg[L];
@@ -98,6 +104,11 @@ void prepare(const Kvo16s* pTarget, const Kvo16s* pRes, const Kvo16s* pImp, Stat
         }
     }
     kvosToeplizMatrix_G729E_16s_(pImp, st.sign, st.h, st.hNeg, &st.m);
+    for (int p = 0; p < L; ++p) st.dt[p % 5][p / 5] = st.dn[p];
+    std::fill_n(st.hPad, L, Kvo16s{0});
+    std::fill_n(st.hNegPad, L, Kvo16s{0});
+    std::memcpy(st.hPad + L, st.h, L * sizeof(Kvo16s));
+    std::memcpy(st.hNegPad + L, st.hNeg, L * sizeof(Kvo16s));
 }
 
 // Energy terms of the eight positions of a track against the pulses in vec:
@@ -114,26 +125,23 @@ void corHVec(const StateE& st, const Kvo16s* vec, int track, Kvo16s* cor) {
 void searchPair(const StateE& st, int tx, int ty, const Kvo16s* corX, const Kvo16s* corY,
                 Kvo32s& ps, Kvo32s& alp, int& ix, int& iy) {
     const Kvo16s* blk = st.m.blk[tx];
+    const Kvo32s* dy = st.dt[ty];
     Kvo32s sqk = -1, alpk = 1;
     for (int i = 0; i < 8; ++i) {
         const int x = tx + 5 * i;
         const Kvo32s ps1 = add16(ps, st.dn[x]);
         const Kvo32s alp1 = add16(alp, corX[i]);
-        int pos = -1;
+        const Kvo16s* row = blk + 8 * i;
+        Kvo32s sqv[8], alpv[8];
         for (int j = 0; j < 8; ++j) {
-            const int y = ty + 5 * j;
-            const Kvo32s ps2 = add16(ps1, st.dn[y]);
-            const Kvo32s alp2 = add16(alp1, add16(corY[j], blk[8 * i + j]));
-            const Kvo32s sq = mult16(ps2, ps2);
-            if (alpk * sq > sqk * alp2) {
-                sqk = sq;
-                alpk = alp2;
-                pos = y;
-            }
+            const Kvo32s ps2 = add16(ps1, dy[j]);
+            alpv[j] = add16(alp1, add16(corY[j], row[j]));
+            sqv[j] = mult16(ps2, ps2);
         }
-        if (pos >= 0) {
+        const int w = ownScanBest8(sqv, alpv, sqk, alpk);
+        if (w >= 0) {
             ix = x;
-            iy = pos;
+            iy = ty + 5 * w;
         }
     }
     ps = add16(ps, add16(st.dn[ix], st.dn[iy]));
@@ -174,13 +182,9 @@ int search(StateE& st, int nPulses, int* codvec) {
         alignas(16) Kvo16s vec[L] = {};
         for (int j = 2; j < nPulses; j += 2) {
             // Add the two pulses placed last to vec.
-            const Kvo16s* hx = st.sign[ix] < 0 ? st.hNeg : st.h;
-            const Kvo16s* hy = st.sign[iy] < 0 ? st.hNeg : st.h;
-            for (int i = 0; i < L; ++i) {
-                const Kvo32s a = i >= ix ? hx[i - ix] : 0;
-                const Kvo32s b = i >= iy ? hy[i - iy] : 0;
-                vec[i] = add16(vec[i], add16(a, b));
-            }
+            const Kvo16s* hx = (st.sign[ix] < 0 ? st.hNegPad : st.hPad) + L - ix;
+            const Kvo16s* hy = (st.sign[iy] < 0 ? st.hNegPad : st.hPad) + L - iy;
+            for (int i = 0; i < L; ++i) vec[i] = add16(vec[i], add16(hx[i], hy[i]));
             alignas(16) Kvo16s corX[8], corY[8];
             corHVec(st, vec, trk[j], corX);
             corHVec(st, vec, trk[j + 1], corY);

@@ -14,6 +14,7 @@
 // energy of the main search is kept as the low 16 bits of (sum >> 4), squares
 // are 16-bit fractional products, and candidates are compared by strict
 // cross-multiplication, so that the first candidate in scan order wins ties.
+#include <algorithm>
 #include <cstring>
 
 #include "g729/fcb.h"
@@ -57,19 +58,30 @@ struct Blocks {
     }
 };
 
+// The sign factors below are 16-bit fractional products (r f) >> 15 written
+// without multiplies: with f = 32768 - c, (r f) >> 15 = r + ((-c r) >> 15).
+// Elements are at most 65536 in magnitude (16-bit words, or 32-bit words
+// shifted right by 15), so nothing overflows.
+
 // Main-body sign factors: mult(sign_a, sign_b) = 32766 for two plus signs,
 // 32767 for two minus signs, -32767 for a mixed pair.
 template <class T>
 void applySignG729(const Kvo16s* sign, T* m) {
     for (int k = 0; k < 9; ++k) {
         T* b = m + kFcbBlockBase + 64 * k;
-        const int t1 = kFcbPairs[k][0], t2 = kFcbPairs[k][1];
+        const Kvo16s* s1 = sign + kFcbPairs[k][0];
+        const Kvo16s* s2 = sign + kFcbPairs[k][1];
+        Kvo32s pb[8];
+        for (int j = 0; j < 8; ++j) pb[j] = s2[5 * j] > 0;
         for (int i = 0; i < 8; ++i) {
-            const Kvo32s sa = sign[t1 + 5 * i];
+            const Kvo32s pa = s1[5 * i] > 0;
+            T* row = b + 8 * i;
             for (int j = 0; j < 8; ++j) {
-                const Kvo32s f = mult16(sa, sign[t2 + 5 * j]);
-                // |element| <= 65536 after the shift by 15: the product fits.
-                b[8 * i + j] = static_cast<T>((Kvo32s{b[8 * i + j]} * f) >> 15);
+                const Kvo32s r = row[j];
+                const Kvo32s both = r + ((-2 * r) >> 15);  // 32766
+                const Kvo32s none = r + ((-r) >> 15);      // 32767
+                const Kvo32s mixed = (r >> 15) - r;        // -32767
+                row[j] = static_cast<T>(pa != pb[j] ? mixed : (pa ? both : none));
             }
         }
     }
@@ -81,15 +93,18 @@ template <class T>
 void applySignA(const Kvo16s* sign, T* m) {
     for (int k = 0; k < 9; ++k) {
         T* b = m + kFcbBlockBase + 64 * k;
-        const int t1 = kFcbPairs[k][0], t2 = kFcbPairs[k][1];
+        const Kvo16s* s1 = sign + kFcbPairs[k][0];
+        const Kvo16s* s2 = sign + kFcbPairs[k][1];
+        Kvo32s pb[8];
+        for (int j = 0; j < 8; ++j) pb[j] = s2[5 * j] >= 0;
         for (int i = 0; i < 8; ++i) {
-            const bool plus = sign[t1 + 5 * i] >= 0;
+            const Kvo32s pa = s1[5 * i] >= 0;
+            T* row = b + 8 * i;
             for (int j = 0; j < 8; ++j) {
-                const bool same = plus == (sign[t2 + 5 * j] >= 0);
-                const Kvo64s r = b[8 * i + j];
-                Kvo64s v = same ? (r * 32767) >> 15 : -r;
-                if (r == -32768 && !same) v = 32767;
-                b[8 * i + j] = static_cast<T>(v);
+                const Kvo32s r = row[j];
+                const Kvo32s same = r + ((-r) >> 15);
+                const Kvo32s neg = r == -32768 ? 32767 : -r;
+                row[j] = static_cast<T>(pa == pb[j] ? same : neg);
             }
         }
     }
@@ -134,6 +149,8 @@ void searchG729(const Kvo16s* pCorr, T* pMatrix, Kvo16s* pCode, Kvo16s* pIndex,
 
     applySignG729(sign, pMatrix);
     const Blocks<T> b(pMatrix);
+    Kvo32s dt[5][8];
+    for (int p = 0; p < L; ++p) dt[p % 5][p / 5] = dn[p];
 
     Kvo16s time = add16(75, firstSubframe ? 30 : *pSearchTimes);
     int ip[4] = {0, 1, 2, 3};
@@ -151,7 +168,7 @@ void searchG729(const Kvo16s* pCorr, T* pMatrix, Kvo16s* pCode, Kvo16s* pIndex,
             const Kvo32s alp1 = alp0 + b.diag[1][i1] + 2 * Kvo32s{b.r[0][1][8 * i0 + i1]};
             bool haveV = false;
             for (int i2 = 0; i2 < 8; ++i2) {
-                const Kvo16s ps2 = add16(ps1, dn[2 + 5 * i2]);
+                const Kvo32s ps2 = add16(ps1, dn[2 + 5 * i2]);
                 if (ps2 <= thres) continue;
                 const Kvo32s alp2 = alp1 + b.diag[2][i2] +
                                     2 * (Kvo32s{b.r[0][2][8 * i0 + i2]} + b.r[1][2][8 * i1 + i2]);
@@ -167,19 +184,19 @@ void searchG729(const Kvo16s* pCorr, T* pMatrix, Kvo16s* pCode, Kvo16s* pIndex,
                 // All of track 3, then all of track 4.
                 for (int t = 0; t < 2; ++t) {
                     const T* r23 = b.r[2][3 + t] + 8 * i2;
+                    const Kvo32s* d3 = dt[3 + t];
+                    Kvo32s sqv[8], alpv[8];
                     for (int k = 0; k < 8; ++k) {
-                        const int p3 = 3 + t + 5 * k;
-                        const Kvo32s ps3 = add16(ps2, dn[p3]);
-                        const Kvo32s alp = lo16((alp2 + v[t][k] + 2 * Kvo32s{r23[k]}) >> 4);
-                        const Kvo32s sq = (ps3 * ps3) >> 15;
-                        if (sq * alpha > psc * alp) {
-                            psc = sq;
-                            alpha = alp;
-                            ip[0] = 5 * i0;
-                            ip[1] = 1 + 5 * i1;
-                            ip[2] = 2 + 5 * i2;
-                            ip[3] = p3;
-                        }
+                        const Kvo32s ps3 = std::min(ps2 + d3[k], 32767);
+                        sqv[k] = (ps3 * ps3) >> 15;
+                        alpv[k] = lo16((alp2 + v[t][k] + 2 * Kvo32s{r23[k]}) >> 4);
+                    }
+                    const int w = ownScanBest8(sqv, alpv, psc, alpha);
+                    if (w >= 0) {
+                        ip[0] = 5 * i0;
+                        ip[1] = 1 + 5 * i1;
+                        ip[2] = 2 + 5 * i2;
+                        ip[3] = 3 + t + 5 * w;
                     }
                 }
                 time = sat16(Kvo32s{time} - 1);
@@ -219,6 +236,21 @@ constexpr bool better(Kvo32s sq2, Kvo32s alp2, Kvo32s sq, Kvo32s alp) {
     return alp * sq2 > sq * alp2;
 }
 
+// One phase-A row: the first pulse a fixed (energy term ea = M(a,a)), the
+// second over the eight positions of a track with magnitudes d2, diagonal
+// diag2 and cross terms cross[j] = M(a, j-th position).
+template <class T>
+int phaseA(Kvo32s psA, Kvo32s ea, const Kvo32s* d2, const T* diag2, const Kvo32s* cross,
+           Kvo32s& sq, Kvo32s& alp, Kvo32s* ps2v) {
+    Kvo32s sqv[8], alpv[8];
+    for (int j = 0; j < 8; ++j) {
+        ps2v[j] = std::min(psA + d2[j], 32767);
+        sqv[j] = (ps2v[j] * ps2v[j]) >> 15;
+        alpv[j] = sat16((ea + 2 * cross[j] + diag2[j] + 2) >> 2);
+    }
+    return ownScanBest8(sqv, alpv, sq, alp);
+}
+
 template <class T>
 void searchG729A(const Kvo16s* pCorr, T* pMatrix, Kvo16s* pCode, Kvo16s* pIndex) {
     alignas(16) Kvo16s sign[L];
@@ -226,6 +258,8 @@ void searchG729A(const Kvo16s* pCorr, T* pMatrix, Kvo16s* pCode, Kvo16s* pIndex)
     splitSigns(pCorr, sign, dn);
     applySignA(sign, pMatrix);
     const Blocks<T> b(pMatrix);
+    Kvo32s dt[5][8];
+    for (int p = 0; p < L; ++p) dt[p % 5][p / 5] = dn[p];
 
     int best2[5][2];
     for (int t = 2; t < 5; ++t) bestTwo(dn, t, best2[t]);
@@ -247,21 +281,13 @@ void searchG729A(const Kvo16s* pCorr, T* pMatrix, Kvo16s* pCode, Kvo16s* pIndex)
         for (int n = 0; n < 2; ++n) {
             const int a = best2[2][n];
             const int ia = a / 5;
-            const Kvo32s ps1 = dn[a];
-            const Kvo32s alp1 = b.diag[2][ia];
-            for (int j = 0; j < 8; ++j) {
-                const int q = s + 5 * j;
-                const Kvo32s ps2 = add16(ps1, dn[q]);
-                const Kvo32s alp16 =
-                    sat16((alp1 + 2 * Kvo32s{r2s[8 * ia + j]} + dS[j] + 2) >> 2);
-                const Kvo32s sq2 = mult16(ps2, ps2);
-                if (better(sq2, alp16, sq, alp)) {
-                    sq = sq2;
-                    ps = ps2;
-                    alp = alp16;
-                    ix = a;
-                    iy = q;
-                }
+            Kvo32s cross[8], ps2v[8];
+            for (int j = 0; j < 8; ++j) cross[j] = r2s[8 * ia + j];
+            const int w = phaseA(dn[a], b.diag[2][ia], dt[s], dS, cross, sq, alp, ps2v);
+            if (w >= 0) {
+                ps = ps2v[w];
+                ix = a;
+                iy = s + 5 * w;
             }
         }
         {
@@ -271,27 +297,28 @@ void searchG729A(const Kvo16s* pCorr, T* pMatrix, Kvo16s* pCode, Kvo16s* pIndex)
             const Kvo32s alp0 = 4 * alp;
             sq = -1;
             alp = 1;
-            // rr(e) / 8 for the positions e of track 1, rounded.
+            // 8 rr(e) + 8 for the positions e of track 1: rr(e) / 8 rounded.
             Kvo32s tmp[8];
             for (int e = 0; e < 8; ++e)
-                tmp[e] = sat16((2 * (Kvo32s{b.r[1][2][8 * e + j0]} + r1s[8 * e + j1]) +
-                                b.diag[1][e] + 4) >>
-                               3);
+                tmp[e] = 8 * sat16((2 * (Kvo32s{b.r[1][2][8 * e + j0]} + r1s[8 * e + j1]) +
+                                    b.diag[1][e] + 4) >>
+                                   3) +
+                         8;
             for (int c = 0; c < 8; ++c) {
-                const Kvo32s ps1 = add16(ps0, dn[5 * c]);
+                const Kvo32s ps1 = std::min(ps0 + dt[0][c], 32767);
                 const Kvo32s alp1 = alp0 + 2 * (Kvo32s{b.r[0][2][8 * c + j0]} + r0s[8 * c + j1]) +
                                     b.diag[0][c];
                 const T* r01 = b.r[0][1] + 8 * c;
+                Kvo32s sqv[8], alpv[8];
                 for (int e = 0; e < 8; ++e) {
-                    const Kvo32s ps2 = add16(ps1, dn[1 + 5 * e]);
-                    const Kvo32s alp16 = sat16((alp1 + 2 * Kvo32s{r01[e]} + 8 * tmp[e] + 8) >> 4);
-                    const Kvo32s sq2 = mult16(ps2, ps2);
-                    if (better(sq2, alp16, sq, alp)) {
-                        sq = sq2;
-                        alp = alp16;
-                        ix = 5 * c;
-                        iy = 1 + 5 * e;
-                    }
+                    const Kvo32s ps2 = std::min(ps1 + dt[1][e], 32767);
+                    sqv[e] = (ps2 * ps2) >> 15;
+                    alpv[e] = sat16((alp1 + 2 * Kvo32s{r01[e]} + tmp[e]) >> 4);
+                }
+                const int w = ownScanBest8(sqv, alpv, sq, alp);
+                if (w >= 0) {
+                    ix = 5 * c;
+                    iy = 1 + 5 * w;
                 }
             }
             if (better(sq, alp, psk, alpk)) {
@@ -310,21 +337,13 @@ void searchG729A(const Kvo16s* pCorr, T* pMatrix, Kvo16s* pCode, Kvo16s* pIndex)
         for (int n = 0; n < 2; ++n) {
             const int a = best2[s][n];
             const int ia = a / 5;
-            const Kvo32s ps1 = dn[a];
-            const Kvo32s alp1 = dS[ia];
-            for (int j = 0; j < 8; ++j) {
-                const int q = 5 * j;
-                const Kvo32s ps2 = add16(ps1, dn[q]);
-                const Kvo32s alp16 =
-                    sat16((alp1 + 2 * Kvo32s{r0s[8 * j + ia]} + b.diag[0][j] + 2) >> 2);
-                const Kvo32s sq2 = mult16(ps2, ps2);
-                if (better(sq2, alp16, sq, alp)) {
-                    sq = sq2;
-                    ps = ps2;
-                    alp = alp16;
-                    ix = a;
-                    iy = q;
-                }
+            Kvo32s cross[8], ps2v[8];
+            for (int j = 0; j < 8; ++j) cross[j] = r0s[8 * j + ia];
+            const int w = phaseA(dn[a], dS[ia], dt[0], b.diag[0], cross, sq, alp, ps2v);
+            if (w >= 0) {
+                ps = ps2v[w];
+                ix = a;
+                iy = 5 * w;
             }
         }
         {
@@ -334,27 +353,28 @@ void searchG729A(const Kvo16s* pCorr, T* pMatrix, Kvo16s* pCode, Kvo16s* pIndex)
             const Kvo32s alp0 = 4 * alp;
             sq = -1;
             alp = 1;
-            // rr(e) / 8 for the positions e of track 2.
+            // 8 rr(e) + 8 for the positions e of track 2.
             Kvo32s tmp[8];
             for (int e = 0; e < 8; ++e)
-                tmp[e] = sat16((2 * (Kvo32s{r2s[8 * e + j0]} + b.r[0][2][8 * j1 + e]) +
-                                b.diag[2][e] + 4) >>
-                               3);
+                tmp[e] = 8 * sat16((2 * (Kvo32s{r2s[8 * e + j0]} + b.r[0][2][8 * j1 + e]) +
+                                    b.diag[2][e] + 4) >>
+                                   3) +
+                         8;
             for (int c = 0; c < 8; ++c) {
-                const Kvo32s ps1 = add16(ps0, dn[1 + 5 * c]);
+                const Kvo32s ps1 = std::min(ps0 + dt[1][c], 32767);
                 const Kvo32s alp1 = alp0 + 2 * (Kvo32s{r1s[8 * c + j0]} + b.r[0][1][8 * j1 + c]) +
                                     b.diag[1][c];
                 const T* r12 = b.r[1][2] + 8 * c;
+                Kvo32s sqv[8], alpv[8];
                 for (int e = 0; e < 8; ++e) {
-                    const Kvo32s ps2 = add16(ps1, dn[2 + 5 * e]);
-                    const Kvo32s alp16 = sat16((alp1 + 2 * Kvo32s{r12[e]} + 8 * tmp[e] + 8) >> 4);
-                    const Kvo32s sq2 = mult16(ps2, ps2);
-                    if (better(sq2, alp16, sq, alp)) {
-                        sq = sq2;
-                        alp = alp16;
-                        ix = 1 + 5 * c;
-                        iy = 2 + 5 * e;
-                    }
+                    const Kvo32s ps2 = std::min(ps1 + dt[2][e], 32767);
+                    sqv[e] = (ps2 * ps2) >> 15;
+                    alpv[e] = sat16((alp1 + 2 * Kvo32s{r12[e]} + tmp[e]) >> 4);
+                }
+                const int w = ownScanBest8(sqv, alpv, sq, alp);
+                if (w >= 0) {
+                    ix = 1 + 5 * c;
+                    iy = 2 + 5 * w;
                 }
             }
             if (better(sq, alp, psk, alpk)) {

@@ -300,20 +300,4 @@ TEST(G729FcbSearch, MatrixIsLeftWithTheSignFactors) {
     }
 }
 
-TEST(G729FcbSearch, SixteenAndThirtyTwoBitFormsAgree) {
-    std::mt19937 g(99);
-    std::uniform_int_distribution<int> dv(-32768, 32767);
-    for (int r = 0; r < 100; ++r) {
-        const Vec h = impulse(g);
-        Vec d{};
-        for (auto& x : d) x = static_cast<int16_t>(dv(g) >> (r % 4));
-        const Out a = run(Form::A_16, h, d), b = run(Form::A_32, h, d);
-        EXPECT_EQ(a.code, b.code);
-        EXPECT_EQ(a.idx[1], b.idx[1]);
-        const Out c = run(Form::G729_16, h, d, 40, 1), e = run(Form::G729_32, h, d, 40, 1);
-        EXPECT_EQ(c.code, e.code);
-        EXPECT_EQ(c.times, e.times);
-    }
-}
-
 }  // namespace
