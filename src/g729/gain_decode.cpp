@@ -46,9 +46,8 @@ KvoStatus kvosDecodeGain_G729_16s(Kvo32s energy, Kvo16s* pSrcDstEnergyErr, const
     return kvoOk;
 }
 
-KvoStatus kvosDecodeGain_G729I_16s(Kvo32s energy, Kvo16s gainAttenuation,
-                                   Kvo16s* pSrcDstEnergyErr, const Kvo16s* pIdx,
-                                   Kvo16s* pSrcDstQGain) {
+KvoStatus kvosDecodeGain_G729I_16s(Kvo32s energy, Kvo16s gainAttenuation, Kvo16s* pSrcDstEnergyErr,
+                                   const Kvo16s* pIdx, Kvo16s* pSrcDstQGain) {
     if (!pSrcDstEnergyErr || !pSrcDstQGain) return kvoErrNullPtr;
     if (!pIdx) {
         pSrcDstQGain[0] = pitch::mult(pSrcDstQGain[0], gainAttenuation);

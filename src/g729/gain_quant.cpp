@@ -35,7 +35,9 @@ using pitch::mult2;
 using pitch::shr32;
 
 // a - b on 32-bit values, saturated.
-inline Kvo32s subSat(Kvo32s a, Kvo32s b) { return sat32(Kvo64s{a} - b); }
+inline Kvo32s subSat(Kvo32s a, Kvo32s b) {
+    return sat32(Kvo64s{a} - b);
+}
 
 // Quotient of the normalised numerator n over the denominator, as one of the two best gains:
 // the doubled numerator mantissa times the reciprocal, shifted by the exponent difference.
@@ -87,11 +89,11 @@ Kvo16s bestGain(Kvo16s ga, Kvo16s gb, int eab, Kvo16s gc, Kvo16s gd, int ecd,
 }
 
 struct Rate {
-    bool full;                  // 8 kbit/s
-    int e2, e3, e4;             // alignment offsets of the code terms
+    bool full;       // 8 kbit/s
+    int e2, e3, e4;  // alignment offsets of the code terms
     const Kvo16s (*gbk1)[2];
     const Kvo16s (*gbk2)[2];
-    int ncan1, ncan2;           // candidates searched per stage
+    int ncan1, ncan2;  // candidates searched per stage
 };
 
 constexpr Rate kRate8k{true, -21, -3, -4, tab::gbk1, tab::gbk2, 4, 8};

@@ -134,14 +134,15 @@ void kvosClosedLoopPitchSearch_G729_16s_(const Kvo16s* pCorr, int subFrame, int 
 
 // Annex A open-loop section: doubled chains over the 40 even samples n = 0, 2, .. 78 of
 // pSrc[n] pSrc[n - lag], lags lowerLag, lowerLag + step, .. below upperLag; a strictly greater
-// value replaces the best.  Start value 0x80000000 and lag 0 (the result for an empty range).
+// value replaces the best, from the start value 0x80000000 at lag lowerLag; an empty range gives
+// 0x80000000 and lag 0.
 void ownAutoCorrLagMax_G729A_16s(const Kvo16s* pSrc, int lowerLag, int upperLag, int step,
                                  Kvo32s* pMax, int* pMaxLag);
 
 // Largest doubled-chain cross-correlation of pSrc1[n] with pSrc2[n - lag], n < len, lags
 // lowerLag .. upperLag ascending; a strictly greater value replaces the best.  Writes nothing for
 // an empty range.
-void kvosCrossCorrLagMax_Inv_16s_(const Kvo16s* pSrc1, const Kvo16s* pSrc2, int len,
-                                  int lowerLag, int upperLag, Kvo32s* pMax, int* pMaxLag);
+void kvosCrossCorrLagMax_Inv_16s_(const Kvo16s* pSrc1, const Kvo16s* pSrc2, int len, int lowerLag,
+                                  int upperLag, Kvo32s* pMax, int* pMaxLag);
 
 }  // namespace kvo

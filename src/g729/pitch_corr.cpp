@@ -17,19 +17,58 @@ namespace kvo {
 
 namespace pitch {
 
+namespace {
+
+// The exact doubled sum from s0 when no partial sum of the chain can leave the 32-bit range
+// (|s0| + 2 sum |a b| at most 0x7fffffff bounds every partial sum); false otherwise.
+inline bool dotBounded(const Kvo16s* a, const Kvo16s* b, int n, Kvo32s s0, Kvo32s* pSum) {
+    Kvo64s sum = 0, mag = 0;
+    for (int i = 0; i < n; ++i) {
+        const Kvo32s p = Kvo32s{a[i]} * b[i];
+        sum += p;
+        mag += p < 0 ? -Kvo64s{p} : p;
+    }
+    const Kvo64s m0 = s0 < 0 ? -Kvo64s{s0} : s0;
+    if (m0 + 2 * mag > INT32_MAX) return false;
+    *pSum = static_cast<Kvo32s>(s0 + 2 * sum);
+    return true;
+}
+
+}  // namespace
+
 Kvo32s dotChain(const Kvo16s* a, const Kvo16s* b, int n, Kvo32s s0) {
-    Kvo32s s = s0;
+    Kvo32s s;
+    if (dotBounded(a, b, n, s0, &s)) return s;
+    s = s0;
     for (int i = 0; i < n; ++i) s = mac(s, a[i], b[i]);
     return s;
 }
 
 Kvo32s dotChain(const Kvo16s* a, const Kvo16s* b, int n, Kvo32s s0, bool& ovf) {
-    Kvo32s s = s0;
+    Kvo32s s;
+    if (dotBounded(a, b, n, s0, &s)) return s;
+    s = s0;
     for (int i = 0; i < n; ++i) s = mac(s, a[i], b[i], ovf);
     return s;
 }
 
 void convolveQ12(const Kvo16s* x, const Kvo16s* h, Kvo16s* y, int len) {
+    // With 2 max|x| sum|h| within 32 bits no partial sum of any output's chain saturates.
+    Kvo32s mx = 0;
+    Kvo64s sh = 0;
+    for (int i = 0; i < len; ++i) {
+        const Kvo32s ax = x[i] < 0 ? -Kvo32s{x[i]} : x[i];
+        if (ax > mx) mx = ax;
+        sh += h[i] < 0 ? -Kvo32s{h[i]} : h[i];
+    }
+    if (2 * mx * sh <= INT32_MAX) {
+        for (int n = 0; n < len; ++n) {
+            Kvo32s s = 0;
+            for (int i = 0; i <= n; ++i) s += Kvo32s{x[i]} * h[n - i];
+            y[n] = hi(ShiftL_32s(2 * s, 3));
+        }
+        return;
+    }
     for (int n = 0; n < len; ++n) {
         Kvo32s s = 0;
         for (int i = 0; i <= n; ++i) s = mac(s, x[i], h[n - i]);
@@ -47,34 +86,49 @@ void decodeAdaptiveVector(Kvo16s* pExc, int lag, int fraction, int len) {
     const Kvo16s* c1 = tab::inter_3l + t;
     const Kvo16s* c2 = tab::inter_3l + 3 - t;
 
-    // Plain sums are exact copies of the chain when 2 max|x| sum|c| stays below 2^31: then no
-    // partial sum can leave the 32-bit range.  Only lags whose reads stay in the past qualify,
-    // since a short lag reads outputs that may exceed the past samples.
+    // The 20 taps in sample order: w[m] multiplies x[m - 9], m = 0 .. 19.
+    alignas(16) Kvo16s w[20];
+    for (int i = 0; i < 10; ++i) {
+        w[9 - i] = c1[3 * i];
+        w[10 + i] = c2[3 * i];
+    }
+
+    // Plain sums are exact copies of the chain when 2 max|x| sum|w| stays below 2^31: then no
+    // partial sum can leave the 32-bit range.  Only lags whose reads stay in the past qualify
+    // for the block test, since a short lag reads outputs that may exceed the past samples.
     if (x0 + len + 9 < pExc) {
         Kvo32s m = 0;
         for (const Kvo16s* p = x0 - 9; p < x0 + len + 10; ++p) {
             const Kvo32s a = *p < 0 ? -Kvo32s{*p} : *p;
             if (a > m) m = a;
         }
-        Kvo32s sc = 0;
-        for (int i = 0; i < 10; ++i) {
-            sc += c1[3 * i] < 0 ? -c1[3 * i] : c1[3 * i];
-            sc += c2[3 * i] < 0 ? -c2[3 * i] : c2[3 * i];
-        }
-        if (2 * Kvo64s{m} * sc <= INT32_MAX) {
+        Kvo32s sw = 0;
+        for (int k = 0; k < 20; ++k) sw += w[k] < 0 ? -w[k] : w[k];
+        if (2 * Kvo64s{m} * sw <= INT32_MAX) {
             for (int j = 0; j < len; ++j) {
-                const Kvo16s* x = x0 + j;
+                const Kvo16s* x = x0 + j - 9;
                 Kvo32s s = 0;
-                for (int i = 0; i < 10; ++i)
-                    s += Kvo32s{x[-i]} * c1[3 * i] + Kvo32s{x[1 + i]} * c2[3 * i];
+                for (int k = 0; k < 20; ++k) s += Kvo32s{x[k]} * w[k];
                 pExc[j] = round16(2 * s);
             }
             return;
         }
     }
     // The reference order: x[0] c1[0], x[1] c2[0], x[-1] c1[3], x[2] c2[3], ..., each step a
-    // doubled product added with saturation, then rounded to the high half.
+    // doubled product added with saturation, then rounded to the high half.  A sample whose
+    // products have magnitudes summing to at most 2^30 - 1 cannot saturate, and takes the sum.
     for (int j = 0; j < len; ++j) {
+        const Kvo16s* xw = x0 + j - 9;
+        Kvo64s sum = 0, mag = 0;
+        for (int k = 0; k < 20; ++k) {
+            const Kvo32s p = Kvo32s{xw[k]} * w[k];
+            sum += p;
+            mag += p < 0 ? -Kvo64s{p} : p;
+        }
+        if (mag <= 0x3fffffff) {
+            pExc[j] = round16(static_cast<Kvo32s>(2 * sum));
+            continue;
+        }
         const Kvo16s* x = x0 + j;
         Kvo32s s = 0;
         for (int i = 0; i < 10; ++i) {
@@ -253,8 +307,8 @@ void kvosClosedLoopPitchSearch_G729_16s_(const Kvo16s* pCorr, int subFrame, int 
 
 // ---- lag maxima of doubled chains ---------------------------------------------------------------
 
-void kvosCrossCorrLagMax_Inv_16s_(const Kvo16s* pSrc1, const Kvo16s* pSrc2, int len,
-                                  int lowerLag, int upperLag, Kvo32s* pMax, int* pMaxLag) {
+void kvosCrossCorrLagMax_Inv_16s_(const Kvo16s* pSrc1, const Kvo16s* pSrc2, int len, int lowerLag,
+                                  int upperLag, Kvo32s* pMax, int* pMaxLag) {
     if (lowerLag > upperLag) return;
     Kvo32s best = INT32_MIN;
     int lag = lowerLag;

@@ -162,8 +162,7 @@ KvoStatus kvosOpenLoopPitchSearch_G729A_16s(const Kvo16s* pSrc, Kvo16s* pDstOpen
     const Kvo16s max3 = normalise(c3, energyAt(w, t3, 2, 1));
 
     auto absi = [](int v) { return v < 0 ? -v : v; };
-    if (absi(2 * t2 - t3) < 5 || absi(3 * t2 - t3) < 7)
-        max2 = sat16(Kvo32s{max2} + (max3 >> 2));
+    if (absi(2 * t2 - t3) < 5 || absi(3 * t2 - t3) < 7) max2 = sat16(Kvo32s{max2} + (max3 >> 2));
     if (absi(2 * t1 - t2) < 5 || absi(3 * t1 - t2) < 7)
         max1 = sat16(Kvo32s{max1} + pitch::mult(max2, 6554));
 

@@ -68,8 +68,7 @@ KvoStatus kvosAdaptiveCodebookSearch_G729_16s(Kvo32s valOpenDelay, const Kvo16s*
                                               const Kvo16s* pSrcImpulseResponse,
                                               Kvo16s* pSrcDstPrevExc, Kvo16s* pDstDelay,
                                               Kvo16s* pDstAdptVector, Kvo16s subFrame) {
-    if (!pSrcAdptTarget || !pSrcImpulseResponse || !pSrcDstPrevExc || !pDstDelay ||
-        !pDstAdptVector)
+    if (!pSrcAdptTarget || !pSrcImpulseResponse || !pSrcDstPrevExc || !pDstDelay || !pDstAdptVector)
         return kvoErrNullPtr;
     if (!validSearchArgs(valOpenDelay, subFrame)) return kvoErrRange;
     Kvo16s* exc = pSrcDstPrevExc + kExcHistory;
@@ -91,8 +90,7 @@ KvoStatus kvosAdaptiveCodebookSearch_G729A_16s(Kvo32s valOpenDelay, const Kvo16s
                                                const Kvo16s* pSrcImpulseResponse,
                                                Kvo16s* pSrcDstPrevExc, Kvo16s* pDstDelay,
                                                Kvo16s* pDstAdptVector, Kvo16s subFrame) {
-    if (!pSrcAdptTarget || !pSrcImpulseResponse || !pSrcDstPrevExc || !pDstDelay ||
-        !pDstAdptVector)
+    if (!pSrcAdptTarget || !pSrcImpulseResponse || !pSrcDstPrevExc || !pDstDelay || !pDstAdptVector)
         return kvoErrNullPtr;
     if (!validSearchArgs(valOpenDelay, subFrame)) return kvoErrRange;
     Kvo16s* exc = pSrcDstPrevExc + kExcHistory;
@@ -207,8 +205,7 @@ KvoStatus kvosDecodeAdaptiveVector_G729_16s(const Kvo16s* pDelay, Kvo16s* pSrcDs
 // Filtered vector by the reference convolution with the Q12 impulse response, then the gain.
 KvoStatus kvosAdaptiveCodebookGain_G729_16s(const Kvo16s* pSrcAdptTarget,
                                             const Kvo16s* pSrcImpulseResponse,
-                                            const Kvo16s* pSrcAdptVector,
-                                            Kvo16s* pDstFltAdptVector,
+                                            const Kvo16s* pSrcAdptVector, Kvo16s* pDstFltAdptVector,
                                             Kvo16s* pResultAdptGain) {
     if (!pSrcAdptTarget || !pSrcImpulseResponse || !pSrcAdptVector || !pDstFltAdptVector ||
         !pResultAdptGain)
@@ -224,10 +221,8 @@ KvoStatus kvosAdaptiveCodebookGain_G729_16s(const Kvo16s* pSrcAdptTarget,
 // Filtered vector by the saturating order-10 synthesis filter with zero history, then the gain.
 KvoStatus kvosAdaptiveCodebookGain_G729A_16s(const Kvo16s* pSrcAdptTarget, const Kvo16s* pSrcLPC,
                                              const Kvo16s* pSrcAdptVector,
-                                             Kvo16s* pDstFltAdptVector,
-                                             Kvo16s* pResultAdptGain) {
-    if (!pSrcAdptTarget || !pSrcLPC || !pSrcAdptVector || !pDstFltAdptVector ||
-        !pResultAdptGain)
+                                             Kvo16s* pDstFltAdptVector, Kvo16s* pResultAdptGain) {
+    if (!pSrcAdptTarget || !pSrcLPC || !pSrcAdptVector || !pDstFltAdptVector || !pResultAdptGain)
         return kvoErrNullPtr;
     alignas(16) Kvo16s y[kSubframe];
     static constexpr Kvo16s kZeroMem[10] = {};

@@ -20,7 +20,8 @@ std::vector<Kvo16s> speech(int n, uint32_t seed) {
 
 TEST(G729PitchArgs, OpenLoopSearches) {
     for (int annexA = 0; annexA < 2; ++annexA) {
-        BadArgs t(annexA ? "kvosOpenLoopPitchSearch_G729A_16s" : "kvosOpenLoopPitchSearch_G729_16s");
+        BadArgs t(annexA ? "kvosOpenLoopPitchSearch_G729A_16s"
+                         : "kvosOpenLoopPitchSearch_G729_16s");
         auto src = t.in<Kvo16s>("pSrc", 80, speech(223, 1), 143);
         auto dst = t.out<Kvo16s>("pDstOpenLoopDelay", 1);
         t.run([&](const BadArgs::Call& c) {
@@ -74,14 +75,14 @@ TEST(G729PitchArgs, ClosedLoopSearches) {
     auto sub = t.value<Kvo16s>("subFrame", 0, {{2, kvoErrRange}, {-1, kvoErrRange}});
     auto delay = t.out<Kvo16s>("pDstDelay", 2);
     t.run([&](const BadArgs::Call& c) {
-        return kvosAdaptiveCodebookSearch_G729D_16s(c(open), c(x), c(h), c(exc), c(sub),
-                                                    c(delay));
+        return kvosAdaptiveCodebookSearch_G729D_16s(c(open), c(x), c(h), c(exc), c(sub), c(delay));
     });
 }
 
 TEST(G729PitchArgs, DecodeAdaptiveVector) {
     for (int copy = 0; copy < 2; ++copy) {
-        BadArgs t(copy ? "kvosDecodeAdaptiveVector_G729_16s" : "kvosDecodeAdaptiveVector_G729_16s_I");
+        BadArgs t(copy ? "kvosDecodeAdaptiveVector_G729_16s"
+                       : "kvosDecodeAdaptiveVector_G729_16s_I");
         auto good = t.in<Kvo16s>("pDelay", 2, {144, 1});
         auto exc = t.inout<Kvo16s>("pSrcDstPrevExc", 194, speech(194, 4));
         if (copy) {

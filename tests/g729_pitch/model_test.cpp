@@ -32,10 +32,10 @@ TEST(G729PitchModel, OpenLoopBothCodersMatchReference) {
     std::mt19937 rng(1234);
     for (int trial = 0; trial < 400; ++trial) {
         SCOPED_TRACE(trial);
-        Vec s = trial % 2 ? gsig::anyLevel(223, rng)
-                          : gsig::harmonic(223, 20 + (rng() % 1240) / 10.0,
-                                           (trial % 7 == 0) ? 40000 : 50 + rng() % 9000, rng(),
-                                           0.2);
+        Vec s = trial % 2
+                    ? gsig::anyLevel(223, rng)
+                    : gsig::harmonic(223, 20 + (rng() % 1240) / 10.0,
+                                     (trial % 7 == 0) ? 40000 : 50 + rng() % 9000, rng(), 0.2);
         Kvo16s t = 0, ta = 0;
         ASSERT_EQ(kvosOpenLoopPitchSearch_G729_16s(s.data() + 143, &t), kvoOk);
         ASSERT_EQ(kvosOpenLoopPitchSearch_G729A_16s(s.data() + 143, &ta), kvoOk);
@@ -143,8 +143,8 @@ TEST(G729PitchModel, ClosedLoopSearchesMatchReference) {
 
         // Annex A.
         Vec e2 = exc, m2 = exc;
-        ASSERT_EQ(kvosAdaptiveCodebookSearch_G729A_16s(T, x.data(), h.data(), e2.data(), delay,
-                                                       vec, static_cast<Kvo16s>(sub)),
+        ASSERT_EQ(kvosAdaptiveCodebookSearch_G729A_16s(T, x.data(), h.data(), e2.data(), delay, vec,
+                                                       static_cast<Kvo16s>(sub)),
                   kvoOk);
         const int lagA =
             gmodel::Pitch_fr3_fast(m2.data() + 154, x.data(), h.data(), lo, hi, sub, &frac);

@@ -1,5 +1,5 @@
 // Test signals of the G.729 pitch tests: voiced-like harmonic sums and pulse trains of a known
-// period, white noise, and loud or clipped variants that drive the saturating chains.
+// period, and random vectors of every level up to full scale (which drive the saturating chains).
 #pragma once
 
 #include <cmath>
@@ -39,15 +39,7 @@ inline Vec harmonic(int n, double period, double amp, uint32_t seed, double nois
 inline Vec pulses(int n, int period, double amp, int offset = 3) {
     Vec v(n, 0);
     for (int p = offset; p < n; p += period)
-        for (int k = 0; k < 6 && p + k < n; ++k)
-            v[p + k] = clip(amp * std::pow(-0.55, k));
-    return v;
-}
-
-inline Vec noise(int n, int amp, std::mt19937& rng) {
-    std::uniform_int_distribution<int> d(-amp, amp);
-    Vec v(n);
-    for (auto& x : v) x = static_cast<int16_t>(d(rng));
+        for (int k = 0; k < 6 && p + k < n; ++k) v[p + k] = clip(amp * std::pow(-0.55, k));
     return v;
 }
 
@@ -69,7 +61,8 @@ inline Vec impulse(std::mt19937& rng, bool extreme = false) {
     Vec h(40);
     std::uniform_real_distribution<double> u(0.6, 0.95), w(0.2, 2.5);
     const double r = u(rng), th = w(rng);
-    for (int i = 0; i < 40; ++i) h[i] = clip(4096.0 * std::pow(r, i) * std::cos(th * i) * (i ? 1.6 : 1));
+    for (int i = 0; i < 40; ++i)
+        h[i] = clip(4096.0 * std::pow(r, i) * std::cos(th * i) * (i ? 1.6 : 1));
     h[0] = 4096;
     if (extreme)
         for (auto& x : h) x = static_cast<int16_t>((rng() & 1) ? 32767 : -32768);
