@@ -25,12 +25,18 @@ constexpr Kvo16s postDivS(Kvo32s num, Kvo32s den) {
 }
 
 // mult: (a b) >> 15, saturated (only -32768 * -32768 saturates).
-constexpr Kvo16s postMult(Kvo16s a, Kvo16s b) { return sat16(mulQ15(a, b)); }
+constexpr Kvo16s postMult(Kvo16s a, Kvo16s b) {
+    return sat16(mulQ15(a, b));
+}
 // mult_r: (a b + 16384) >> 15, saturated.
-constexpr Kvo16s postMultR(Kvo16s a, Kvo16s b) { return sat16(mulQ15R(a, b)); }
+constexpr Kvo16s postMultR(Kvo16s a, Kvo16s b) {
+    return sat16(mulQ15R(a, b));
+}
 
 // Arithmetic right shift of a 32-bit value by n >= 0; counts of 31 and more give the sign fill.
-constexpr Kvo32s postShr32(Kvo32s x, int n) { return n >= 31 ? (x < 0 ? -1 : 0) : x >> n; }
+constexpr Kvo32s postShr32(Kvo32s x, int n) {
+    return n >= 31 ? (x < 0 ? -1 : 0) : x >> n;
+}
 
 // 16-bit shift left by n >= 0 with saturation (the reference shl).
 constexpr Kvo16s postShl16(Kvo16s x, int n) {
@@ -40,7 +46,9 @@ constexpr Kvo16s postShl16(Kvo16s x, int n) {
 }
 
 // Count of left shifts that bring a positive 16-bit value to 16384 or above; 0 for 0.
-constexpr int postNorm16(Kvo32s v) { return v <= 0 ? 0 : norm32_pos(static_cast<Kvo32u>(v)) - 16; }
+constexpr int postNorm16(Kvo32s v) {
+    return v <= 0 ? 0 : norm32_pos(static_cast<Kvo32u>(v)) - 16;
+}
 
 // Truncated product of a 32-bit double-precision value by a 16-bit one, doubled and saturated
 // after each of its two terms: 2 (hi(x) d) + 2 ((lo(x) d) >> 15).

@@ -41,10 +41,10 @@ void postLagMaxInv(const Kvo16s* src, int len, int lower, int upper, Kvo32s* pMa
 
 namespace {
 
-constexpr int kHist = 152;              // residual history read by the 1/8 resolution filter
+constexpr int kHist = 152;                 // residual history read by the 1/8 resolution filter
 constexpr int kWork = kHist + kPostSubfr;  // 192 samples of the working copy
-constexpr int kRow = kPostSubfr + 1;    // 41 samples of each short-interpolation row
-constexpr int kResOffset = 154;         // subframe start in the annex A/B residual buffer
+constexpr int kRow = kPostSubfr + 1;       // 41 samples of each short-interpolation row
+constexpr int kResOffset = 154;            // subframe start in the annex A/B residual buffer
 
 // Brings a non-negative 32-bit value to 16 bits: returns the right shift (0 or more) and
 // stores the shifted value.
@@ -244,8 +244,7 @@ Kvo16s ltpFilter(Kvo16s gamma, int delay, const Kvo16s* pSrc, Kvo16s* pDst) {
 void harmonicFilterA(const Kvo16s* pRes, int lower, int upper, Kvo16s* pDst) {
     constexpr int kHistA = 143;
     alignas(16) Kvo16s w[kHistA + kPostSubfr];
-    for (int i = 0; i < kHistA + kPostSubfr; ++i)
-        w[i] = static_cast<Kvo16s>(pRes[i - kHistA] >> 2);
+    for (int i = 0; i < kHistA + kPostSubfr; ++i) w[i] = static_cast<Kvo16s>(pRes[i - kHistA] >> 2);
     const Kvo16s* s = w + kHistA;
 
     Kvo32s c;

@@ -52,11 +52,9 @@ KvoStatus kvosPhaseDispersionUpdate_G729D_16s(Kvo16s pitchGain, Kvo16s cbGain,
 }
 
 KvoStatus kvosPhaseDispersion_G729D_16s(const Kvo16s* pSrcExcSignal, Kvo16s* pDstFltExcSignal,
-                                        Kvo16s cbGain, Kvo16s pitchGain,
-                                        Kvo16s* pSrcDstInnovation,
+                                        Kvo16s cbGain, Kvo16s pitchGain, Kvo16s* pSrcDstInnovation,
                                         KvoPhaseDispersionState_G729D* pState) {
-    if (!pSrcExcSignal || !pDstFltExcSignal || !pSrcDstInnovation || !pState)
-        return kvoErrNullPtr;
+    if (!pSrcExcSignal || !pDstFltExcSignal || !pSrcDstInnovation || !pState) return kvoErrNullPtr;
     Kvo16s* inno = pSrcDstInnovation;
 
     // The excitation without its innovation.

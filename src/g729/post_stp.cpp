@@ -58,8 +58,8 @@ Kvo32s absSum(const Kvo16s* x, int n) {
 
 namespace impl {
 
-KvoStatus kvosShortTermPostFilter_G729_16s(const Kvo16s* pSrcLPC, const Kvo16s* pSrc,
-                                           Kvo16s* pDst, Kvo16s* pDstImpulseResponse) {
+KvoStatus kvosShortTermPostFilter_G729_16s(const Kvo16s* pSrcLPC, const Kvo16s* pSrc, Kvo16s* pDst,
+                                           Kvo16s* pDstImpulseResponse) {
     if (!pSrcLPC || !pSrc || !pDst || !pDstImpulseResponse) return kvoErrNullPtr;
 
     alignas(16) Kvo16s a1[11], a2[11];
