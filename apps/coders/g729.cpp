@@ -48,7 +48,7 @@ constexpr int kSharpMax = 13017;  // 0.8 in Q14
 constexpr int kGpClip = 15564;    // 0.95 in Q14: pitch gain limit while taming
 
 // The LSP vector both sides start from (the Recommendation's initial state).
-constexpr Kvo16s kLspStart[kOrder] = {30000, 26000,  21000,  15000,  8000,
+constexpr Kvo16s kLspStart[kOrder] = {30000, 26000, 21000,  15000,  8000,
                                       0,     -8000, -15000, -21000, -26000};
 
 // ---- saturating basic operations for the steps the coder does itself ----
@@ -58,14 +58,22 @@ inline Kvo16s sat16(int64_t v) {
 inline int32_t sat32(int64_t v) {
     return static_cast<int32_t>(std::clamp<int64_t>(v, INT32_MIN, INT32_MAX));
 }
-inline Kvo16s add(int a, int b) { return sat16(int64_t{a} + b); }
-inline Kvo16s sub(int a, int b) { return sat16(int64_t{a} - b); }
-inline Kvo16s mult(int a, int b) { return sat16((int64_t{a} * b) >> 15); }
+inline Kvo16s add(int a, int b) {
+    return sat16(int64_t{a} + b);
+}
+inline Kvo16s sub(int a, int b) {
+    return sat16(int64_t{a} - b);
+}
+inline Kvo16s mult(int a, int b) {
+    return sat16((int64_t{a} * b) >> 15);
+}
 // High half of the doubled product shifted left by n, saturated at each step.
 inline Kvo16s multShlHigh(int a, int b, int n) {
     return static_cast<Kvo16s>(sat32((int64_t{a} * b * 2) << n) >> 16);
 }
-inline bool ok(KvoStatus s) { return s >= kvoOk; }
+inline bool ok(KvoStatus s) {
+    return s >= kvoOk;
+}
 
 // A(z/gamma): coefficient i times gamma^i, each factor rounded.
 void weightAz(const Kvo16s* a, Kvo16s gamma, Kvo16s* ap) {
@@ -87,7 +95,8 @@ Kvo16s pitchParity(int index) {
     return static_cast<Kvo16s>(sum & 1);
 }
 
-// h[i] += sharp h[i - T0] (Q14 sharpening gain) for a lag below the subframe.
+// Pitch sharpening of an impulse response or code vector for a lag below the
+// subframe: v[i] += sharp v[i - T0], sharp in Q14.
 void sharpen(Kvo16s* v, int t0, Kvo16s sharp) {
     const Kvo16s g = static_cast<Kvo16s>(sharp << 1);
     for (int i = t0; i < kSubframe; ++i) v[i] = add(v[i], mult(v[i - t0], g));
@@ -123,13 +132,14 @@ void filteredFixedVector(int sign, int index, const Kvo16s* h, Kvo16s* y) {
     }
 }
 
+// Energy of the fixed code vector, as the gain decoder expects it.
 Kvo32s energy(const Kvo16s* v) {
     int64_t e = 0;
     for (int i = 0; i < kSubframe; ++i) e += int32_t{v[i]} * v[i];
     return sat32(e);
 }
 
-// 16-bit draws of the erased-frame generator: s = 31821 s + 13849.
+// The erased frame's random fixed codebook indices: s = 31821 s + 13849, 16 bits.
 Kvo16s random(Kvo16s* seed) {
     *seed = static_cast<Kvo16s>(static_cast<uint16_t>(*seed * 31821 + 13849));
     return *seed;
@@ -154,20 +164,20 @@ void resetLsfHistory(Kvo16s* prevFreq) {
 struct EncoderState {
     bool annexA;
     KvoHighPassState_G729 hp;
-    Kvo16s speech[240] = {};                 // window; frame at 120, new samples at 160
-    Kvo16s wsp[kPitMax + kFrame] = {};       // weighted speech, frame at 143
-    Kvo16s exc[kExcHistory + kFrame] = {};   // excitation, frame at 154
-    Kvo16s lpc[kOrder + 1] = {4096};         // last stable unquantised A(z)
-    Kvo16s rc[2] = {};                       // its first two reflection coefficients
+    Kvo16s speech[240] = {};                // window; frame at 120, new samples at 160
+    Kvo16s wsp[kPitMax + kFrame] = {};      // weighted speech, frame at 143
+    Kvo16s exc[kExcHistory + kFrame] = {};  // excitation, frame at 154
+    Kvo16s lpc[kOrder + 1] = {4096};        // last stable unquantised A(z)
+    Kvo16s rc[2] = {};                      // its first two reflection coefficients
     Kvo16s lspOld[kOrder], lspOldQ[kOrder];
     Kvo16s prevFreq[4 * kOrder];
     Kvo16s energyErr[4] = {-14336, -14336, -14336, -14336};
     Kvo16s memW[kOrder] = {}, memW0[kOrder] = {}, memSyn[kOrder] = {};
-    Kvo16s err[kOrder + kSubframe] = {};     // error signal; [0..9] is its filter memory
+    Kvo16s err[kOrder + kSubframe] = {};  // error signal; [0..9] is its filter memory
     Kvo16s sharp = kSharpMin;
     Kvo16s searchTimes = 0;
     Kvo32s excErr[4] = {0x4000, 0x4000, 0x4000, 0x4000};  // taming: worst gain products, Q14
-    Kvo16s smooth = 1, larOld[2] = {};                      // G.729 weighting state
+    Kvo16s smooth = 1, larOld[2] = {};                    // G.729 weighting state
 
     explicit EncoderState(bool a) : annexA(a) {
         initHighPass(&hp, kvo::tab::a140, kvo::tab::b140);
@@ -180,7 +190,9 @@ struct EncoderState {
 namespace {
 
 // Taming: the subframes of the past excitation that a lag of t reaches, 0 the newest.
-inline int zone(int delay) { return delay / kSubframe; }
+inline int zone(int delay) {
+    return delay / kSubframe;
+}
 
 // True when the excitation that the chosen lag reads may already have built up
 // an unstable pitch loop (worst accumulated gain above 60000 in Q14).
@@ -220,8 +232,8 @@ void updateTaming(EncoderState& s, Kvo16s gainPitch, int t0) {
 // (non-flat below -1.74 and above 0.65, flat again above -1.52 or below
 // 0.43), then fixed gammas (0.94, 0.6) for a flat spectrum, or gamma1 0.98
 // with gamma2 falling with the smallest LSF spacing, held within 0.4 .. 0.7.
-void perceptualGammas(EncoderState& s, const Kvo16s* lsfInt, const Kvo16s* lsfNew,
-                      Kvo16s* gamma1, Kvo16s* gamma2) {
+void perceptualGammas(EncoderState& s, const Kvo16s* lsfInt, const Kvo16s* lsfNew, Kvo16s* gamma1,
+                      Kvo16s* gamma2) {
     Kvo16s lar[4];
     for (int i = 0; i < 2; ++i) {
         const int r = s.rc[i] == -32768 ? 32767 : std::abs(int{s.rc[i]});
@@ -320,7 +332,9 @@ void weightedSpeechA(EncoderState& s, const Kvo16s* aq, Kvo16s* ap) {
 }  // namespace
 
 Encoder::Encoder(bool annexA) : s_(new EncoderState(annexA)) {}
-Encoder::~Encoder() { delete s_; }
+Encoder::~Encoder() {
+    delete s_;
+}
 
 bool Encoder::frame(const int16_t* pcm, int16_t* prm) {
     EncoderState& s = *s_;
@@ -380,9 +394,9 @@ bool Encoder::frame(const int16_t* pcm, int16_t* prm) {
         Kvo16s delay[2], adapt[kSubframe], y1[kSubframe], gp;
         const Kvo32s open = k == 0 ? tOp : t0First;
         if (!ok(s.annexA ? kvosAdaptiveCodebookSearch_G729A_16s(open, xn, h, exc + i0 - kExcHistory,
-                                                                 delay, adapt, k)
+                                                                delay, adapt, k)
                          : kvosAdaptiveCodebookSearch_G729_16s(open, xn, h, exc + i0 - kExcHistory,
-                                                                delay, adapt, k)))
+                                                               delay, adapt, k)))
             return false;
         const int t0 = delay[0], frac = delay[1];
         if (k == 0) {
@@ -410,9 +424,9 @@ bool Encoder::frame(const int16_t* pcm, int16_t* prm) {
         Kvo16s dn[kSubframe], code[kSubframe], y2[kSubframe], fidx[2];
         kvosCrossCorr_NormM_16s(h, xn2, kSubframe, dn);
         kvosToeplizMatrix_G729_16s32s(h, rr);
-        if (!ok(s.annexA ? kvosFixedCodebookSearch_G729A_32s16s(dn, rr, code, fidx)
-                         : kvosFixedCodebookSearch_G729_32s16s(dn, rr, code, fidx,
-                                                               &s.searchTimes, k)))
+        if (!ok(s.annexA
+                    ? kvosFixedCodebookSearch_G729A_32s16s(dn, rr, code, fidx)
+                    : kvosFixedCodebookSearch_G729_32s16s(dn, rr, code, fidx, &s.searchTimes, k)))
             return false;
         filteredFixedVector(fidx[0], fidx[1], h, y2);
         if (t0 < kSubframe) sharpen(code, t0, s.sharp);
@@ -423,8 +437,8 @@ bool Encoder::frame(const int16_t* pcm, int16_t* prm) {
         Kvo16s gains[2], gidx[2];
         if (!ok(kvosGainQuant_G729_16s(xn, y1, code, y2, s.energyErr, gains, gidx, tame)))
             return false;
-        prm[6 + 4 * k] = static_cast<Kvo16s>((kvo::tab::map1[gidx[0]] << 4) |
-                                             kvo::tab::map2[gidx[1]]);
+        prm[6 + 4 * k] =
+            static_cast<Kvo16s>((kvo::tab::map1[gidx[0]] << 4) | kvo::tab::map2[gidx[1]]);
         updateTaming(s, gains[0], t0);
         s.sharp = std::clamp<Kvo16s>(gains[0], kSharpMin, kSharpMax);
 
@@ -437,8 +451,8 @@ bool Encoder::frame(const int16_t* pcm, int16_t* prm) {
         for (int j = 0; j < kOrder; ++j) {
             const int i = kSubframe - kOrder + j;
             s.err[j] = sub(speech[i0 + i], synth[i]);
-            s.memW0[j] = sub(xn[i], add(multShlHigh(y1[i], gains[0], 1),
-                                        multShlHigh(y2[i], gains[1], 2)));
+            s.memW0[j] =
+                sub(xn[i], add(multShlHigh(y1[i], gains[0], 1), multShlHigh(y2[i], gains[1], 2)));
         }
     }
 
@@ -467,8 +481,8 @@ struct DecoderState {
     Kvo16s voicing = 60;
     // Post filter.
     Kvo16s res2[kExcHistory + kSubframe] = {};  // residual of A(z/0.55); subframe at 154
-    Kvo16s stp[kOrder + kSubframe] = {};         // short-term filter output; [0..9] memory
-    Kvo16s pre[1 + kSubframe] = {};              // Annex A tilt: [0] is its memory
+    Kvo16s stp[kOrder + kSubframe] = {};        // short-term filter output; [0..9] memory
+    Kvo16s pre[1 + kSubframe] = {};             // Annex A tilt: [0] is its memory
     Kvo16s memSynPst[kOrder] = {};
     Kvo16s gainPrec;
     KvoHighPassState_G729 hp;
@@ -537,7 +551,9 @@ bool postFilterA(DecoderState& s, const Kvo16s* syn, const Kvo16s* az, int t0, K
 }  // namespace
 
 Decoder::Decoder(bool annexA) : s_(new DecoderState(annexA)) {}
-Decoder::~Decoder() { delete s_; }
+Decoder::~Decoder() {
+    delete s_;
+}
 
 bool Decoder::frame(const int16_t* prm, bool erased, int16_t* pcm) {
     DecoderState& s = *s_;
@@ -548,10 +564,9 @@ bool Decoder::frame(const int16_t* prm, bool erased, int16_t* pcm) {
     // LSP decode, or the erased frame's history update on the last LSFs.
     Kvo16s lsf[kOrder], lspNew[kOrder], az[2 * (kOrder + 1)];
     if (!erased) {
-        const Kvo16s idx[4] = {static_cast<Kvo16s>((prm[0] >> 7) & 1),
-                               static_cast<Kvo16s>(prm[0] & 127),
-                               static_cast<Kvo16s>((prm[1] >> 5) & 31),
-                               static_cast<Kvo16s>(prm[1] & 31)};
+        const Kvo16s idx[4] = {
+            static_cast<Kvo16s>((prm[0] >> 7) & 1), static_cast<Kvo16s>(prm[0] & 127),
+            static_cast<Kvo16s>((prm[1] >> 5) & 31), static_cast<Kvo16s>(prm[1] & 31)};
         if (!ok(kvosLSFDecode_G729_16s(idx, s.prevFreq, lsf))) return false;
         std::memcpy(s.prevLsf, lsf, sizeof lsf);
         s.prevMa = idx[0];
@@ -646,7 +661,8 @@ void unpack(const uint8_t* bytes, int16_t* prm) {
     int bit = 0;
     for (int p = 0; p < kParams; ++p) {
         int v = 0;
-        for (int b = 0; b < kParamBits[p]; ++b, ++bit) v = (v << 1) | ((bytes[bit >> 3] >> (7 - (bit & 7))) & 1);
+        for (int b = 0; b < kParamBits[p]; ++b, ++bit)
+            v = (v << 1) | ((bytes[bit >> 3] >> (7 - (bit & 7))) & 1);
         prm[p] = static_cast<int16_t>(v);
     }
 }
@@ -656,7 +672,8 @@ void pack_serial(const int16_t* prm, int16_t* words) {
     words[1] = 80;
     int w = 2;
     for (int p = 0; p < kParams; ++p)
-        for (int b = kParamBits[p] - 1; b >= 0; --b) words[w++] = ((prm[p] >> b) & 1) ? 0x0081 : 0x007f;
+        for (int b = kParamBits[p] - 1; b >= 0; --b)
+            words[w++] = ((prm[p] >> b) & 1) ? 0x0081 : 0x007f;
 }
 
 bool unpack_serial(const int16_t* words, int16_t* prm) {
@@ -722,10 +739,10 @@ bool decode_stream(bool annexA, const Options& opt, const std::vector<uint8_t>& 
     if (format.empty()) return false;
     Decoder dec(annexA);
     pcm.clear();
-    const std::vector<int16_t> words = format == "itu" ? words_from_bytes(stream)
-                                                       : std::vector<int16_t>();
-    const size_t frames = format == "itu" ? words.size() / kSerialWords
-                                          : stream.size() / kPackedBytes;
+    const std::vector<int16_t> words =
+        format == "itu" ? words_from_bytes(stream) : std::vector<int16_t>();
+    const size_t frames =
+        format == "itu" ? words.size() / kSerialWords : stream.size() / kPackedBytes;
     if ((format == "itu" ? words.size() % kSerialWords : stream.size() % kPackedBytes) != 0) {
         error = "stream is not a whole number of frames";
         return false;
@@ -789,7 +806,7 @@ VerifyRow compare(const std::string& name, const std::vector<int16_t>& got,
 }
 
 std::vector<VerifyRow> verify_sets(bool annexA, const std::string& dir) {
-    static const char* const kSets[] = {"ALGTHM", "ERASURE", "FIXED", "LSP",    "OVERFLOW",
+    static const char* const kSets[] = {"ALGTHM", "ERASURE", "FIXED",  "LSP",  "OVERFLOW",
                                         "PARITY", "PITCH",   "SPEECH", "TAME", "TEST"};
     std::vector<VerifyRow> rows;
     Options itu;
