@@ -11,7 +11,7 @@
 #include "ratio.h"
 #include "sample.h"
 
-#if defined(KVOSC_HAVE_BCG729) && __has_include(<bcg729/encoder.h>)
+#if (defined(KVOSC_HAVE_LIBBCG729) || defined(KVOSC_HAVE_BCG729)) && __has_include(<bcg729/encoder.h>)
 extern "C" {
 #include <bcg729/decoder.h>
 #include <bcg729/encoder.h>
