@@ -754,11 +754,12 @@ bool decode_stream(bool annexA, const Options& opt, const std::vector<uint8_t>& 
             unpack(stream.data() + f * kPackedBytes, prm);
         } else {
             const int16_t* w = words.data() + f * kSerialWords;
-            if (w[0] != 0x6b21 || w[1] != 80) {
+            // Sync word 0x6b21 for a good frame, 0x6b20 for one flagged bad.
+            if ((w[0] != 0x6b21 && w[0] != 0x6b20) || w[1] != 80) {
                 error = "frame " + std::to_string(f) + ": not an 80-bit serial frame";
                 return false;
             }
-            erased = unpack_serial(w, prm);
+            erased = unpack_serial(w, prm) || w[0] == 0x6b20;
         }
         if (!dec.frame(prm, erased, out)) {
             error = "decoder failed at frame " + std::to_string(f);
