@@ -270,6 +270,16 @@ TEST(G729Coder, StreamFormatsAndOptions) {
     ASSERT_TRUE(coder->decode(Options{}, packed, a, error)) << error;
     ASSERT_TRUE(coder->decode(Options{{{"format", "itu"}}}, itu, b, error)) << error;
     EXPECT_EQ(a, b);
+    // A frame flagged bad by its sync word is concealed like one with missing bits.
+    std::vector<int16_t> flagged = words_from_bytes(itu), zeroed = flagged;
+    flagged[5 * 82] = 0x6b20;
+    std::fill(zeroed.begin() + 5 * 82 + 2, zeroed.begin() + 6 * 82, 0);
+    const std::vector<int16_t> clean = a;
+    ASSERT_TRUE(coder->decode(Options{{{"format", "itu"}}}, bytes_from_words(flagged), a, error));
+    ASSERT_TRUE(coder->decode(Options{{{"format", "itu"}}}, bytes_from_words(zeroed), b, error));
+    EXPECT_EQ(a, b);
+    EXPECT_TRUE(std::equal(a.begin(), a.begin() + 400, clean.begin()));
+    EXPECT_FALSE(std::equal(a.begin() + 400, a.begin() + 480, clean.begin() + 400));
     // A partial last frame is padded with zeros.
     std::vector<int16_t> odd(pcm.begin(), pcm.begin() + 123);
     ASSERT_TRUE(coder->encode(Options{}, odd, packed, error));
