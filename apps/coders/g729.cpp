@@ -424,9 +424,8 @@ bool Encoder::frame(const int16_t* pcm, int16_t* prm) {
         Kvo16s dn[kSubframe], code[kSubframe], y2[kSubframe], fidx[2];
         kvosCrossCorr_NormM_16s(h, xn2, kSubframe, dn);
         kvosToeplizMatrix_G729_16s(h, rr);
-        if (!ok(s.annexA
-                    ? kvosFixedCodebookSearch_G729A_16s(dn, rr, code, fidx)
-                    : kvosFixedCodebookSearch_G729_16s(dn, rr, code, fidx, &s.searchTimes, k)))
+        if (!ok(s.annexA ? kvosFixedCodebookSearch_G729A_16s(dn, rr, code, fidx)
+                         : kvosFixedCodebookSearch_G729_16s(dn, rr, code, fidx, &s.searchTimes, k)))
             return false;
         filteredFixedVector(fidx[0], fidx[1], h, y2);
         if (t0 < kSubframe) sharpen(code, t0, s.sharp);
