@@ -36,3 +36,11 @@ $gen "$root/g726" src/g72x g726_tables \
     sfa_tab16_wi sfa_tab24_wi sfa_tab32_wi sfa_tab40_wi \
     asc_tab16_map asc_tab24_map asc_tab32_map asc_tab40_map \
     _u2l=u2l _a2l=a2l u2LT u2GT a2LT a2GT
+$gen "$root/g729" src/g729 fcb_tables trackTable0 trackTable1 grayEncode
+$gen "$root/g729" src/g729 pitch_tables inter_3 inter_3l
+$gen "$root/g729" src/g729 gain_tables gbk1 gbk2 gbk1_6k gbk2_6k
+$gen "$root/g729" tests/g729_gain gain_test_tables map1 map2 map1_6k map2_6k
+$gen "$root/g729" src/g729 post_tables tab_hup_s tab_hup_l facGamma1_pst facGamma2_pst \
+    phImpLow phImpMid
+$gen "$root/numeric" apps/coders g729_filter_tables a140 b140 a100 b100
+$gen "$root/g729" apps/coders g729_tables freq_prev_reset map1 map2

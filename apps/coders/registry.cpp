@@ -6,12 +6,16 @@
 namespace kvosc::coders {
 
 // Each assembled coder defines its record in its own file; list it here.
+extern const Coder kG729;
+extern const Coder kG729A;
 extern const Coder kG726;
 extern const Coder kG722;
 extern const Coder kGsmFr;
 
 const std::vector<const Coder*>& all_coders() {
     static const std::vector<const Coder*> list = {
+        &kG729,
+        &kG729A,
         &kG726,
         &kG722,
         &kGsmFr,

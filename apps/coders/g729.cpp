@@ -1,0 +1,894 @@
+// ITU-T G.729 (8 kbit/s CS-ACELP) and its reduced-complexity Annex A, built
+// from the library's exported steps in the order of the Recommendation's
+// block diagrams.
+//
+// Encoder, per 10 ms frame: pre-processing high-pass (140 Hz, halving), LP
+// analysis on the 240-sample asymmetric window with lag window and
+// Levinson-Durbin, LSP conversion, quantisation and interpolation, perceptual
+// weighting (adaptive gammas from the LARs and LSF spacing in G.729; fixed
+// 0.75 with a 0.7 tilt in Annex A), open-loop pitch; then per 40-sample
+// subframe: impulse response, target, closed-loop pitch, fixed codebook with
+// pitch sharpening, gain quantisation, excitation and memory update.
+//
+// Decoder: parity check of the first pitch index, LSP decode (or the erased
+// frame's history update), adaptive and fixed vectors, gain decode,
+// synthesis (the excitation history is scaled down by 4 and the subframe
+// synthesised again when it overflows), post filter (long-term, short-term,
+// tilt, gain control) and the 100 Hz post-processing high-pass.  An erased
+// frame repeats the LSFs, the last pitch lag (growing by one per frame) and
+// decaying gains, with random fixed codebook indices.
+//
+// Signals are Q0, LP coefficients Q12, LSPs Q15, gains Q14 (pitch) and Q1
+// (code), the fixed code vector Q13.  The few operations that are not steps
+// of the library (sharpening, taming, index coding, memory updates) follow
+// the Recommendation's saturating 16/32-bit basic operations.
+#include "coders/g729.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "coders/coder.h"
+#include "coders/g729_filter_tables.h"
+#include "coders/g729_tables.h"
+
+namespace kvosc::coders::g729 {
+
+const int kParamBits[kParams] = {8, 10, 8, 1, 13, 4, 7, 5, 13, 4, 7};
+
+namespace {
+
+constexpr int kOrder = 10;
+constexpr int kPitMin = 20;
+constexpr int kPitMax = 143;
+constexpr int kExcHistory = 154;  // largest lag 144 plus the interpolation reach
+constexpr int kSharpMin = 3277;   // 0.2 in Q14
+constexpr int kSharpMax = 13017;  // 0.8 in Q14
+constexpr int kGpClip = 15564;    // 0.95 in Q14: pitch gain limit while taming
+
+// The LSP vector both sides start from (the Recommendation's initial state).
+constexpr Kvo16s kLspStart[kOrder] = {30000, 26000, 21000,  15000,  8000,
+                                      0,     -8000, -15000, -21000, -26000};
+
+// ---- saturating basic operations for the steps the coder does itself ----
+inline Kvo16s sat16(int64_t v) {
+    return static_cast<Kvo16s>(std::clamp<int64_t>(v, -32768, 32767));
+}
+inline int32_t sat32(int64_t v) {
+    return static_cast<int32_t>(std::clamp<int64_t>(v, INT32_MIN, INT32_MAX));
+}
+inline Kvo16s add(int a, int b) {
+    return sat16(int64_t{a} + b);
+}
+inline Kvo16s sub(int a, int b) {
+    return sat16(int64_t{a} - b);
+}
+inline Kvo16s mult(int a, int b) {
+    return sat16((int64_t{a} * b) >> 15);
+}
+// High half of the doubled product shifted left by n, saturated at each step.
+inline Kvo16s multShlHigh(int a, int b, int n) {
+    return static_cast<Kvo16s>(sat32((int64_t{a} * b * 2) << n) >> 16);
+}
+inline bool ok(KvoStatus s) {
+    return s >= kvoOk;
+}
+
+// A(z/gamma): coefficient i times gamma^i, each factor rounded.
+void weightAz(const Kvo16s* a, Kvo16s gamma, Kvo16s* ap) {
+    kvosMulPowerC_NR_16s_Sfs(a, gamma, ap, kOrder + 1, 15);
+}
+
+// Interpolated LP filters of a frame's two subframes from the old and new LSPs.
+void interpolateLpc(const Kvo16s* lspOld, const Kvo16s* lspNew, Kvo16s* a) {
+    Kvo16s lsp[kOrder];
+    kvosInterpolate_G729_16s(lspNew, lspOld, lsp, kOrder);
+    kvosLSPToLPC_G729_16s(lsp, a);
+    kvosLSPToLPC_G729_16s(lspNew, a + kOrder + 1);
+}
+
+// Parity of the six most significant bits of the first pitch index.
+Kvo16s pitchParity(int index) {
+    int sum = 1;
+    for (int i = 2; i <= 7; ++i) sum += (index >> i) & 1;
+    return static_cast<Kvo16s>(sum & 1);
+}
+
+// Pitch sharpening of an impulse response or code vector for a lag below the
+// subframe: v[i] += sharp v[i - T0], sharp in Q14.
+void sharpen(Kvo16s* v, int t0, Kvo16s sharp) {
+    const Kvo16s g = static_cast<Kvo16s>(sharp << 1);
+    for (int i = t0; i < kSubframe; ++i) v[i] = add(v[i], mult(v[i - t0], g));
+}
+
+// Pulse positions of a 17-bit fixed codebook index (13 position bits).
+void pulsePositions(int index, int* pos) {
+    pos[0] = (index & 7) * 5;
+    pos[1] = ((index >> 3) & 7) * 5 + 1;
+    pos[2] = ((index >> 6) & 7) * 5 + 2;
+    pos[3] = ((index >> 10) & 7) * 5 + 3 + ((index >> 9) & 1);
+}
+
+// The four-pulse code vector (Q13, +-1 as 8191 / -8192) of a position and sign index.
+void decodeFixedVector(int sign, int index, Kvo16s* code) {
+    int pos[4];
+    pulsePositions(index, pos);
+    std::memset(code, 0, kSubframe * sizeof(Kvo16s));
+    for (int j = 0; j < 4; ++j) code[pos[j]] = ((sign >> j) & 1) ? 8191 : -8192;
+}
+
+// Filtered code vector: signed impulse responses at the pulses, summed in pulse order.
+void filteredFixedVector(int sign, int index, const Kvo16s* h, Kvo16s* y) {
+    int pos[4];
+    pulsePositions(index, pos);
+    std::memset(y, 0, kSubframe * sizeof(Kvo16s));
+    for (int j = 0; j < 4; ++j) {
+        const bool plus = (sign >> j) & 1;
+        for (int i = pos[j]; i < kSubframe; ++i) {
+            const Kvo16s t = h[i - pos[j]];
+            y[i] = add(y[i], plus ? t : (t == -32768 ? 32767 : -t));
+        }
+    }
+}
+
+// Energy of the fixed code vector, as the gain decoder expects it.
+Kvo32s energy(const Kvo16s* v) {
+    int64_t e = 0;
+    for (int i = 0; i < kSubframe; ++i) e += int32_t{v[i]} * v[i];
+    return sat32(e);
+}
+
+// The erased frame's random fixed codebook indices: s = 31821 s + 13849, 16 bits.
+Kvo16s random(Kvo16s* seed) {
+    *seed = static_cast<Kvo16s>(static_cast<uint16_t>(*seed * 31821 + 13849));
+    return *seed;
+}
+
+void initHighPass(KvoHighPassState_G729* hp, const Kvo16s* a, const Kvo16s* b) {
+    Kvo16s coeffs[6];
+    std::memcpy(coeffs, a, 3 * sizeof(Kvo16s));
+    std::memcpy(coeffs + 3, b, 3 * sizeof(Kvo16s));
+    kvosHighPassFilterInit_G729(coeffs, hp);
+}
+
+void resetLsfHistory(Kvo16s* prevFreq) {
+    for (int k = 0; k < 4; ++k)
+        std::memcpy(prevFreq + kOrder * k, kvo::tab::freq_prev_reset, kOrder * sizeof(Kvo16s));
+}
+
+}  // namespace
+
+// ============================ encoder ===================================
+
+struct EncoderState {
+    bool annexA;
+    KvoHighPassState_G729 hp;
+    Kvo16s speech[240] = {};                // window; frame at 120, new samples at 160
+    Kvo16s wsp[kPitMax + kFrame] = {};      // weighted speech, frame at 143
+    Kvo16s exc[kExcHistory + kFrame] = {};  // excitation, frame at 154
+    Kvo16s lpc[kOrder + 1] = {4096};        // last stable unquantised A(z)
+    Kvo16s rc[2] = {};                      // its first two reflection coefficients
+    Kvo16s lspOld[kOrder], lspOldQ[kOrder];
+    Kvo16s prevFreq[4 * kOrder];
+    Kvo16s energyErr[4] = {-14336, -14336, -14336, -14336};
+    Kvo16s memW[kOrder] = {}, memW0[kOrder] = {}, memSyn[kOrder] = {};
+    Kvo16s err[kOrder + kSubframe] = {};  // error signal; [0..9] is its filter memory
+    Kvo16s sharp = kSharpMin;
+    Kvo16s searchTimes = 0;
+    Kvo32s excErr[4] = {0x4000, 0x4000, 0x4000, 0x4000};  // taming: worst gain products, Q14
+    Kvo16s smooth = 1, larOld[2] = {};                    // G.729 weighting state
+
+    explicit EncoderState(bool a) : annexA(a) {
+        initHighPass(&hp, kvo::tab::a140, kvo::tab::b140);
+        std::memcpy(lspOld, kLspStart, sizeof lspOld);
+        std::memcpy(lspOldQ, kLspStart, sizeof lspOldQ);
+        resetLsfHistory(prevFreq);
+    }
+};
+
+namespace {
+
+// Taming: the subframes of the past excitation that a lag of t reaches, 0 the newest.
+inline int zone(int delay) {
+    return delay / kSubframe;
+}
+
+// True when the excitation that the chosen lag reads may already have built up
+// an unstable pitch loop (worst accumulated gain above 60000 in Q14).
+bool tamingNeeded(const EncoderState& s, int t0, int frac) {
+    const int t1 = frac > 0 ? t0 + 1 : t0;
+    const int zone1 = zone(std::max(t1 - kSubframe - 10, 0));
+    const int zone2 = zone(t1 + 8);
+    Kvo32s worst = -1;
+    for (int i = zone2; i >= zone1; --i) worst = std::max(worst, s.excErr[i]);
+    return worst > 983040000;
+}
+
+Kvo32s gainProduct(Kvo32s err, Kvo16s gain) {
+    const Kvo16s hi = static_cast<Kvo16s>(err >> 16);
+    const Kvo16s lo = static_cast<Kvo16s>((err >> 1) - (Kvo32s{hi} << 15));
+    const int32_t p = sat32(2 * (int64_t{hi} * gain + ((int32_t{lo} * gain) >> 15)));
+    return sat32(0x4000 + int64_t{sat32(int64_t{p} << 1)});
+}
+
+void updateTaming(EncoderState& s, Kvo16s gainPitch, int t0) {
+    Kvo32s worst = -1;
+    if (t0 < kSubframe) {
+        const Kvo32s once = gainProduct(s.excErr[0], gainPitch);
+        worst = std::max(worst, once);
+        worst = std::max(worst, gainProduct(once, gainPitch));
+    } else {
+        for (int i = zone(t0 - kSubframe); i <= zone(t0 - 1); ++i)
+            worst = std::max(worst, gainProduct(s.excErr[i], gainPitch));
+    }
+    for (int i = 3; i >= 1; --i) s.excErr[i] = s.excErr[i - 1];
+    s.excErr[0] = worst;
+}
+
+// G.729 adaptive perceptual weighting: LARs of the first two reflection
+// coefficients (piecewise linear, Q11; the first subframe takes the mean of
+// the last and the new frame's), a flatness decision with hysteresis
+// (non-flat below -1.74 and above 0.65, flat again above -1.52 or below
+// 0.43), then fixed gammas (0.94, 0.6) for a flat spectrum, or gamma1 0.98
+// with gamma2 falling with the smallest LSF spacing, held within 0.4 .. 0.7.
+void perceptualGammas(EncoderState& s, const Kvo16s* lsfInt, const Kvo16s* lsfNew, Kvo16s* gamma1,
+                      Kvo16s* gamma2) {
+    Kvo16s lar[4];
+    for (int i = 0; i < 2; ++i) {
+        const int r = s.rc[i] == -32768 ? 32767 : std::abs(int{s.rc[i]});
+        const int cur = r >> 4;
+        int v = cur;
+        if (cur > 1299) {
+            const int half = cur >> 1;
+            const int32_t slope = cur <= 1815 ? 4567 : cur <= 1944 ? 11776 : 27443;
+            const int32_t icpt = cur <= 1815 ? 3271557 : cur <= 1944 ? 16357786 : 46808433;
+            v = static_cast<Kvo16s>((2 * half * slope - icpt) >> 11);
+        }
+        lar[2 + i] = static_cast<Kvo16s>(s.rc[i] < 0 ? -v : v);
+        lar[i] = static_cast<Kvo16s>(add(s.larOld[i], lar[2 + i]) >> 1);
+        s.larOld[i] = lar[2 + i];
+    }
+    for (int k = 0; k < 2; ++k) {
+        const Kvo16s l0 = lar[2 * k], l1 = lar[2 * k + 1];
+        if (s.smooth) {
+            if (l0 < -3562 && l1 > 1336) s.smooth = 0;
+        } else if (l0 > -3116 || l1 < 890) {
+            s.smooth = 1;
+        }
+        if (s.smooth) {
+            gamma1[k] = 30802;
+            gamma2[k] = 19661;
+            continue;
+        }
+        // Smallest LSF spacing, on the scale where 1.0 is pi (twice the normalised
+        // frequency); gamma2 = 1 - 6 pi d in Q10, then Q15.
+        const Kvo16s* lsf = k == 0 ? lsfInt : lsfNew;
+        int dmin = sub(lsf[1], lsf[0]);
+        for (int i = 1; i < kOrder - 1; ++i) dmin = std::min<int>(dmin, sub(lsf[i + 1], lsf[i]));
+        const Kvo16s t = sub(1024, mult(19302, add(dmin, dmin)));
+        gamma1[k] = 32113;
+        gamma2[k] = std::clamp<Kvo16s>(sat16(int32_t{t} << 5), 13107, 22938);
+    }
+}
+
+// LP analysis of the window: autocorrelation, lag window, Levinson-Durbin
+// (the previous filter is kept when the recursion gives up), LSPs.
+bool lpAnalysis(EncoderState& s, Kvo16s* lspNew) {
+    Kvo32s r[13];
+    Kvo16s norm;
+    if (!ok(kvosAutoCorr_G729B(s.speech, &norm, r))) return false;
+    if (!ok(kvosLagWindow_G729_32s_I(r + 1, kOrder))) return false;
+    Kvo16s a[kOrder + 1], rc[kOrder], residual;
+    if (kvosLevinsonDurbin_G729_32s16s(r, kOrder, a, rc, &residual) == kvoOk) {
+        std::memcpy(s.lpc, a, sizeof a);
+        s.rc[0] = rc[0];
+        s.rc[1] = rc[1];
+    }
+    return ok(s.annexA ? kvosLPCToLSP_G729A_16s(s.lpc, s.lspOld, lspNew)
+                       : kvosLPCToLSP_G729_16s(s.lpc, s.lspOld, lspNew));
+}
+
+// Weighted speech of the frame and the weighting filters of each subframe
+// (ap: per subframe 22 coefficients).  G.729: W(z) = A(z/g1)/A(z/g2) on the
+// unquantised filters a (the interpolated one, then the frame's own).
+void weightedSpeech(EncoderState& s, const Kvo16s* lspNew, Kvo16s* a, Kvo16s* ap) {
+    const Kvo16s* speech = s.speech + 120;
+    Kvo16s* wsp = s.wsp + kPitMax;
+    Kvo16s lspInt[kOrder], lsfInt[kOrder], lsfNew[kOrder], g1[2], g2[2];
+    kvosInterpolate_G729_16s(lspNew, s.lspOld, lspInt, kOrder);
+    kvosLSPToLPC_G729_16s(lspInt, a);
+    std::memcpy(a + kOrder + 1, s.lpc, sizeof s.lpc);
+    kvosLSPToLSF_Norm_G729_16s(lspInt, lsfInt);
+    kvosLSPToLSF_Norm_G729_16s(lspNew, lsfNew);
+    perceptualGammas(s, lsfInt, lsfNew, g1, g2);
+    for (int k = 0; k < 2; ++k) {
+        Kvo16s* w = ap + 22 * k;  // A(z/g1) then A(z/g2)
+        weightAz(a + 11 * k, g1[k], w);
+        weightAz(a + 11 * k, g2[k], w + 11);
+        kvosIIR16s_G729_16s(w, speech + 40 * k - kOrder, wsp + 40 * k, s.memW);
+    }
+}
+
+// Annex A: W(z) = A(z)/A(z/0.75) on the quantised filters aq; the open-loop
+// search sees the LP residual through 1/(A(z/0.75)(1 - 0.7 z^-1)).  The
+// residual stays in the excitation buffer for the subframes' targets.
+void weightedSpeechA(EncoderState& s, const Kvo16s* aq, Kvo16s* ap) {
+    const Kvo16s* speech = s.speech + 120;
+    Kvo16s* wsp = s.wsp + kPitMax;
+    Kvo16s* res = s.exc + kExcHistory;
+    for (int k = 0; k < 2; ++k) {
+        weightAz(aq + 11 * k, 24576, ap + 22 * k);
+        kvosResidualFilter_G729_16s(speech + 40 * k, aq + 11 * k, res + 40 * k);
+        Kvo16s a1[kOrder + 1];
+        a1[0] = 4096;
+        for (int i = 1; i <= kOrder; ++i)
+            a1[i] = sub(ap[22 * k + i], mult(ap[22 * k + i - 1], 22938));
+        kvosSynthesisFilter_NR_16s_Sfs(a1, res + 40 * k, wsp + 40 * k, kSubframe, 12, s.memW);
+        std::memcpy(s.memW, wsp + 40 * k + kSubframe - kOrder, sizeof s.memW);
+    }
+}
+
+}  // namespace
+
+Encoder::Encoder(bool annexA) : s_(new EncoderState(annexA)) {}
+Encoder::~Encoder() {
+    delete s_;
+}
+
+bool Encoder::frame(const int16_t* pcm, int16_t* prm) {
+    EncoderState& s = *s_;
+    Kvo16s* speech = s.speech + 120;
+    Kvo16s* exc = s.exc + kExcHistory;
+
+    // Pre-processing: 140 Hz high-pass with the halving folded into its gains.
+    std::memcpy(s.speech + 160, pcm, kFrame * sizeof(Kvo16s));
+    if (!ok(kvosHighPassFilter_G729_16s_ISfs(s.speech + 160, kFrame, 12, &s.hp))) return false;
+
+    // LP analysis, LSP quantisation and interpolation.
+    Kvo16s lspNew[kOrder], lspNewQ[kOrder], code2[2];
+    if (!lpAnalysis(s, lspNew)) return false;
+    kvosLSPQuant_G729_16s(lspNew, s.prevFreq, lspNewQ, code2);
+    prm[0] = code2[0];
+    prm[1] = code2[1];
+    Kvo16s aq[2 * (kOrder + 1)], a[2 * (kOrder + 1)], ap[4 * (kOrder + 1)];
+    interpolateLpc(s.lspOldQ, lspNewQ, aq);
+
+    // Perceptual weighting filters, weighted speech, open-loop pitch.
+    Kvo16s* wsp = s.wsp + kPitMax;
+    if (!s.annexA)
+        weightedSpeech(s, lspNew, a, ap);
+    else
+        weightedSpeechA(s, aq, ap);
+    std::memcpy(s.lspOld, lspNew, sizeof lspNew);
+    std::memcpy(s.lspOldQ, lspNewQ, sizeof lspNewQ);
+    Kvo16s tOp;
+    if (!ok(s.annexA ? kvosOpenLoopPitchSearch_G729A_16s(wsp, &tOp)
+                     : kvosOpenLoopPitchSearch_G729_16s(wsp, &tOp)))
+        return false;
+
+    int t0Min = 0, t0First = tOp;
+    for (int k = 0; k < 2; ++k) {
+        const int i0 = 40 * k;
+        const Kvo16s* aqk = aq + 11 * k;
+        const Kvo16s* ap1 = ap + 22 * k;       // G.729: A(z/g1); Annex A: A(z/0.75)
+        const Kvo16s* ap2 = ap + 22 * k + 11;  // G.729: A(z/g2)
+        Kvo16s h[kSubframe], xn[kSubframe], zero[kOrder] = {};
+
+        // Impulse response of the weighted synthesis filter and the target signal.
+        if (!s.annexA) {
+            Kvo16s ai[kSubframe] = {};
+            std::memcpy(ai, ap1, (kOrder + 1) * sizeof(Kvo16s));
+            kvosSynthesisFilter_NR_16s_Sfs(aqk, ai, h, kSubframe, 12, zero);
+            kvosSynthesisFilter_NR_16s_ISfs(ap2, h, kSubframe, 12, zero);
+            kvosResidualFilter_G729_16s(speech + i0, aqk, exc + i0);
+            kvosSynthesisFilter_NR_16s_Sfs(aqk, exc + i0, s.err + kOrder, kSubframe, 12, s.err);
+            kvosResidualFilter_G729_16s(s.err + kOrder, ap1, xn);
+            kvosSynthesisFilter_NR_16s_ISfs(ap2, xn, kSubframe, 12, s.memW0);
+        } else {
+            kvosSynthesisFilterZeroStateResponse_NR_16s(ap1, h, kSubframe, 12);
+            kvosSynthesisFilter_NR_16s_Sfs(ap1, exc + i0, xn, kSubframe, 12, s.memW0);
+        }
+
+        // Closed-loop pitch and its index (with parity in the first subframe).
+        Kvo16s delay[2], adapt[kSubframe], y1[kSubframe], gp;
+        const Kvo32s open = k == 0 ? tOp : t0First;
+        if (!ok(s.annexA ? kvosAdaptiveCodebookSearch_G729A_16s(open, xn, h, exc + i0 - kExcHistory,
+                                                                delay, adapt, k)
+                         : kvosAdaptiveCodebookSearch_G729_16s(open, xn, h, exc + i0 - kExcHistory,
+                                                               delay, adapt, k)))
+            return false;
+        const int t0 = delay[0], frac = delay[1];
+        if (k == 0) {
+            prm[2] = static_cast<Kvo16s>(t0 <= 85 ? 3 * t0 - 58 + frac : t0 + 112);
+            prm[3] = pitchParity(prm[2]);
+            t0First = t0;
+            t0Min = std::max(t0 - 5, kPitMin);
+            if (t0Min + 9 > kPitMax) t0Min = kPitMax - 9;
+        } else {
+            prm[7] = static_cast<Kvo16s>(3 * (t0 - t0Min) + 2 + frac);
+        }
+
+        // Pitch gain (limited while taming) and the target of the fixed codebook.
+        if (!ok(s.annexA ? kvosAdaptiveCodebookGain_G729A_16s(xn, ap1, adapt, y1, &gp)
+                         : kvosAdaptiveCodebookGain_G729_16s(xn, h, adapt, y1, &gp)))
+            return false;
+        const bool tame = tamingNeeded(s, t0, frac);
+        if (tame && gp > kGpClip) gp = kGpClip;
+        Kvo16s xn2[kSubframe];
+        kvosAdaptiveCodebookContribution_G729_16s(gp, y1, xn, xn2);
+
+        // Fixed codebook on the sharpened impulse response.
+        if (t0 < kSubframe) sharpen(h, t0, s.sharp);
+        alignas(32) Kvo16s rr[616];
+        Kvo16s dn[kSubframe], code[kSubframe], y2[kSubframe], fidx[2];
+        kvosCrossCorr_NormM_16s(h, xn2, kSubframe, dn);
+        kvosToeplizMatrix_G729_16s(h, rr);
+        if (!ok(s.annexA ? kvosFixedCodebookSearch_G729A_16s(dn, rr, code, fidx)
+                         : kvosFixedCodebookSearch_G729_16s(dn, rr, code, fidx, &s.searchTimes, k)))
+            return false;
+        filteredFixedVector(fidx[0], fidx[1], h, y2);
+        if (t0 < kSubframe) sharpen(code, t0, s.sharp);
+        prm[4 + 4 * k] = fidx[1];
+        prm[5 + 4 * k] = fidx[0];
+
+        // Gain quantisation.
+        Kvo16s gains[2], gidx[2];
+        if (!ok(kvosGainQuant_G729_16s(xn, y1, code, y2, s.energyErr, gains, gidx, tame)))
+            return false;
+        prm[6 + 4 * k] =
+            static_cast<Kvo16s>((kvo::tab::map1[gidx[0]] << 4) | kvo::tab::map2[gidx[1]]);
+        updateTaming(s, gains[0], t0);
+        s.sharp = std::clamp<Kvo16s>(gains[0], kSharpMin, kSharpMax);
+
+        // Excitation, synthesis and the filter memories of the next target.
+        kvosInterpolateC_NR_G729_16s_Sfs(exc + i0, gains[0], code, gains[1], exc + i0, kSubframe,
+                                         14);
+        Kvo16s synth[kSubframe];
+        kvosSynthesisFilter_NR_16s_Sfs(aqk, exc + i0, synth, kSubframe, 12, s.memSyn);
+        std::memcpy(s.memSyn, synth + kSubframe - kOrder, sizeof s.memSyn);
+        for (int j = 0; j < kOrder; ++j) {
+            const int i = kSubframe - kOrder + j;
+            s.err[j] = sub(speech[i0 + i], synth[i]);
+            s.memW0[j] =
+                sub(xn[i], add(multShlHigh(y1[i], gains[0], 1), multShlHigh(y2[i], gains[1], 2)));
+        }
+    }
+
+    std::memmove(s.speech, s.speech + kFrame, (240 - kFrame) * sizeof(Kvo16s));
+    std::memmove(s.wsp, s.wsp + kFrame, kPitMax * sizeof(Kvo16s));
+    std::memmove(s.exc, s.exc + kFrame, kExcHistory * sizeof(Kvo16s));
+    return true;
+}
+
+// ============================ decoder ===================================
+
+struct DecoderState {
+    bool annexA;
+    Kvo16s exc[kExcHistory + kFrame] = {};
+    Kvo16s synth[kOrder + kFrame] = {};  // [0..9]: the last synthesis samples of the last frame
+    Kvo16s memSyn[kOrder] = {};
+    Kvo16s lspOld[kOrder];
+    Kvo16s prevFreq[4 * kOrder];
+    Kvo16s prevLsf[kOrder];
+    Kvo16s prevMa = 0;
+    Kvo16s energyErr[4] = {-14336, -14336, -14336, -14336};
+    Kvo16s gains[2] = {};
+    Kvo16s sharp = kSharpMin;
+    Kvo16s oldT0 = 60;
+    Kvo16s seed = 21845;
+    Kvo16s voicing = 60;
+    // Post filter.
+    Kvo16s res2[kExcHistory + kSubframe] = {};  // residual of A(z/0.55); subframe at 154
+    Kvo16s stp[kOrder + kSubframe] = {};        // short-term filter output; [0..9] memory
+    Kvo16s pre[1 + kSubframe] = {};             // Annex A tilt: [0] is its memory
+    Kvo16s memSynPst[kOrder] = {};
+    Kvo16s gainPrec;
+    KvoHighPassState_G729 hp;
+
+    explicit DecoderState(bool a) : annexA(a), gainPrec(a ? 4096 : 16384) {
+        std::memcpy(lspOld, kLspStart, sizeof lspOld);
+        resetLsfHistory(prevFreq);
+        std::memcpy(prevLsf, kvo::tab::freq_prev_reset, sizeof prevLsf);
+        initHighPass(&hp, kvo::tab::a100, kvo::tab::b100);
+    }
+};
+
+namespace {
+
+// Pitch lag and fraction of a received index.
+void decodeLag(int index, int k, int* t0, int* frac) {
+    if (k == 0) {
+        if (index < 197) {
+            *t0 = ((index + 2) * 10923 >> 15) + 19;
+            *frac = index - 3 * *t0 + 58;
+        } else {
+            *t0 = index - 112;
+            *frac = 0;
+        }
+        return;
+    }
+    int t0Min = std::max(*t0 - 5, kPitMin);
+    if (t0Min + 9 > kPitMax) t0Min = kPitMax - 9;
+    const int i = ((index + 2) * 10923 >> 15) - 1;
+    *t0 = i + t0Min;
+    *frac = index - 2 - 3 * i;
+}
+
+// G.729 post filter of one subframe: A(z/0.55) residual, long-term filter at
+// 1/8 resolution, short-term filter with tilt compensation, gain control.
+bool postFilter(DecoderState& s, const Kvo16s* syn, const Kvo16s* az, int t0, Kvo16s* out,
+                Kvo16s* voice) {
+    Kvo16s ap2[kOrder + 1], ltp[kSubframe], h[20], mem[kOrder];
+    Kvo16s* res = s.res2 + kExcHistory;
+    weightAz(az, 18022, ap2);
+    kvosResidualFilter_G729_16s(syn, ap2, res);
+    if (!ok(kvosLongTermPostFilter_G729_16s(16384, t0, res, ltp, voice))) return false;
+    kvosShortTermPostFilter_G729_16s(az, ltp, s.stp + kOrder, h);
+    std::memcpy(mem, s.stp + kSubframe, sizeof mem);
+    kvosTiltCompensation_G729_16s(h, s.stp + kOrder);
+    kvosGainControl_G729_16s_I(syn, s.stp + kOrder, &s.gainPrec);
+    std::memcpy(out, s.stp + kOrder, kSubframe * sizeof(Kvo16s));
+    std::memcpy(s.stp, mem, sizeof mem);
+    return true;
+}
+
+// Annex A post filter of one subframe: harmonic filter on the A(z/0.55)
+// residual, tilt compensation, 1/A(z/0.7), gain control.
+bool postFilterA(DecoderState& s, const Kvo16s* syn, const Kvo16s* az, int t0, Kvo16s* out) {
+    Kvo16s ap[2 * (kOrder + 1)];
+    weightAz(az, 18022, ap);
+    weightAz(az, 22938, ap + kOrder + 1);
+    if (!ok(kvosLongTermPostFilter_G729A_16s(t0, syn, ap, s.res2, s.pre + 1))) return false;
+    kvosTiltCompensation_G729A_16s(ap, s.pre + 1);
+    kvosSynthesisFilter_NR_16s_Sfs(ap + kOrder + 1, s.pre + 1, out, kSubframe, 12, s.memSynPst);
+    std::memcpy(s.memSynPst, out + kSubframe - kOrder, sizeof s.memSynPst);
+    kvosGainControl_G729A_16s_I(syn, out, &s.gainPrec);
+    return true;
+}
+
+}  // namespace
+
+Decoder::Decoder(bool annexA) : s_(new DecoderState(annexA)) {}
+Decoder::~Decoder() {
+    delete s_;
+}
+
+bool Decoder::frame(const int16_t* prm, bool erased, int16_t* pcm) {
+    DecoderState& s = *s_;
+    Kvo16s* exc = s.exc + kExcHistory;
+    Kvo16s* synth = s.synth + kOrder;
+    const bool parityError = !erased && ((pitchParity(prm[2]) ^ prm[3]) & 1);
+
+    // LSP decode, or the erased frame's history update on the last LSFs.
+    Kvo16s lsf[kOrder], lspNew[kOrder], az[2 * (kOrder + 1)];
+    if (!erased) {
+        const Kvo16s idx[4] = {
+            static_cast<Kvo16s>((prm[0] >> 7) & 1), static_cast<Kvo16s>(prm[0] & 127),
+            static_cast<Kvo16s>((prm[1] >> 5) & 31), static_cast<Kvo16s>(prm[1] & 31)};
+        if (!ok(kvosLSFDecode_G729_16s(idx, s.prevFreq, lsf))) return false;
+        std::memcpy(s.prevLsf, lsf, sizeof lsf);
+        s.prevMa = idx[0];
+    } else {
+        if (!ok(kvosLSFDecodeErased_G729_16s(s.prevMa, s.prevFreq, s.prevLsf))) return false;
+        std::memcpy(lsf, s.prevLsf, sizeof lsf);
+    }
+    kvosLSFToLSP_G729_16s(lsf, lspNew);
+    interpolateLpc(s.lspOld, lspNew, az);
+    std::memcpy(s.lspOld, lspNew, sizeof lspNew);
+
+    int t0 = s.oldT0, frac = 0, t0Sub[2];
+    for (int k = 0; k < 2; ++k) {
+        const int i0 = 40 * k;
+        // Adaptive vector: decoded lag, or the last lag for a lost one.
+        if (!erased && !(k == 0 && parityError)) {
+            decodeLag(prm[2 + 5 * k], k, &t0, &frac);
+            s.oldT0 = static_cast<Kvo16s>(t0);
+        } else {
+            t0 = s.oldT0;
+            frac = 0;
+            s.oldT0 = static_cast<Kvo16s>(std::min(s.oldT0 + 1, kPitMax));
+        }
+        t0Sub[k] = t0;
+        const Kvo16s delay[2] = {static_cast<Kvo16s>(t0), static_cast<Kvo16s>(frac)};
+        if (!ok(kvosDecodeAdaptiveVector_G729_16s_I(delay, exc + i0 - kExcHistory))) return false;
+
+        // Fixed vector (random indices for a lost frame), sharpened.
+        Kvo16s code[kSubframe];
+        int cIdx = prm[4 + 4 * k], sIdx = prm[5 + 4 * k];
+        if (erased) {
+            cIdx = random(&s.seed) & 0x1fff;
+            sIdx = random(&s.seed) & 0x000f;
+        }
+        decodeFixedVector(sIdx, cIdx, code);
+        if (t0 < kSubframe) sharpen(code, t0, s.sharp);
+
+        // Gains.
+        const Kvo16s gidx[2] = {static_cast<Kvo16s>(prm[6 + 4 * k] >> 4),
+                                static_cast<Kvo16s>(prm[6 + 4 * k] & 15)};
+        if (!ok(kvosDecodeGain_G729_16s(energy(code), s.energyErr, erased ? nullptr : gidx,
+                                        s.gains)))
+            return false;
+        s.sharp = std::clamp<Kvo16s>(s.gains[0], kSharpMin, kSharpMax);
+
+        // Excitation: a lost G.729 frame keeps the adaptive part if the last
+        // frame was voiced, the fixed part otherwise.
+        Kvo16s gp = s.gains[0], gc = s.gains[1];
+        if (erased && !s.annexA) (s.voicing ? gc : gp) = 0;
+        kvosInterpolateC_NR_G729_16s_Sfs(exc + i0, gp, code, gc, exc + i0, kSubframe, 14);
+
+        // Synthesis; on overflow the excitation history is scaled down and the subframe redone.
+        const Kvo16s* a = az + 11 * k;
+        if (kvosSynthesisFilter_NR_16s_Sfs(a, exc + i0, synth + i0, kSubframe, 12, s.memSyn) ==
+            kvoWarnOverflow) {
+            for (Kvo16s& e : s.exc) e = static_cast<Kvo16s>(e >> 2);
+            kvosSynthesisFilter_NR_16s_Sfs(a, exc + i0, synth + i0, kSubframe, 12, s.memSyn);
+        }
+        std::memcpy(s.memSyn, synth + i0 + kSubframe - kOrder, sizeof s.memSyn);
+    }
+
+    // Post filter, subframe by subframe, and post-processing.
+    Kvo16s voicing = 0;
+    for (int k = 0; k < 2; ++k) {
+        const int i0 = 40 * k;
+        if (s.annexA) {
+            if (!postFilterA(s, synth + i0, az + 11 * k, t0Sub[k], pcm + i0)) return false;
+        } else {
+            Kvo16s v;
+            if (!postFilter(s, synth + i0, az + 11 * k, t0Sub[0], pcm + i0, &v)) return false;
+            if (v != 0) voicing = v;
+        }
+        std::memmove(s.res2, s.res2 + kSubframe, kExcHistory * sizeof(Kvo16s));
+    }
+    s.voicing = voicing;
+    std::memcpy(s.synth, s.synth + kFrame, kOrder * sizeof(Kvo16s));
+    std::memmove(s.exc, s.exc + kFrame, kExcHistory * sizeof(Kvo16s));
+    return ok(kvosHighPassFilter_G729_16s_ISfs(pcm, kFrame, 13, &s.hp));
+}
+
+// ============================ bit streams ================================
+
+void pack(const int16_t* prm, uint8_t* bytes) {
+    std::memset(bytes, 0, kPackedBytes);
+    int bit = 0;
+    for (int p = 0; p < kParams; ++p)
+        for (int b = kParamBits[p] - 1; b >= 0; --b, ++bit)
+            if ((prm[p] >> b) & 1) bytes[bit >> 3] |= static_cast<uint8_t>(0x80 >> (bit & 7));
+}
+
+void unpack(const uint8_t* bytes, int16_t* prm) {
+    int bit = 0;
+    for (int p = 0; p < kParams; ++p) {
+        int v = 0;
+        for (int b = 0; b < kParamBits[p]; ++b, ++bit)
+            v = (v << 1) | ((bytes[bit >> 3] >> (7 - (bit & 7))) & 1);
+        prm[p] = static_cast<int16_t>(v);
+    }
+}
+
+void pack_serial(const int16_t* prm, int16_t* words) {
+    words[0] = 0x6b21;
+    words[1] = 80;
+    int w = 2;
+    for (int p = 0; p < kParams; ++p)
+        for (int b = kParamBits[p] - 1; b >= 0; --b)
+            words[w++] = ((prm[p] >> b) & 1) ? 0x0081 : 0x007f;
+}
+
+bool unpack_serial(const int16_t* words, int16_t* prm) {
+    bool erased = false;
+    int w = 2;
+    for (int p = 0; p < kParams; ++p) {
+        int v = 0;
+        for (int b = 0; b < kParamBits[p]; ++b, ++w) {
+            erased |= words[w] == 0;
+            v = (v << 1) | (words[w] == 0x0081 ? 1 : 0);
+        }
+        prm[p] = static_cast<int16_t>(v);
+    }
+    return erased;
+}
+
+}  // namespace kvosc::coders::g729
+
+// ============================ tool records ===============================
+
+namespace kvosc::coders {
+namespace {
+
+using namespace g729;
+
+std::string pick_format(const Options& opt, const char* dflt, std::string& error) {
+    std::string f = opt.get("format", dflt);
+    if (f != "itu" && f != "packed") error = "unknown --format '" + f + "' (itu or packed)";
+    return error.empty() ? f : std::string();
+}
+
+bool encode_stream(bool annexA, const Options& opt, const std::vector<int16_t>& pcm,
+                   std::vector<uint8_t>& stream, std::string& error) {
+    const std::string format = pick_format(opt, "packed", error);
+    if (format.empty()) return false;
+    Encoder enc(annexA);
+    std::vector<int16_t> words;
+    stream.clear();
+    for (size_t at = 0; at < pcm.size(); at += kFrame) {
+        int16_t in[kFrame] = {}, prm[kParams];
+        std::copy(pcm.begin() + at, pcm.begin() + std::min(at + kFrame, pcm.size()), in);
+        if (!enc.frame(in, prm)) {
+            error = "encoder failed at frame " + std::to_string(at / kFrame);
+            return false;
+        }
+        if (format == "packed") {
+            uint8_t b[kPackedBytes];
+            pack(prm, b);
+            stream.insert(stream.end(), b, b + kPackedBytes);
+        } else {
+            int16_t w[kSerialWords];
+            pack_serial(prm, w);
+            words.insert(words.end(), w, w + kSerialWords);
+        }
+    }
+    if (format == "itu") stream = bytes_from_words(words);
+    return true;
+}
+
+bool decode_stream(bool annexA, const Options& opt, const std::vector<uint8_t>& stream,
+                   std::vector<int16_t>& pcm, std::string& error) {
+    const std::string format = pick_format(opt, "packed", error);
+    if (format.empty()) return false;
+    Decoder dec(annexA);
+    pcm.clear();
+    const std::vector<int16_t> words =
+        format == "itu" ? words_from_bytes(stream) : std::vector<int16_t>();
+    const size_t frames =
+        format == "itu" ? words.size() / kSerialWords : stream.size() / kPackedBytes;
+    if ((format == "itu" ? words.size() % kSerialWords : stream.size() % kPackedBytes) != 0) {
+        error = "stream is not a whole number of frames";
+        return false;
+    }
+    for (size_t f = 0; f < frames; ++f) {
+        int16_t prm[kParams], out[kFrame];
+        bool erased = false;
+        if (format == "packed") {
+            unpack(stream.data() + f * kPackedBytes, prm);
+        } else {
+            const int16_t* w = words.data() + f * kSerialWords;
+            // Sync word 0x6b21 for a good frame, 0x6b20 for one flagged bad.
+            if ((w[0] != 0x6b21 && w[0] != 0x6b20) || w[1] != 80) {
+                error = "frame " + std::to_string(f) + ": not an 80-bit serial frame";
+                return false;
+            }
+            erased = unpack_serial(w, prm) || w[0] == 0x6b20;
+        }
+        if (!dec.frame(prm, erased, out)) {
+            error = "decoder failed at frame " + std::to_string(f);
+            return false;
+        }
+        pcm.insert(pcm.end(), out, out + kFrame);
+    }
+    return true;
+}
+
+// The file of a set, its extension in capitals or in lower case.
+std::string set_file(const std::string& dir, const std::string& set, std::string ext) {
+    std::vector<uint8_t> probe;
+    for (int pass = 0; pass < 2; ++pass) {
+        const std::string path = dir + "/" + set + "." + ext;
+        if (read_file(path, probe)) return path;
+        for (char& ch : ext) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+    }
+    return "";
+}
+
+// Frames that differ between two word sequences of frameWords words per frame.
+VerifyRow compare(const std::string& name, const std::vector<int16_t>& got,
+                  const std::vector<int16_t>& want, size_t frameWords, const char* what) {
+    VerifyRow row;
+    row.set = name;
+    row.frames = static_cast<long>(want.size() / frameWords);
+    if (got.size() < want.size()) {
+        row.mismatched = row.frames;
+        row.note = "output shorter than the reference";
+        return row;
+    }
+    for (long f = 0; f < row.frames; ++f) {
+        for (size_t i = 0; i < frameWords; ++i) {
+            const size_t at = f * frameWords + i;
+            if (got[at] == want[at]) continue;
+            if (row.mismatched++ == 0)
+                row.note = "first difference: frame " + std::to_string(f) + ", " + what + " " +
+                           std::to_string(i) + " (" + std::to_string(got[at]) + " vs " +
+                           std::to_string(want[at]) + ")";
+            break;
+        }
+    }
+    return row;
+}
+
+std::vector<VerifyRow> verify_sets(bool annexA, const std::string& dir) {
+    static const char* const kSets[] = {"ALGTHM", "ERASURE", "FIXED",  "LSP",  "OVERFLOW",
+                                        "PARITY", "PITCH",   "SPEECH", "TAME", "TEST"};
+    std::vector<VerifyRow> rows;
+    Options itu;
+    itu.values.push_back({"format", "itu"});
+    for (const char* set : kSets) {
+        const std::string bitPath = set_file(dir, set, "BIT");
+        if (bitPath.empty()) continue;
+        std::vector<uint8_t> bit, in, pst;
+        read_file(bitPath, bit);
+        const std::vector<int16_t> bitWords = words_from_bytes(bit);
+        std::string error;
+        const std::string inPath = set_file(dir, set, "IN");
+        if (!inPath.empty() && read_file(inPath, in)) {
+            std::vector<int16_t> pcm = words_from_bytes(in);
+            pcm.resize(pcm.size() / kFrame * kFrame);  // the reference codes whole frames only
+            std::vector<uint8_t> out;
+            VerifyRow row;
+            if (encode_stream(annexA, itu, pcm, out, error))
+                row = compare(std::string(set) + " encoder", words_from_bytes(out), bitWords,
+                              kSerialWords, "word");
+            else
+                row = {std::string(set) + " encoder", 0, 1, error};
+            rows.push_back(row);
+        }
+        const std::string pstPath = set_file(dir, set, "PST");
+        if (pstPath.empty() || !read_file(pstPath, pst)) {
+            VerifyRow row;
+            row.set = std::string(set) + " decoder";
+            row.skipped = true;
+            row.note = "no .PST file";
+            rows.push_back(row);
+            continue;
+        }
+        std::vector<int16_t> pcm;
+        VerifyRow row;
+        if (decode_stream(annexA, itu, bit, pcm, error))
+            row = compare(std::string(set) + " decoder", pcm, words_from_bytes(pst), kFrame,
+                          "sample");
+        else
+            row = {std::string(set) + " decoder", 0, 1, error};
+        rows.push_back(row);
+    }
+    if (rows.empty()) {
+        VerifyRow row;
+        row.set = dir;
+        row.skipped = true;
+        row.note = "no G.729 vector sets (.BIT files) found";
+        rows.push_back(row);
+    }
+    return rows;
+}
+
+}  // namespace
+
+extern const Coder kG729 = {
+    "g729",
+    "ITU-T G.729 CS-ACELP, 8 kbit/s",
+    "--format packed|itu (packed: 10 octets per frame, RFC 3551; itu: serial words)",
+    8000,
+    8.0,
+    [](const Options& o, const std::vector<int16_t>& p, std::vector<uint8_t>& s, std::string& e) {
+        return encode_stream(false, o, p, s, e);
+    },
+    [](const Options& o, const std::vector<uint8_t>& s, std::vector<int16_t>& p, std::string& e) {
+        return decode_stream(false, o, s, p, e);
+    },
+    [](const std::string& dir) { return verify_sets(false, dir); },
+};
+
+extern const Coder kG729A = {
+    "g729a",
+    "ITU-T G.729 Annex A (reduced complexity), 8 kbit/s",
+    "--format packed|itu (packed: 10 octets per frame, RFC 3551; itu: serial words)",
+    8000,
+    8.0,
+    [](const Options& o, const std::vector<int16_t>& p, std::vector<uint8_t>& s, std::string& e) {
+        return encode_stream(true, o, p, s, e);
+    },
+    [](const Options& o, const std::vector<uint8_t>& s, std::vector<int16_t>& p, std::string& e) {
+        return decode_stream(true, o, s, p, e);
+    },
+    [](const std::string& dir) { return verify_sets(true, dir); },
+};
+
+}  // namespace kvosc::coders
