@@ -16,8 +16,9 @@ std::vector<Kvo16s> frame(int len, double amp) {
     uint32_t seed = 777u + len;
     for (int i = 0; i < len; ++i) {
         seed = seed * 1664525u + 1013904223u;
-        const double x = amp * (0.6 * std::sin(0.031 * i) + 0.3 * std::sin(0.47 * i)) +
-                         amp * 0.1 * ((static_cast<int32_t>(seed >> 16) & 0xffff) - 32768) / 32768.0;
+        const double x =
+            amp * (0.6 * std::sin(0.031 * i) + 0.3 * std::sin(0.47 * i)) +
+            amp * 0.1 * ((static_cast<int32_t>(seed >> 16) & 0xffff) - 32768) / 32768.0;
         v[i] = static_cast<Kvo16s>(x);
     }
     return v;

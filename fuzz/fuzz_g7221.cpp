@@ -44,10 +44,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     const int len = fdp.ConsumeBool() ? 640 : 320;
     HeapBuf<Kvo16s> x(fdp, len), memF(fdp, len), memI(fdp, len / 2), y(len), z(len);
-    KVOSC_FUZZ_CHECK(kvosDecomposeMLTToDCT_G7221_16s(x.data(), memF.data(), y.data(), len) == kvoOk);
+    KVOSC_FUZZ_CHECK(kvosDecomposeMLTToDCT_G7221_16s(x.data(), memF.data(), y.data(), len) ==
+                     kvoOk);
     KVOSC_FUZZ_CHECK(kvosDCTFwd_G7221_16s(y.data(), z.data(), len) == kvoOk);
     KVOSC_FUZZ_CHECK(kvosDCTInv_G7221_16s(x.data(), y.data(), len) == kvoOk);
-    KVOSC_FUZZ_CHECK(kvosDecomposeDCTToMLT_G7221_16s(y.data(), memI.data(), z.data(), len) == kvoOk);
+    KVOSC_FUZZ_CHECK(kvosDecomposeDCTToMLT_G7221_16s(y.data(), memI.data(), z.data(), len) ==
+                     kvoOk);
     KVOSC_FUZZ_CHECK(std::memcmp(memI.data(), y.data() + len / 2, len) == 0);
     return 0;
 }

@@ -12,7 +12,14 @@ namespace kvo {
 // Rotation pairs (cos, -sin) of a stage of block size z (20, 40 ... 640) start
 // at pair (z - 20) / 2 of the concatenated table: the stages before it hold
 // 10 + 20 + ... pairs, that is z/2 - 10 in all.
-constexpr int g7221RotationOffset(int z) { return z / 2 - 10; }
+constexpr int g7221RotationOffset(int z) {
+    return z / 2 - 10;
+}
+
+// Largest coefficient magnitudes of the forward and inverse ten-point
+// matrices: they bound the sums for the exact 32-bit path of the transform.
+constexpr Kvo32s kDct10FwdMax = 10453;
+constexpr Kvo32s kDct10InvMax = 29400;
 
 // Window and fold len new samples against the len previous ones; mem := src.
 template <int Len>

@@ -26,33 +26,42 @@ namespace kvo {
 
 namespace {
 
-constexpr int stages(int len) { return len == 320 ? 6 : 7; }
+constexpr int stages(int len) {
+    return len == 320 ? 6 : 7;
+}
 
-// round16(2^shift * v) with saturation, v a sum of two Q15 products.
+// round16(2^shift * v) with saturation, v a sum of two Q15 products (which
+// always fits in 32 bits): clamp v to the range whose scaled value fits, then
+// round16 written as (x >> 16) + bit 15, limited to 32767.
 template <int Shift>
 inline Kvo16s roundScaled(Kvo32s v) {
     constexpr Kvo32s kMax = 0x7fffffff >> Shift;
     constexpr Kvo32s kMin = -(1 << (31 - Shift));
-    if (v > kMax) return 32767;
-    if (v < kMin) return -32768;
-    return round16(static_cast<Kvo32s>(static_cast<Kvo32u>(v) << Shift));
+    v = v > kMax ? kMax : (v < kMin ? kMin : v);
+    const Kvo32s x = static_cast<Kvo32s>(static_cast<Kvo32u>(v) << Shift);
+    const Kvo32s r = (x >> 16) + ((x >> 15) & 1);
+    return static_cast<Kvo16s>(r > 32767 ? 32767 : r);
 }
 
 // Ten-point product of one block: out[i] = round16 of the saturating sum over
 // j of 2 m[i][j] x[j], accumulated in j order.
+template <Kvo32s MaxCoef>
 inline void tenPoint(const Kvo16s (*m)[10], const Kvo16s* x, Kvo16s* out) {
-    // Without saturation the sum stays within 32 bits whenever the sum of
-    // magnitudes times the largest coefficient does; then one pass is exact.
+    // No partial sum can leave 32 bits when 2 * max|m| * sum|x| stays inside:
+    // then plain 32-bit sums are exact.
     Kvo32s mag = 0;
     for (int j = 0; j < 10; ++j) mag += x[j] < 0 ? -Kvo32s{x[j]} : Kvo32s{x[j]};
-    const bool safe = Kvo64s{mag} * 2 * 32767 <= 0x7fffffff;
+    if (Kvo64s{mag} * 2 * MaxCoef <= 0x7fffffff) {
+        for (int i = 0; i < 10; ++i) {
+            Kvo32s acc = 0;
+            for (int j = 0; j < 10; ++j) acc += Kvo32s{m[i][j]} * x[j];
+            out[i] = round16(2 * acc);
+        }
+        return;
+    }
     for (int i = 0; i < 10; ++i) {
         Kvo32s acc = 0;
-        if (safe) {
-            for (int j = 0; j < 10; ++j) acc += 2 * (Kvo32s{m[i][j]} * x[j]);
-        } else {
-            for (int j = 0; j < 10; ++j) acc = sat32(Kvo64s{acc} + 2 * (Kvo32s{m[i][j]} * x[j]));
-        }
+        for (int j = 0; j < 10; ++j) acc = sat32(Kvo64s{acc} + 2 * (Kvo32s{m[i][j]} * x[j]));
         out[i] = round16(acc);
     }
 }
@@ -71,11 +80,12 @@ inline void rotate(const Kvo16s* src, Kvo16s* dst, int z, const Kvo16s (*table)[
             const Kvo32s c = cs[k][0], s = cs[k][1];
             const Kvo32s c2 = cs[k + 1][0], s2 = cs[k + 1][1];
             const Kvo32s a1 = a[k], b1 = b[k], a2 = a[k + 1], b2 = b[k + 1];
-            // Each product fits in 31 bits; their sum needs the saturation.
-            t[k] = roundScaled<Shift>(sat32(Kvo64s{a1 * c} - b1 * s));
-            t[z - 1 - k] = roundScaled<Shift>(sat32(Kvo64s{a1 * s} + b1 * c));
-            t[k + 1] = roundScaled<Shift>(sat32(Kvo64s{a2 * c2} + b2 * s2));
-            t[z - 2 - k] = roundScaled<Shift>(sat32(Kvo64s{a2 * s2} - b2 * c2));
+            // Each product is below 2^30 in magnitude (no pair value is
+            // -32768), so the sums fit in 32 bits; the rounding saturates.
+            t[k] = roundScaled<Shift>(a1 * c - b1 * s);
+            t[z - 1 - k] = roundScaled<Shift>(a1 * s + b1 * c);
+            t[k + 1] = roundScaled<Shift>(a2 * c2 + b2 * s2);
+            t[z - 2 - k] = roundScaled<Shift>(a2 * s2 - b2 * c2);
         }
     }
 }
@@ -109,7 +119,8 @@ void g7221DctFwd(const Kvo16s* src, Kvo16s* dst) {
         in = out;
         out = tmp;
     }
-    for (int base = 0; base < Len; base += 10) tenPoint(tab::cnstDct10Fwd_G722, in + base, out + base);
+    for (int base = 0; base < Len; base += 10)
+        tenPoint<kDct10FwdMax>(tab::cnstDct10Fwd_G722, in + base, out + base);
     {
         Kvo16s* tmp = in;
         in = out;
@@ -152,7 +163,8 @@ void g7221DctInv(const Kvo16s* src, Kvo16s* dst) {
         in = out;
         out = tmp;
     }
-    for (int base = 0; base < Len; base += 10) tenPoint(tab::cnstDct10Inv_G722, in + base, out + base);
+    for (int base = 0; base < Len; base += 10)
+        tenPoint<kDct10InvMax>(tab::cnstDct10Inv_G722, in + base, out + base);
     {
         Kvo16s* tmp = in;
         in = out;

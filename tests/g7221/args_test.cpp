@@ -11,8 +11,8 @@ namespace {
 using kvosc::test::BadArgs;
 
 constexpr std::initializer_list<std::pair<Kvo32s, KvoStatus>> kBadLengths = {
-    {0, kvoErrSize}, {-320, kvoErrSize}, {319, kvoErrSize}, {321, kvoErrSize},
-    {480, kvoErrSize}, {1280, kvoErrSize}};
+    {0, kvoErrSize},   {-320, kvoErrSize}, {319, kvoErrSize},
+    {321, kvoErrSize}, {480, kvoErrSize},  {1280, kvoErrSize}};
 
 // The windowing steps: pMem is len words forward, len/2 inverse.
 template <class F>
@@ -66,12 +66,12 @@ TEST(G7221Args, Transforms) {
 
 TEST(G7221Args, HuffmanEncode) {
     BadArgs t("kvosHuffmanEncode_G722_16s32u");
-    auto cat = t.value<Kvo32s>("category", 3,
-                               {{-1, kvoErrScaleRange}, {7, kvoErrScaleRange},
-                                {INT32_MIN, kvoErrScaleRange}});
-    auto pi = t.value<Kvo32s>("powerIndex", 40,
-                              {{-1, kvoErrScaleRange}, {64, kvoErrScaleRange},
-                               {INT32_MAX, kvoErrScaleRange}});
+    auto cat = t.value<Kvo32s>(
+        "category", 3,
+        {{-1, kvoErrScaleRange}, {7, kvoErrScaleRange}, {INT32_MIN, kvoErrScaleRange}});
+    auto pi = t.value<Kvo32s>(
+        "powerIndex", 40,
+        {{-1, kvoErrScaleRange}, {64, kvoErrScaleRange}, {INT32_MAX, kvoErrScaleRange}});
     auto src = t.in<Kvo16s>("pSrc", 20);
     auto dst = t.out<Kvo32u>("pDst", 6);
     auto bits = t.out<Kvo32s>("pBits", 1);

@@ -87,7 +87,8 @@ TEST(G7221Huffman, FullScaleAndZeroPatterns) {
     for (int cat = 0; cat < 7; ++cat)
         for (int r = 0; r < 150; ++r) {
             const int pi = 28 + static_cast<int>(rng() % 13);
-            SCOPED_TRACE(::testing::Message() << "category " << cat << " index " << pi << " #" << r);
+            SCOPED_TRACE(::testing::Message()
+                         << "category " << cat << " index " << pi << " #" << r);
             std::vector<Kvo16s> coef(20);
             std::vector<int> bin(20);
             for (int i = 0; i < 20; ++i) {

@@ -99,9 +99,9 @@ TEST_P(EncoderSteps, ChainReproducesTransformInputAndOutput) {
     for (size_t f = 0; f < win.size(); ++f) {
         SCOPED_TRACE("frame " + std::to_string(f));
         ASSERT_EQ(win[f].shift, fwd[f].shift);
-        ASSERT_EQ(kvosDecomposeMLTToDCT_G7221_16s(win[f].src.data(), mem.data(), folded.data(),
-                                                  len),
-                  kvoOk);
+        ASSERT_EQ(
+            kvosDecomposeMLTToDCT_G7221_16s(win[f].src.data(), mem.data(), folded.data(), len),
+            kvoOk);
         const auto shifted = g7221test::shift_block(folded, win[f].shift);
         ASSERT_EQ(diff(shifted, fwd[f].src), -1);
         ASSERT_EQ(kvosDCTFwd_G7221_16s(shifted.data(), coef.data(), len), kvoOk);

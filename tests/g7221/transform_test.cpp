@@ -5,30 +5,38 @@
 // synthesis windowing at full scale against a 64-bit model.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <random>
 #include <vector>
 
+#include "g72x/g7221.h"
 #include "g72x/g7221_tables.h"
 #include "kvosc.h"
 
 namespace {
 
 namespace op {
-int16_t sat(int64_t v) { return static_cast<int16_t>(v > 32767 ? 32767 : (v < -32768 ? -32768 : v)); }
+int16_t sat(int64_t v) {
+    return static_cast<int16_t>(v > 32767 ? 32767 : (v < -32768 ? -32768 : v));
+}
 int32_t Lsat(int64_t v, int& hits) {
     if (v > INT32_MAX || v < INT32_MIN) ++hits;
     return static_cast<int32_t>(v > INT32_MAX ? INT32_MAX : (v < INT32_MIN ? INT32_MIN : v));
 }
-int16_t negate(int16_t a) { return a == -32768 ? 32767 : static_cast<int16_t>(-a); }
+int16_t negate(int16_t a) {
+    return a == -32768 ? 32767 : static_cast<int16_t>(-a);
+}
 int32_t mac(int32_t acc, int16_t a, int16_t b, int& hits) {
     return Lsat(int64_t{acc} + 2 * int64_t{a} * b, hits);
 }
 int32_t msu(int32_t acc, int16_t a, int16_t b, int& hits) {
     return Lsat(int64_t{acc} - 2 * int64_t{a} * b, hits);
 }
-int32_t shl(int32_t x, int n, int& hits) { return Lsat(int64_t{x} * (int64_t{1} << n), hits); }
+int32_t shl(int32_t x, int n, int& hits) {
+    return Lsat(int64_t{x} * (int64_t{1} << n), hits);
+}
 int16_t round(int32_t x) {
     return x >= 0x7fff8000 ? 32767 : static_cast<int16_t>((int64_t{x} + 32768) >> 16);
 }
@@ -39,7 +47,9 @@ struct Hits {
     int fold = 0, core = 0, rotation = 0;
 };
 
-int stagesOf(int len) { return len == 320 ? 6 : 7; }
+int stagesOf(int len) {
+    return len == 320 ? 6 : 7;
+}
 
 // Type IV transform in basic operators.  inverse selects the decoder's form.
 std::vector<int16_t> modelDct(std::vector<int16_t> x, bool inverse, Hits& hits) {
@@ -107,7 +117,8 @@ std::vector<int16_t> modelDct(std::vector<int16_t> x, bool inverse, Hits& hits) 
         x.swap(y);
     }
     if (inverse && len == 320)
-        for (int i = 0; i < len; ++i) x[i] = op::sat(x[i] + kvo::tab::cnstSynthesisBias7khz_G722[i]);
+        for (int i = 0; i < len; ++i)
+            x[i] = op::sat(x[i] + kvo::tab::cnstSynthesisBias7khz_G722[i]);
     return x;
 }
 
@@ -136,7 +147,8 @@ std::vector<std::vector<int16_t>> fullScaleFrames(int len, uint32_t seed) {
     for (int r = 0; r < 40; ++r) {
         std::vector<int16_t> f(len);
         for (auto& v : f)
-            v = r % 2 ? static_cast<int16_t>(rng()) : ((rng() & 1) ? int16_t{32767} : int16_t{-32768});
+            v = r % 2 ? static_cast<int16_t>(rng())
+                      : ((rng() & 1) ? int16_t{32767} : int16_t{-32768});
         frames.push_back(f);
     }
     return frames;
@@ -261,6 +273,24 @@ TEST(G7221Transform, ZeroFrames) {
     EXPECT_NE(y, z320);
 }
 
+// The transform's exact 32-bit path relies on these bounds of the matrices,
+// and the rotation sums on pair values that never reach -32768.
+TEST(G7221Transform, TableBoundsHold) {
+    int fwd = 0, inv = 0;
+    for (int i = 0; i < 10; ++i)
+        for (int j = 0; j < 10; ++j) {
+            fwd = std::max(fwd, std::abs(int{kvo::tab::cnstDct10Fwd_G722[i][j]}));
+            inv = std::max(inv, std::abs(int{kvo::tab::cnstDct10Inv_G722[i][j]}));
+        }
+    EXPECT_EQ(fwd, kvo::kDct10FwdMax);
+    EXPECT_EQ(inv, kvo::kDct10InvMax);
+    for (int k = 0; k < 630; ++k)
+        for (int e = 0; e < 2; ++e) {
+            EXPECT_GT(kvo::tab::cnstCosSinFwd_G722[k][e], -32768);
+            EXPECT_GT(kvo::tab::cosTable[k][e], -32768);
+        }
+}
+
 // Transforms in place (pSrc == pDst) give the same result.
 TEST(G7221Transform, InPlace) {
     std::mt19937 rng(5);
@@ -292,8 +322,9 @@ TEST(G7221Windowing, SynthesisSaturatesAtFullScale) {
             ASSERT_EQ(kvosDecomposeDCTToMLT_G7221_16s(x.data(), mem.data(), y.data(), len), kvoOk);
             for (int k = 0; k < len; ++k) {
                 const int64_t v =
-                    k < h ? int64_t{w[2 * k]} * x[h - 1 - k] + int64_t{w[2 * k + 1]} * mem0[k]
-                          : int64_t{w[2 * k]} * mem0[len - 1 - k] + int64_t{w[2 * k + 1]} * x[k - h];
+                    k < h
+                        ? int64_t{w[2 * k]} * x[h - 1 - k] + int64_t{w[2 * k + 1]} * mem0[k]
+                        : int64_t{w[2 * k]} * mem0[len - 1 - k] + int64_t{w[2 * k + 1]} * x[k - h];
                 // round16(8 v) in exact arithmetic, then clamped
                 int64_t r16 = (8 * v + 32768) >> 16;
                 if (r16 > 32767 || r16 < -32768) ++clamped;
