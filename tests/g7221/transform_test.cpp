@@ -291,20 +291,6 @@ TEST(G7221Transform, TableBoundsHold) {
         }
 }
 
-// Transforms in place (pSrc == pDst) give the same result.
-TEST(G7221Transform, InPlace) {
-    std::mt19937 rng(5);
-    for (int len : {320, 640})
-        for (bool inverse : {false, true}) {
-            std::vector<int16_t> x(len);
-            for (auto& v : x) v = static_cast<int16_t>(rng());
-            const auto want = run(inverse, x);
-            inverse ? kvosDCTInv_G7221_16s(x.data(), x.data(), len)
-                    : kvosDCTFwd_G7221_16s(x.data(), x.data(), len);
-            EXPECT_EQ(x, want) << len << " " << inverse;
-        }
-}
-
 // Synthesis windowing saturates at full scale (the window pairs sum to about
 // 0.78 in Q15 and the sum is scaled by 8): 64-bit model with clamping.
 TEST(G7221Windowing, SynthesisSaturatesAtFullScale) {
