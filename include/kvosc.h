@@ -499,6 +499,34 @@ KvoStatus kvosPhaseDispersionUpdate_G729D_16s(Kvo16s pitchGain, Kvo16s cbGain,
 KvoStatus kvosPhaseDispersionInit_G729D_16s(KvoPhaseDispersionState_G729D* pState);
 /* Size in bytes of KvoPhaseDispersionState_G729D (20). */
 KvoStatus kvosPhaseDispersionGetStateSize_G729D_16s(Kvo32s* pSize);
+/* ---- G.722.1 transform coder ----------------------------------------------
+ * Frames of len = 320 (7 kHz, 16 kHz sampling) or 640 samples (14 kHz, 32 kHz
+ * sampling) in the MLT domain.  The block-floating shift between windowing and
+ * transform is the caller's, in both directions.  The _G722_16s members are
+ * the same steps fixed at 320 samples. */
+/* MLT windowing and folding of len new samples against the len in pMem; pMem := pSrc. */
+KvoStatus kvosDecomposeMLTToDCT_G7221_16s(const Kvo16s* pSrc, Kvo16s* pMem, Kvo16s* pDst,
+                                          Kvo32s len);
+/* Inverse windowing with overlap-add against pMem (len/2); pMem := pSrc[len/2..len-1]. */
+KvoStatus kvosDecomposeDCTToMLT_G7221_16s(const Kvo16s* pSrc, Kvo16s* pMem, Kvo16s* pDst,
+                                          Kvo32s len);
+/* Forward fixed-point DCT-IV; the analysis bias is added first at 320 samples. */
+KvoStatus kvosDCTFwd_G7221_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len);
+/* Inverse fixed-point DCT-IV with dither; the synthesis bias is added at 320 samples. */
+KvoStatus kvosDCTInv_G7221_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len);
+/* kvosDecomposeMLTToDCT_G7221_16s at 320 samples. */
+KvoStatus kvosDecomposeMLTToDCT_G722_16s(const Kvo16s* pSrc, Kvo16s* pMem, Kvo16s* pDst);
+/* kvosDecomposeDCTToMLT_G7221_16s at 320 samples. */
+KvoStatus kvosDecomposeDCTToMLT_G722_16s(const Kvo16s* pSrc, Kvo16s* pMem, Kvo16s* pDst);
+/* kvosDCTFwd_G7221_16s at 320 samples. */
+KvoStatus kvosDCTFwd_G722_16s(const Kvo16s* pSrc, Kvo16s* pDst);
+/* kvosDCTInv_G7221_16s at 320 samples. */
+KvoStatus kvosDCTInv_G722_16s(const Kvo16s* pSrc, Kvo16s* pDst);
+/* Quantizes one region of 20 coefficients (category 0..6, power index 0..63) and
+ * packs its vector Huffman code into pDst, first code in the high bits (room for
+ * 6 words); *pBits receives the bit count. */
+KvoStatus kvosHuffmanEncode_G722_16s32u(Kvo32s category, Kvo32s powerIndex, const Kvo16s* pSrc,
+                                        Kvo32u* pDst, Kvo32s* pBits);
 
 #ifdef __cplusplus
 }

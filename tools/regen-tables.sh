@@ -44,3 +44,15 @@ $gen "$root/g729" src/g729 post_tables tab_hup_s tab_hup_l facGamma1_pst facGamm
     phImpLow phImpMid
 $gen "$root/numeric" apps/coders g729_filter_tables a140 b140 a100 b100
 $gen "$root/g729" apps/coders g729_tables freq_prev_reset map1 map2
+$gen "$root/g7221" src/g72x g7221_tables \
+    cnstSamples2MLT_G722_7kHz cnstSamples2MLT_G722_14kHz \
+    cnstMLT2Samples_G722_7kHz cnstMLT2Samples_G722_14kHz \
+    cnstAnalBias_G722 cnstSynthesisBias7khz_G722 cnstDither_G722_7kHz cnstDither_G722_14kHz \
+    cnstCosSinFwd_G722 cosTable dct_core_a=cnstDct10Fwd_G722 dct_core_s=cnstDct10Inv_G722 \
+    cnstStdDeviationInv_G722 \
+    cnstMltSqvhBitcountCtg0_G722 cnstMltSqvhBitcountCtg1_G722 cnstMltSqvhBitcountCtg2_G722 \
+    cnstMltSqvhBitcountCtg3_G722 cnstMltSqvhBitcountCtg4_G722 cnstMltSqvhBitcountCtg5_G722 \
+    cnstMltSqvhBitcountCtg6_G722 \
+    cnstMltSqvhCodeCtg0_G722 cnstMltSqvhCodeCtg1_G722 cnstMltSqvhCodeCtg2_G722 \
+    cnstMltSqvhCodeCtg3_G722 cnstMltSqvhCodeCtg4_G722 cnstMltSqvhCodeCtg5_G722 \
+    cnstMltSqvhCodeCtg6_G722
