@@ -27,3 +27,4 @@ $gen "$root/g722" src/g72x g722_tables table_ila table_misil table_quant_q6 \
     table_quant_ril6 table_quant_risi4 table_quant_risi5 table_quant_risi6
 $gen "$root/g729" src/g729 post_tables tab_hup_s tab_hup_l facGamma1_pst facGamma2_pst \
     phImpLow phImpMid
+$gen "$root/g728" src/g728 g728_tables shape_all g2 gsq
