@@ -28,3 +28,7 @@ $gen "$root/g722" src/g72x g722_tables table_ila table_misil table_quant_q6 \
 $gen "$root/g729" src/g729 post_tables tab_hup_s tab_hup_l facGamma1_pst facGamma2_pst \
     phImpLow phImpMid
 $gen "$root/g728" src/g728 g728_tables shape_all g2 gsq
+$gen "$root/g728" apps/coders g728_coder_tables \
+    shape_all=coder_g728_shape g2=coder_g728_g2 wnr=coder_g728_wnr wnrg=coder_g728_wnrg \
+    wnrw=coder_g728_wnrw g728fp_iw=coder_g728_iw g728fp_iwg=coder_g728_iwg \
+    iwwz=coder_g728_iwwz iwwp=coder_g728_iwwp iwpfz=coder_g728_iwpfz iwpfp=coder_g728_iwpfp

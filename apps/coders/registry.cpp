@@ -8,11 +8,13 @@ namespace kvosc::coders {
 // Each assembled coder defines its record in its own file; list it here.
 extern const Coder kGsmFr;
 extern const Coder kG722;
+extern const Coder kG728;
 
 const std::vector<const Coder*>& all_coders() {
     static const std::vector<const Coder*> list = {
         &kGsmFr,
         &kG722,
+        &kG728,
     };
     return list;
 }
