@@ -31,6 +31,7 @@ using namespace kvo::tab;
 
 constexpr int kVec = 5;
 constexpr int kCycle = 20;
+constexpr double kOffset = 32.0;
 
 struct Config {
     bool itu = false;
@@ -89,28 +90,32 @@ bool lpc(const Kvo16s* R, int order, const int16_t* bw, int16_t* out, int16_t* r
 struct Backward {
     Window synWin, gainWin;
     int16_t a50[50] = {}, a50Next[50] = {};   // synthesis predictor, Q14
-    int16_t gainCoef[10] = {};                 // log-gain predictor, Q14
+    int16_t gainCoef[10] = {-16384};           // log-gain predictor, Q14
     int16_t a10[10] = {}, rc1 = 0;              // order-10 predictor (Q13) and k1 (Q15)
     bool havePost = false;
     double logGain[10];                        // offset-removed log gains (dB), newest first
     int16_t cycleSpeech[kCycle] = {}, cycleExp[4] = {};
-    int16_t cycleGain[4] = {};                 // log gains of this cycle, Q9 dB
     bool ok = true;
 
     Backward() {
-        std::fill(logGain, logGain + 10, -32.0);
+        std::fill(logGain, logGain + 10, -kOffset);
         ok = synWin.init(coder_g728_wnr, 50, 20, 35, 5, 12288) &&
              gainWin.init(coder_g728_wnrg, 10, 4, 20, 0, 12288);
-        for (auto& g : cycleGain) g = -32 * 512;
     }
 
-    // Start of a cycle: analyse what the last cycle decoded.
-    void adapt_cycle() {
+    // Start of a cycle: the synthesis predictor from what the last cycle decoded.
+    void adapt_synthesis() {
         Kvo16s R[51];
         KvoStatus s = kvosWinHybridBlock_G728_16s(0, cycleSpeech, cycleExp, R, synWin.mem.data());
         if (s == kvoOk && lpc(R, 50, coder_g728_iw, a50Next, &rc1, a10)) havePost = true;
+    }
+
+    // Second vector of a cycle: the log-gain predictor from the four newest log gains.
+    void adapt_gain() {
+        int16_t last[4];
+        for (int i = 0; i < 4; ++i) last[i] = sat16(logGain[3 - i] * 512.0);
         Kvo16s G[11];
-        s = kvosWinHybrid_G728_16s(0, cycleGain, G, gainWin.mem.data());
+        const KvoStatus s = kvosWinHybrid_G728_16s(0, last, G, gainWin.mem.data());
         int16_t g[10];
         if (s == kvoOk && lpc(G, 10, coder_g728_iwg, g)) std::memcpy(gainCoef, g, sizeof g);
     }
@@ -119,7 +124,7 @@ struct Backward {
     double sigma() const {
         double p = 0;
         for (int i = 0; i < 10; ++i) p -= gainCoef[i] / 16384.0 * logGain[i];
-        const double lg = std::clamp(p + 32.0, 0.0, 60.0);
+        const double lg = std::clamp(p + kOffset, 0.0, 60.0);
         return std::pow(10.0, lg / 20.0);
     }
 
@@ -148,10 +153,9 @@ struct Backward {
             ms += x * x;
         }
         ms /= kVec;
-        const double lg = 10.0 * std::log10(std::max(ms, 1.0)) - 32.0;
+        const double lg = 10.0 * std::log10(std::max(ms, 1.0)) - kOffset;
         std::memmove(logGain + 1, logGain, sizeof(double) * 9);
         logGain[0] = lg;
-        cycleGain[k] = sat16(lg * 512.0);
         std::memcpy(cycleSpeech + kVec * k, y, sizeof(int16_t) * kVec);
         cycleExp[k] = static_cast<int16_t>(yExp);
     }
@@ -233,9 +237,10 @@ bool decode_indices(const std::vector<int>& idx, bool post, std::vector<int16_t>
     for (size_t v = 0; v < idx.size(); ++v) {
         const int k = static_cast<int>(v % 4);
         if (k == 0 && v > 0) {
-            b.adapt_cycle();
+            b.adapt_synthesis();
             if (post) pf.adapt(b);
         }
+        if (k == 1) b.adapt_gain();
         if (k == 2) std::memcpy(b.a50, b.a50Next, sizeof b.a50);
         int16_t e[kVec], y[kVec], yExp;
         const int eExp = b.excitation(idx[v] & 1023, b.sigma(), e);
@@ -334,9 +339,10 @@ bool encode_indices(const std::vector<int16_t>& pcm, std::vector<int>& idx, std:
     for (size_t v = 0; v < nv; ++v) {
         const int k = static_cast<int>(v % 4);
         if (k == 0 && v > 0) {
-            enc.b.adapt_cycle();
+            enc.b.adapt_synthesis();
             enc.adapt_weight();
         }
+        if (k == 1) enc.b.adapt_gain();
         if (k == 2) {
             std::memcpy(enc.b.a50, enc.b.a50Next, sizeof enc.b.a50);
             std::memcpy(enc.weight, enc.weightNext, sizeof enc.weight);
