@@ -162,7 +162,7 @@ struct Backward {
 };
 
 int16_t to_pcm(int16_t v, int exp) {
-    return sat16(std::ldexp(v, 3 - exp));  // PCM is 8 times the 13-bit linear scale
+    return sat16(std::floor(std::ldexp(v, 3 - exp) + 0.5));  // PCM: 8 times the 13-bit scale
 }
 
 // ---- decoder --------------------------------------------------------------
