@@ -155,7 +155,7 @@ struct Backward {
         ms /= kVec;
         const double lg = 10.0 * std::log10(std::max(ms, 1.0)) - kOffset;
         std::memmove(logGain + 1, logGain, sizeof(double) * 9);
-        logGain[0] = lg;
+        logGain[0] = std::round(lg * 512.0) / 512.0;
         std::memcpy(cycleSpeech + kVec * k, y, sizeof(int16_t) * kVec);
         cycleExp[k] = static_cast<int16_t>(yExp);
     }
