@@ -124,7 +124,7 @@ struct Backward {
     double sigma() const {
         double p = 0;
         for (int i = 0; i < 10; ++i) p -= gainCoef[i] / 16384.0 * logGain[i];
-        const double lg = std::clamp(p + kOffset, 0.0, 60.0);
+        const double lg = std::clamp(std::floor(p * 512.0) / 512.0 + kOffset, 0.0, 60.0);
         return std::pow(10.0, lg / 20.0);
     }
 
