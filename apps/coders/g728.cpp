@@ -139,8 +139,8 @@ struct Backward {
         }
         int exp = 0;
         if (mx > 0)
-            while (mx * std::ldexp(1.0, exp) < 8192.0 && exp < 30) ++exp;
-        while (mx * std::ldexp(1.0, exp) >= 16384.0) --exp;
+            while (mx * std::ldexp(1.0, exp) < 4096.0 && exp < 30) ++exp;
+        while (mx * std::ldexp(1.0, exp) >= 8192.0) --exp;
         for (int j = 0; j < kVec; ++j) e[j] = sat16(std::ldexp(v[j], exp));
         return exp;
     }
