@@ -19,16 +19,18 @@ const std::vector<int16_t>& signal() {
         for (size_t i = 0; i < v.size(); ++i) {
             seed = seed * 1664525u + 1013904223u;
             const double t = i / 8000.0;
-            v[i] = static_cast<int16_t>(6000 * std::sin(2 * M_PI * (150 + 50 * std::sin(5 * t)) * t) +
-                                        2000 * std::sin(2 * M_PI * 1200 * t) +
-                                        static_cast<int>(seed >> 24) - 128);
+            v[i] = static_cast<int16_t>(
+                6000 * std::sin(2 * M_PI * (150 + 50 * std::sin(5 * t)) * t) +
+                2000 * std::sin(2 * M_PI * 1200 * t) + static_cast<int>(seed >> 24) - 128);
         }
         return v;
     }();
     return s;
 }
 
-const kvosc::coders::Coder& coder() { return *kvosc::coders::find_coder("g728"); }
+const kvosc::coders::Coder& coder() {
+    return *kvosc::coders::find_coder("g728");
+}
 
 void BM_G728Encode(benchmark::State& st) {
     std::vector<uint8_t> out;
@@ -37,9 +39,8 @@ void BM_G728Encode(benchmark::State& st) {
         coder().encode({}, signal(), out, err);
         benchmark::DoNotOptimize(out.data());
     }
-    st.counters["us_per_cycle"] = benchmark::Counter(400.0 * st.iterations(),
-                                                     benchmark::Counter::kIsRate |
-                                                         benchmark::Counter::kInvert);
+    st.counters["us_per_cycle"] = benchmark::Counter(
+        400.0 * st.iterations(), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 BENCHMARK(BM_G728Encode)->Unit(benchmark::kMillisecond);
 
@@ -54,9 +55,8 @@ void BM_G728Decode(benchmark::State& st) {
         coder().decode(opt, bits, pcm, err);
         benchmark::DoNotOptimize(pcm.data());
     }
-    st.counters["us_per_cycle"] = benchmark::Counter(400.0 * st.iterations(),
-                                                     benchmark::Counter::kIsRate |
-                                                         benchmark::Counter::kInvert);
+    st.counters["us_per_cycle"] = benchmark::Counter(
+        400.0 * st.iterations(), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 BENCHMARK(BM_G728Decode)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 

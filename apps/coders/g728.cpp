@@ -10,10 +10,16 @@
 //            expansion), order-10 log-gain predictor from past excitation gains;
 //            the encoder also adapts its weighting filter from the input.
 //
-// Vectors of 5 samples, adaptation cycles of 4 vectors.  Samples are 16-bit
-// PCM, 4 times the coder's 14-bit linear scale (exponent 2 in block floating
-// point terms).  --format packed (default): 10-bit indices packed MSB first;
-// --format itu: one index per 16-bit little-endian word, as the ITU test files.
+// Vectors of 5 samples, adaptation cycles of 4 vectors: the synthesis and
+// weighting filters computed from the previous cycle take over at the third
+// vector, the log-gain predictor (from the four newest log gains) at the
+// second.  The log-gain predictor starts by repeating the last log gain, so the
+// first vectors run at 0 dB.  Samples are 16-bit PCM, 8 times the coder's
+// 13-bit linear scale; the weighting filter runs at exponent 2 (4 times that
+// scale).  The excitation gain, the log gains (Q9 dB) and the post filter's
+// pitch tap and level control are computed here in double precision.
+// --format packed (default): 10-bit indices packed MSB first; --format itu:
+// one index per 16-bit little-endian word, as the ITU test files.
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -54,7 +60,9 @@ bool parse(const Options& opt, Config& cfg, std::string& error) {
     return true;
 }
 
-int16_t sat16(double v) { return static_cast<int16_t>(std::clamp(std::lround(v), -32768L, 32767L)); }
+int16_t sat16(double v) {
+    return static_cast<int16_t>(std::clamp(std::lround(v), -32768L, 32767L));
+}
 
 // One hybrid-window analysis: its state block (address fixed after Init).
 struct Window {
@@ -78,8 +86,7 @@ bool lpc(const Kvo16s* R, int order, const int16_t* bw, int16_t* out, int16_t* r
         for (int i = 0; i < 10; ++i) a10[i] = sat16(std::ldexp(a[i], 13 - scale));
         *rc10 = rc;
     }
-    if (order > 10 &&
-        kvosLevinsonDurbin_G728_16s_ISfs(R, 10, order, a, &res, &scale) != kvoOk)
+    if (order > 10 && kvosLevinsonDurbin_G728_16s_ISfs(R, 10, order, a, &res, &scale) != kvoOk)
         return false;
     for (int i = 0; i < order; ++i)
         out[i] = sat16(std::ldexp(static_cast<double>(a[i]) * bw[i], -scale));
@@ -89,11 +96,11 @@ bool lpc(const Kvo16s* R, int order, const int16_t* bw, int16_t* out, int16_t* r
 // State shared by encoder and decoder: the backward-adapted predictors.
 struct Backward {
     Window synWin, gainWin;
-    int16_t a50[50] = {}, a50Next[50] = {};   // synthesis predictor, Q14
-    int16_t gainCoef[10] = {-16384};           // log-gain predictor, Q14
-    int16_t a10[10] = {}, rc1 = 0;              // order-10 predictor (Q13) and k1 (Q15)
+    int16_t a50[50] = {}, a50Next[50] = {};  // synthesis predictor, Q14
+    int16_t gainCoef[10] = {-16384};         // log-gain predictor, Q14
+    int16_t a10[10] = {}, rc1 = 0;           // order-10 predictor (Q13) and k1 (Q15)
     bool havePost = false;
-    double logGain[10];                        // offset-removed log gains (dB), newest first
+    double logGain[10];  // offset-removed log gains (dB), newest first
     int16_t cycleSpeech[kCycle] = {}, cycleExp[4] = {};
     bool ok = true;
 
@@ -253,8 +260,10 @@ bool decode_indices(const std::vector<int>& idx, bool post, std::vector<int16_t>
         b.finish_vector(k, e0, eExp, y, yExp);
         int16_t s[kVec];
         for (int j = 0; j < kVec; ++j) s[j] = to_pcm(y[j], yExp);
-        if (post) pf.run(k, s, &pcm[v * kVec]);
-        else std::memcpy(&pcm[v * kVec], s, sizeof s);
+        if (post)
+            pf.run(k, s, &pcm[v * kVec]);
+        else
+            std::memcpy(&pcm[v * kVec], s, sizeof s);
     }
     return true;
 }

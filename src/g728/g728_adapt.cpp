@@ -34,10 +34,14 @@ KvoG728WinHybridState* align_state(Kvo8u* p) {
 }
 
 // Saturating left shift of a 32-bit value (0 <= n <= 31).
-Kvo32s shl_sat(Kvo32s x, int n) { return sat32(Kvo64s{x} << n); }
+Kvo32s shl_sat(Kvo32s x, int n) {
+    return sat32(Kvo64s{x} << n);
+}
 
 // Arithmetic right shift by n, n capped at 31.
-Kvo32s shr_cap(Kvo32s x, int n) { return x >> (n > 31 ? 31 : n); }
+Kvo32s shr_cap(Kvo32s x, int n) {
+    return x >> (n > 31 ? 31 : n);
+}
 
 void autocorr(const Kvo16s* ws, int start, int count, int lags, Kvo32s* r) {
     for (int k = 0; k <= lags; ++k) {
@@ -59,8 +63,10 @@ KvoStatus merge_and_output(KvoG728WinHybridState* st, const Kvo16s* ws, int nls,
     autocorr(ws, M, L, M, r);
     const int P = 2 * nls;
     int a = 1, b = 1;
-    if (E > P) b = E - P + 1;
-    else if (E < P) a = P - E + 1;
+    if (E > P)
+        b = E - P + 1;
+    else if (E < P)
+        a = P - E + 1;
     if (a > 31) a = 31;
     if (b > 31) b = 31;
     for (int k = 0; k <= M; ++k) {
@@ -77,9 +83,12 @@ KvoStatus merge_and_output(KvoG728WinHybridState* st, const Kvo16s* ws, int nls,
     autocorr(ws, M + L, st->nonRecLen, Q, r);
     for (int k = 0; k <= Q; ++k) {
         Kvo64s v;
-        if (E <= P) v = Kvo64s{shr_cap(r[k], P - E + 1)} + (Kvo64s{m[k]} << 15);
-        else if (E <= P + 15) v = Kvo64s{r[k] >> 1} + (Kvo64s{m[k]} << (P - E + 15));
-        else v = Kvo64s{r[k] >> 1} + shr_cap(m[k], E - P - 15);
+        if (E <= P)
+            v = Kvo64s{shr_cap(r[k], P - E + 1)} + (Kvo64s{m[k]} << 15);
+        else if (E <= P + 15)
+            v = Kvo64s{r[k] >> 1} + (Kvo64s{m[k]} << (P - E + 15));
+        else
+            v = Kvo64s{r[k] >> 1} + shr_cap(m[k], E - P - 15);
         u[k] = sat32(v);
     }
     // White noise correction, 257/256.
@@ -143,8 +152,10 @@ KvoStatus kvosWinHybridInit_G728_16s(const Kvo16s* pWindow, Kvo32s order, Kvo32s
     st->blocksPerCall = static_cast<Kvo16s>(blockLen > 0 ? frameLen / blockLen : 0);
     st->blocksKept = static_cast<Kvo16s>(blockLen > 0 ? (order + nonRecLen) / blockLen : 0);
     st->blocksTotal = static_cast<Kvo16s>(blockLen > 0 ? T / blockLen : 0);
-    if (decay == 12288) st->decayShift = 14;
-    else if (decay == 8192) st->decayShift = 15;
+    if (decay == 12288)
+        st->decayShift = 14;
+    else if (decay == 8192)
+        st->decayShift = 15;
     st->reserved = 0;
     st->pArrays = reinterpret_cast<Kvo16s*>(reinterpret_cast<Kvo8u*>(st) + 32);
     Kvo16s* a = st->pArrays;
@@ -183,8 +194,10 @@ KvoStatus kvosWinHybrid_G728_16s(Kvo32s shortLags, const Kvo16s* pSrc, Kvo16s* p
     const Kvo16s* w = st->pWindow;
     for (int j = 0; j < T; ++j) {
         Kvo32s p = Kvo32s{x[j]} * w[T - 1 - j];
-        if (nls >= 1) ws[j] = g728_round16(shl_sat(p, nls));
-        else ws[j] = static_cast<Kvo16s>(((p >> -nls) + 32768) >> 16);
+        if (nls >= 1)
+            ws[j] = g728_round16(shl_sat(p, nls));
+        else
+            ws[j] = static_cast<Kvo16s>(((p >> -nls) + 32768) >> 16);
     }
     return merge_and_output(st, ws, nls, shortLags, pDst, st->decayShift == 15);
 }
@@ -212,8 +225,10 @@ KvoStatus kvosWinHybridBlock_G728_16s(Kvo32s shortLags, const Kvo16s* pSrc, cons
         const int b = j / 5;
         int d = (b < nb ? be[b] : emin) - emin - 1;
         Kvo32s p = Kvo32s{x[j]} * w[T - 1 - j];
-        if (d > 0) ws[j] = static_cast<Kvo16s>(((p >> (d > 31 ? 31 : d)) + 32768) >> 16);
-        else ws[j] = g728_round16(shl_sat(p, -d));
+        if (d > 0)
+            ws[j] = static_cast<Kvo16s>(((p >> (d > 31 ? 31 : d)) + 32768) >> 16);
+        else
+            ws[j] = g728_round16(shl_sat(p, -d));
     }
     return merge_and_output(st, ws, emin, shortLags, pDst, false);
 }
@@ -221,20 +236,21 @@ KvoStatus kvosWinHybridBlock_G728_16s(Kvo32s shortLags, const Kvo16s* pSrc, cons
 namespace {
 
 // Status of a stop in the recursion at stage c (steps 3 and 5).
-KvoStatus stage_stop(int c) { return c < 12 ? kvoErrFilterUnstable : kvoWarnOverflow; }
+KvoStatus stage_stop(int c) {
+    return c < 12 ? kvoErrFilterUnstable : kvoWarnOverflow;
+}
 
 }  // namespace
 
-KvoStatus kvosLevinsonDurbin_G728_16s_ISfs(const Kvo16s* pSrc, Kvo32s startOrder,
-                                           Kvo32s endOrder, Kvo16s* pSrcDstLPC,
-                                           Kvo16s* pResidual, Kvo16s* pScale) {
+KvoStatus kvosLevinsonDurbin_G728_16s_ISfs(const Kvo16s* pSrc, Kvo32s startOrder, Kvo32s endOrder,
+                                           Kvo16s* pSrcDstLPC, Kvo16s* pResidual, Kvo16s* pScale) {
     if (!pSrc || !pSrcDstLPC || !pResidual || !pScale) return kvoErrNullPtr;
     if (startOrder < 0 || endOrder < startOrder) return kvoErrRange;
     if (static_cast<Kvo16u>(*pScale) > 15) return kvoErrScaleRange;
     if (startOrder == 0) {
         Kvo16s rc;
-        return kvo::impl::kvosLevinsonDurbin_G728_16s_Sfs(pSrc, endOrder, pSrcDstLPC, &rc, pResidual,
-                                               pScale);
+        return kvo::impl::kvosLevinsonDurbin_G728_16s_Sfs(pSrc, endOrder, pSrcDstLPC, &rc,
+                                                          pResidual, pScale);
     }
     Kvo16s* a = pSrcDstLPC;
     const Kvo16s* R = pSrc;
@@ -247,9 +263,12 @@ KvoStatus kvosLevinsonDurbin_G728_16s_ISfs(const Kvo16s* pSrc, Kvo32s startOrder
         if (s != sat32(s)) return stage_stop(c);
         Kvo64s d = Kvo64s{shl_sat(static_cast<Kvo32s>(s), v + 1)} + (Kvo64s{R[m + 1]} << 16);
         Kvo16s g;
-        if (d < INT32_MIN) g = -32768;
-        else if (d > INT32_MAX) g = 32767;
-        else g = g728_round16(static_cast<Kvo32s>(d));
+        if (d < INT32_MIN)
+            g = -32768;
+        else if (d > INT32_MAX)
+            g = 32767;
+        else
+            g = g728_round16(static_cast<Kvo32s>(d));
         Kvo32s ag = g == -32768 ? 32767 : (g < 0 ? -g : g);
         if (ag >= alpha) return stage_stop(c);
         Kvo32s q = static_cast<Kvo32s>((Kvo64s{ag} << 16) / alpha);

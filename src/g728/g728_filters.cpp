@@ -100,8 +100,10 @@ int zero_state(const Kvo16s* a, Kvo16s* x, Kvo16s* z) {
         for (int i = 0; i < 5 && !again; ++i) {
             Kvo32s acc = Kvo32s{static_cast<Kvo16s>(x[i] >> r)} << 14;
             for (int j = 0; j < i; ++j) acc = sat32(Kvo64s{acc} - Kvo32s{a[j]} * z[i - 1 - j]);
-            if (acc > 0x0FFFFFFF || acc < -0x10000000) again = true;
-            else z[i] = static_cast<Kvo16s>(acc >> 14);
+            if (acc > 0x0FFFFFFF || acc < -0x10000000)
+                again = true;
+            else
+                z[i] = static_cast<Kvo16s>(acc >> 14);
         }
         if (!again) break;
         ++r;
@@ -124,8 +126,10 @@ void add_response(Kvo16s* m, Kvo16s* e, const Kvo16s* zin, int f) {
         for (int i = 0; i < 5; ++i) z[i] = static_cast<Kvo16s>(z[i] >> s);
     }
     Kvo32s lim;
-    if (e[9] > 0) lim = e[9] >= 20 ? INT32_MAX : (4095 << e[9]);
-    else lim = 4095 >> (-e[9] > 31 ? 31 : -e[9]);
+    if (e[9] > 0)
+        lim = e[9] >= 20 ? INT32_MAX : (4095 << e[9]);
+    else
+        lim = 4095 >> (-e[9] > 31 ? 31 : -e[9]);
     for (int i = 0; i < 5; ++i) {
         Kvo32s v = Kvo32s{m[i]} + z[4 - i];
         if (v > lim) v = lim;
@@ -135,7 +139,9 @@ void add_response(Kvo16s* m, Kvo16s* e, const Kvo16s* zin, int f) {
     e[9] = static_cast<Kvo16s>(e[9] + normalize_block(m, 4096, 13));
 }
 
-Kvo16s to_exp2(Kvo32s x, int exp) { return shift16(x, 2 - exp); }
+Kvo16s to_exp2(Kvo32s x, int exp) {
+    return shift16(x, 2 - exp);
+}
 
 }  // namespace
 
@@ -221,8 +227,8 @@ KvoStatus kvosSyntesisFilterZeroInput_G728_16s(const Kvo16s* pCoef, Kvo16s* pSrc
     return kvoOk;
 }
 
-KvoStatus kvosIIR16s_G728_16s(const Kvo16s* pWeight, const Kvo16s* pSrc, Kvo16s* pDst,
-                              Kvo32s len, KvoG728IIRState* pState) {
+KvoStatus kvosIIR16s_G728_16s(const Kvo16s* pWeight, const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len,
+                              KvoG728IIRState* pState) {
     if (!pWeight || !pSrc || !pDst || !pState) return kvoErrNullPtr;
     if (len < 1) return kvoErrSize;
     Kvo16s* u = pState->inMem;
@@ -364,9 +370,12 @@ KvoStatus kvosPitchPeriodExtraction_G728_16s(const Kvo16s* pSrc, Kvo32s* pPitch,
         Kvo32s v = (18721 * (Kvo32s{x[i]} + s.x3) - 3668 * (Kvo32s{s.x1} + s.x2)) >> 6;
         v = v + 19172 * Kvo32s{s.y1} - 16481 * Kvo32s{s.y2} + 5031 * Kvo32s{s.y3};
         Kvo16s y;
-        if (v > 0x0FFFFFFF) y = 32767;
-        else if (v < -0x10000000) y = -32768;
-        else y = g728_round16(v * 8);
+        if (v > 0x0FFFFFFF)
+            y = 32767;
+        else if (v < -0x10000000)
+            y = -32768;
+        else
+            y = g728_round16(v * 8);
         s.x3 = s.x2;
         s.x2 = s.x1;
         s.x1 = x[i];
@@ -389,8 +398,8 @@ KvoStatus kvosPitchPeriodExtraction_G728_16s(const Kvo16s* pSrc, Kvo32s* pPitch,
     std::memmove(d, d + 5, sizeof(Kvo16s) * 55);
     // Fine search around four times the coarse lag.
     Kvo32s C1, C2;
-    const int p1 = lag_search(x, 4 * L - 3 > 20 ? 4 * L - 3 : 20, 4 * L + 3 < 140 ? 4 * L + 3 : 140,
-                              &C1);
+    const int p1 =
+        lag_search(x, 4 * L - 3 > 20 ? 4 * L - 3 : 20, 4 * L + 3 < 140 ? 4 * L + 3 : 140, &C1);
     const Kvo32s q = *pPitch;
     if (p1 <= q + 6) {
         *pPitch = p1;
@@ -398,8 +407,10 @@ KvoStatus kvosPitchPeriodExtraction_G728_16s(const Kvo16s* pSrc, Kvo32s* pPitch,
     }
     const Kvo32s lo = q - 6 > 20 ? q - 6 : 20, hi = q + 6 < 140 ? q + 6 : 140;
     int p2 = 0;
-    if (hi < lo) C2 = INT32_MIN;
-    else p2 = lag_search(x, lo, hi, &C2);
+    if (hi < lo)
+        C2 = INT32_MIN;
+    else
+        p2 = lag_search(x, lo, hi, &C2);
     Kvo32s E1 = lag_energy(x, p1), E2 = lag_energy(x, p2);
     Kvo32s A1 = E1 < C1 ? E1 : C1;
     if (E1 == 0 || A1 < 1) A1 = 0;

@@ -21,7 +21,9 @@ namespace kvo {
 namespace {
 
 // Shape sample at time index j of a row.
-inline Kvo16s shape(int row, int j) { return tab::shape_all[row][4 - j]; }
+inline Kvo16s shape(int row, int j) {
+    return tab::shape_all[row][4 - j];
+}
 
 constexpr Kvo16s kThr16[3] = {5808, 10164, 17787};
 constexpr Kvo16s kG2_128[2] = {4308, 12800};
@@ -41,8 +43,7 @@ Kvo32s correlate(const Kvo16s* x, int row) {
 
 KvoStatus g728TcqSearch(const Kvo16s* pSrc, const Kvo16s* pCoef, Kvo8u* pDst, Kvo16s* pMem,
                         Kvo16s* pQuant, Kvo32s* pState, KvoG728ScaledValue invGain,
-                        KvoG728ScaledValue gain, const Kvo16s (*xk)[16],
-                        const Kvo16s (*yk)[4]) {
+                        KvoG728ScaledValue gain, const Kvo16s (*xk)[16], const Kvo16s (*yk)[4]) {
     // Per time step and new state: predecessor, code, level, reconstruction.
     Kvo8u pred[5][4], code[5][4];
     Kvo16s lev[5][4], rec[5][4];
@@ -75,7 +76,7 @@ KvoStatus g728TcqSearch(const Kvo16s* pSrc, const Kvo16s* pCoef, Kvo8u* pDst, Kv
             p[s] = g728_round16(sat32(Kvo64s{acc} * 4));
             Kvo32s prod = Kvo32s{lo16(Kvo32s{pSrc[n]} - p[s])} * ig;
             Kvo64s sh = (1 - ige) >= 0 ? (Kvo64s{prod} >> ((1 - ige) > 63 ? 63 : (1 - ige)))
-                                        : shl64(prod, ige - 1 > 32 ? 32 : ige - 1);
+                                       : shl64(prod, ige - 1 > 32 ? 32 : ige - 1);
             r[s] = sat16(sat32(sh));
             for (int k = 0; k < 2; ++k) {
                 const int c = kSub[s][k];
@@ -115,10 +116,14 @@ KvoStatus g728TcqSearch(const Kvo16s* pSrc, const Kvo16s* pCoef, Kvo8u* pDst, Kv
     int best;
     Kvo32s m012 = J[0] < J[1] ? J[0] : J[1];
     if (J[2] < m012) m012 = J[2];
-    if (J[3] <= m012) best = 3;
-    else if (J[2] <= (J[0] < J[1] ? J[0] : J[1])) best = 2;
-    else if (J[1] <= J[0]) best = 1;
-    else best = 0;
+    if (J[3] <= m012)
+        best = 3;
+    else if (J[2] <= (J[0] < J[1] ? J[0] : J[1]))
+        best = 2;
+    else if (J[1] <= J[0])
+        best = 1;
+    else
+        best = 0;
     Kvo8u codes[5];
     Kvo16s lv[5], rc[5];
     int s = best;
@@ -210,8 +215,10 @@ KvoStatus kvosCodebookSearch_G728_16s(const Kvo16s* pSrc, const Kvo16s* pEnergy,
     if (c < 1) gain += rate == 17 ? 4 : 2;
     *pShape = row;
     *pGain = gain;
-    if (rate == 17) *pCode = static_cast<Kvo16s>(row * 8 + gain);
-    else if (rate == 14) *pCode = static_cast<Kvo16s>((row - 64) * 4 + gain);
+    if (rate == 17)
+        *pCode = static_cast<Kvo16s>(row * 8 + gain);
+    else if (rate == 14)
+        *pCode = static_cast<Kvo16s>((row - 64) * 4 + gain);
     else {
         const int rr = row - (((row - 96) >> 1) & -4);
         *pCode = static_cast<Kvo16s>((rr - 96) * 4 + gain);

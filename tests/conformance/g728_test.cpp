@@ -53,8 +53,8 @@ std::vector<int16_t> speech_like(int n, uint32_t seed, double peak) {
         const double t = i / 8000.0;
         const double f1 = 500 + 200 * std::sin(2 * M_PI * 1.5 * t);
         const double f2 = 1500 + 500 * std::sin(2 * M_PI * 0.7 * t);
-        const double ex = (i % (60 + int(20 * std::sin(2 * M_PI * t))) == 0 ? 30.0 : 0.0) +
-                          0.3 * noise(rng);
+        const double ex =
+            (i % (60 + int(20 * std::sin(2 * M_PI * t))) == 0 ? 30.0 : 0.0) + 0.3 * noise(rng);
         const double r1 = 0.95, r2 = 0.9;
         const double y = ex + 2 * r1 * std::cos(2 * M_PI * f1 / 8000) * y1 - r1 * r1 * y2;
         y2 = y1;

@@ -15,7 +15,8 @@ namespace {
 // Window of T entries: a decaying recursive tail and a sine-shaped head.
 std::vector<Kvo16s> make_window(int T) {
     std::vector<Kvo16s> w(T);
-    for (int i = 0; i < T; ++i) w[i] = static_cast<Kvo16s>(32767 * std::sin(0.05 + 0.9 * M_PI * (i + 1) / (T + 1)));
+    for (int i = 0; i < T; ++i)
+        w[i] = static_cast<Kvo16s>(32767 * std::sin(0.05 + 0.9 * M_PI * (i + 1) / (T + 1)));
     return w;
 }
 
@@ -86,12 +87,13 @@ TEST_P(HybridWindow, NormalisedLagsFollowTheDoubleModel) {
                 while (mx * std::ldexp(1.0, e) >= 8192) --e;
                 exps[b] = static_cast<Kvo16s>(e);
                 for (int i = 0; i < 5; ++i) {
-                    src[5 * b + i] = static_cast<Kvo16s>(std::lround(std::ldexp(real[5 * b + i], e)));
+                    src[5 * b + i] =
+                        static_cast<Kvo16s>(std::lround(std::ldexp(real[5 * b + i], e)));
                     real[5 * b + i] = std::ldexp(src[5 * b + i], -e);
                 }
             }
-            const KvoStatus st = kvosWinHybridBlock_G728_16s(0, src.data(), exps.data(),
-                                                             out.data(), mem.data() + 1);
+            const KvoStatus st =
+                kvosWinHybridBlock_G728_16s(0, src.data(), exps.data(), out.data(), mem.data() + 1);
             // Until the signal reaches back M lags, the last lag may be zero.
             ASSERT_TRUE(st == kvoOk || (call < 3 && st == kvoWarnZeroEnergy)) << st;
         } else {
@@ -184,9 +186,9 @@ TEST(G728Levinson, MatchesDoubleRecursionOnSpeechLikeSpectra) {
             Kvo16s res2, scale2;
             ASSERT_EQ(kvosLevinsonDurbin_G728_16s_Sfs(R.data(), 10, b.data(), &rc, &res2, &scale2),
                       kvoOk);
-            ASSERT_EQ(kvosLevinsonDurbin_G728_16s_ISfs(R.data(), 10, order, b.data(), &res2,
-                                                       &scale2),
-                      kvoOk);
+            ASSERT_EQ(
+                kvosLevinsonDurbin_G728_16s_ISfs(R.data(), 10, order, b.data(), &res2, &scale2),
+                kvoOk);
             EXPECT_EQ(a, b);
             EXPECT_EQ(res, res2);
             EXPECT_EQ(scale, scale2);
@@ -221,8 +223,7 @@ TEST(G728Levinson, StopsAndHandOver) {
         EXPECT_EQ(scale, 14);
         // Given scale 12 with no stage: the end test stops (stage 3 is below 11).
         scale = 12;
-        EXPECT_EQ(kvosLevinsonDurbin_G728_16s_ISfs(R, 2, 2, a, &res, &scale),
-                  kvoErrFilterUnstable);
+        EXPECT_EQ(kvosLevinsonDurbin_G728_16s_ISfs(R, 2, 2, a, &res, &scale), kvoErrFilterUnstable);
         EXPECT_EQ(res, 777);
         // The same stop at stage 11 or later is only a warning.
         std::vector<Kvo16s> R11(12, 100), a11(11, 0);

@@ -113,7 +113,8 @@ TEST(G728Args, Search) {
         BadArgs t("kvosImpulseResponseEnergy_G728_16s");
         auto h = t.in<Kvo16s>("pSrc", 5);
         auto e = t.out<Kvo16s>("pDst", 128);
-        t.run([&](const BadArgs::Call& c) { return kvosImpulseResponseEnergy_G728_16s(c(h), c(e)); });
+        t.run(
+            [&](const BadArgs::Call& c) { return kvosImpulseResponseEnergy_G728_16s(c(h), c(e)); });
     }
     BadArgs t("kvosCodebookSearch_G728_16s");
     auto x = t.in<Kvo16s>("pSrc", 5);
@@ -140,8 +141,8 @@ TEST(G728Args, Filters) {
             kvosSynthesisFilterInit_G728_16s(static_cast<KvoG728SynthesisState*>(p));
         });
         t.run([&](const BadArgs::Call& c) {
-            return kvosSyntesisFilterZeroInput_G728_16s(
-                c(a), c(x), c(ex), c(y), c(ye), static_cast<KvoG728SynthesisState*>(c(st)));
+            return kvosSyntesisFilterZeroInput_G728_16s(c(a), c(x), c(ex), c(y), c(ye),
+                                                        static_cast<KvoG728SynthesisState*>(c(st)));
         });
     }
     auto combInit = [](void* p) {
@@ -168,8 +169,8 @@ TEST(G728Args, Filters) {
         auto ye = t.out<Kvo16s>("pDstExp", 1);
         auto st = t.state("pState", sizeof(KvoG728CombinedState), combInit);
         t.run([&](const BadArgs::Call& c) {
-            return kvosCombinedFilterZeroState_G728_16s(
-                c(a), c(w), c(x), c(ex), c(y), c(ye), static_cast<KvoG728CombinedState*>(c(st)));
+            return kvosCombinedFilterZeroState_G728_16s(c(a), c(w), c(x), c(ex), c(y), c(ye),
+                                                        static_cast<KvoG728CombinedState*>(c(st)));
         });
     }
     {

@@ -115,7 +115,8 @@ struct TcqTables {
         for (int i = 0; i < 16; ++i)
             for (int c = 0; c < 4; ++c) yk[i][c] = static_cast<Kvo16s>((4 * i + c) * 360 - 11340);
         for (int c = 0; c < 4; ++c) {
-            for (int i = 0; i < 15; ++i) xk[c][i] = static_cast<Kvo16s>((yk[i][c] + yk[i + 1][c]) / 2);
+            for (int i = 0; i < 15; ++i)
+                xk[c][i] = static_cast<Kvo16s>((yk[i][c] + yk[i + 1][c]) / 2);
             xk[c][15] = 32767;
         }
     }
@@ -167,7 +168,8 @@ TEST(G728Trellis, PathIsValidAndBeatsEveryOtherPathWithoutPrediction) {
                 const int b = q & 1;
                 const int sub = kSub[st][b];
                 double e = 1e300;
-                for (int i = 0; i < 16; ++i) e = std::min(e, std::pow(double(x[n]) - t.yk[i][sub], 2));
+                for (int i = 0; i < 16; ++i)
+                    e = std::min(e, std::pow(double(x[n]) - t.yk[i][sub], 2));
                 c += e;
                 st = kNext[st][b];
             }
