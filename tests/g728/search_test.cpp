@@ -76,8 +76,12 @@ TEST_P(CodebookSearch, FindsTheBruteForceOptimum) {
         // Integer energies and the truncated correlation leave a little slack.
         EXPECT_LE(got, best + 0.02 * std::fabs(best) + 2.0);
         // Code layout of the rate.
-        if (r.code == 17) EXPECT_EQ(code, shape * 8 + gain);
-        if (r.code == 14) EXPECT_EQ(code, (shape - 64) * 4 + gain);
+        if (r.code == 17) {
+            EXPECT_EQ(code, shape * 8 + gain);
+        }
+        if (r.code == 14) {
+            EXPECT_EQ(code, (shape - 64) * 4 + gain);
+        }
         if (r.code == 10) {
             const int closed = 96 + (shape - 96) / 8 * 4 + shape % 4;
             EXPECT_EQ(code, (closed - 96) * 4 + gain);
