@@ -527,6 +527,72 @@ KvoStatus kvosDCTInv_G722_16s(const Kvo16s* pSrc, Kvo16s* pDst);
  * 6 words); *pBits receives the bit count. */
 KvoStatus kvosHuffmanEncode_G722_16s32u(Kvo32s category, Kvo32s powerIndex, const Kvo16s* pSrc,
                                         Kvo32u* pDst, Kvo32s* pBits);
+/* ---- G.728 LD-CELP ---------------------------------------------------- */
+
+/* Bytes of a hybrid-window state for order M, L new samples, N non-recursive, blocks of blockLen. */
+KvoStatus kvosWinHybridGetStateSize_G728_16s(Kvo32s order, Kvo32s frameLen, Kvo32s nonRecLen,
+                                             Kvo32s blockLen, Kvo32s* pSize);
+/* Starts a hybrid-window state; keeps pWindow (M+L+N Q15); decay 12288 (3/4) or 8192 (1/2). */
+KvoStatus kvosWinHybridInit_G728_16s(const Kvo16s* pWindow, Kvo32s order, Kvo32s frameLen,
+                                     Kvo32s nonRecLen, Kvo32s blockLen, Kvo32s decay,
+                                     Kvo8u* pState);
+/* Hybrid window over L new samples: normalised autocorrelation, lags 0..M (0..10 if shortLags 1). */
+KvoStatus kvosWinHybrid_G728_16s(Kvo32s shortLags, const Kvo16s* pSrc, Kvo16s* pDst,
+                                 Kvo8u* pState);
+/* Same, for samples carrying one exponent per block of 5 (order-50 analysis). */
+KvoStatus kvosWinHybridBlock_G728_16s(Kvo32s shortLags, const Kvo16s* pSrc, const Kvo16s* pExp,
+                                      Kvo16s* pDst, Kvo8u* pState);
+/* Levinson-Durbin recursion in block floating point, order 0..order; pScale: fraction bits. */
+KvoStatus kvosLevinsonDurbin_G728_16s_Sfs(const Kvo16s* pSrc, Kvo32s order, Kvo16s* pDstLPC,
+                                          Kvo16s* pDstRC, Kvo16s* pResidual, Kvo16s* pScale);
+/* Continues a recursion from startOrder to endOrder. */
+KvoStatus kvosLevinsonDurbin_G728_16s_ISfs(const Kvo16s* pSrc, Kvo32s startOrder,
+                                           Kvo32s endOrder, Kvo16s* pSrcDstLPC,
+                                           Kvo16s* pResidual, Kvo16s* pScale);
+/* Energies of the 128 filtered shape code vectors for an impulse response (Q13). */
+KvoStatus kvosImpulseResponseEnergy_G728_16s(const Kvo16s* pSrc, Kvo16s* pDst);
+/* Shape, gain and sign search; rate 17 (16 kbit/s), 14 (12.8) or 10 (9.6). */
+KvoStatus kvosCodebookSearch_G728_16s(const Kvo16s* pSrc, const Kvo16s* pEnergy, Kvo32s* pShape,
+                                      Kvo32s* pGain, Kvo16s* pCode, Kvo32s rate);
+/* 40 kbit/s four-state trellis-coded quantisation of one 5-sample vector. */
+KvoStatus kvosCodebookSearchTCQ_G728_16s8u(const Kvo16s* pSrc, const Kvo16s* pCoef, Kvo8u* pDst,
+                                           Kvo16s* pMem, Kvo16s* pQuant, Kvo32s* pState,
+                                           KvoG728ScaledValue invGain, KvoG728ScaledValue gain);
+/* Record sizes and Init of the filter states. */
+KvoStatus kvosSynthesisFilterGetStateSize_G728_16s(Kvo32s* pSize);
+KvoStatus kvosSynthesisFilterInit_G728_16s(KvoG728SynthesisState* pState);
+KvoStatus kvosCombinedFilterGetStateSize_G728_16s(Kvo32s* pSize);
+KvoStatus kvosCombinedFilterInit_G728_16s(KvoG728CombinedState* pState);
+KvoStatus kvosIIR16sGetStateSize_G728_16s(Kvo32s* pSize);
+KvoStatus kvosIIR16sInit_G728_16s(KvoG728IIRState* pState);
+KvoStatus kvosPostFilterGetStateSize_G728_16s(Kvo32s* pSize);
+KvoStatus kvosPostFilterInit_G728_16s(KvoG728PostFilterState* pState);
+KvoStatus kvosPostFilterAdapterGetStateSize_G728(Kvo32s* pSize);
+KvoStatus kvosPostFilterAdapterStateInit_G728(KvoG728PostFilterAdapterState* pState);
+/* Order-50 synthesis of 5 samples: zero-input response plus the excitation's; output with exponent. */
+KvoStatus kvosSyntesisFilterZeroInput_G728_16s(const Kvo16s* pCoef, Kvo16s* pSrcDst, Kvo32s srcExp,
+                                               Kvo16s* pDst, Kvo16s* pDstExp,
+                                               KvoG728SynthesisState* pState);
+/* Zero-input response of synthesis and weighting filters, 5 samples at exponent 2. */
+KvoStatus kvosCombinedFilterZeroInput_G728_16s(const Kvo16s* pCoef, const Kvo16s* pWeight,
+                                               Kvo16s* pDst, KvoG728CombinedState* pState);
+/* Adds the chosen excitation's response to the combined filter memory. */
+KvoStatus kvosCombinedFilterZeroState_G728_16s(const Kvo16s* pCoef, const Kvo16s* pWeight,
+                                               Kvo16s* pSrcDst, Kvo32s srcExp, Kvo16s* pDst,
+                                               Kvo16s* pDstExp, KvoG728CombinedState* pState);
+/* Order-10 pole-zero filter; pWeight: 10 zero then 10 pole coefficients, Q14. */
+KvoStatus kvosIIR16s_G728_16s(const Kvo16s* pWeight, const Kvo16s* pSrc, Kvo16s* pDst,
+                              Kvo32s len, KvoG728IIRState* pState);
+/* Adaptive post filter of 5 samples: long-term, short-term and tilt stages. */
+KvoStatus kvosPostFilter_G728_16s(Kvo16s gain, Kvo16s gainLag, Kvo16s lag, Kvo16s tilt,
+                                  const Kvo16s* pCoef, const Kvo16s* pSrc, Kvo16s* pDst,
+                                  KvoG728PostFilterState* pState);
+/* Order-10 LPC inverse filter of 5 samples (post-filter residual). */
+KvoStatus kvosLPCInverseFilter_G728_16s(const Kvo16s* pSrc, const Kvo16s* pCoef, Kvo16s* pDst,
+                                        KvoG728PostFilterAdapterState* pState);
+/* Pitch period from 100 residual samples (140 before them); pPitch in and out. */
+KvoStatus kvosPitchPeriodExtraction_G728_16s(const Kvo16s* pSrc, Kvo32s* pPitch,
+                                             KvoG728PostFilterAdapterState* pState);
 
 #ifdef __cplusplus
 }

@@ -234,6 +234,65 @@ typedef struct {
     Kvo32f savedRate;    /* rate at the start of the talkspurt */
     Kvo32f reserved[4];  /* unused room that completes the record's 124 bytes */
 } KvoALCState;
+/* ---- G.728 ------------------------------------------------------------ */
+
+/* State of one recursive hybrid-window analysis (G.728 backward adaptation).
+ * Placed at the first 16-byte boundary at or after the caller's block (the
+ * size query includes the slack); it holds the caller's window pointer and a
+ * pointer to its own arrays (recursive memory, shared exponent, signal buffer,
+ * block exponents), so the block must keep its address modulo 16. */
+typedef struct {
+    const Kvo16s* pWindow; /* the caller's window, Q15, entry 0 for the newest sample */
+    Kvo16s order;          /* M: highest lag */
+    Kvo16s frameLen;       /* L: new samples per call */
+    Kvo16s nonRecLen;      /* N: samples windowed afresh on every call */
+    Kvo16s blocksPerCall;  /* L / blockLen */
+    Kvo16s blocksKept;     /* (M + N) / blockLen */
+    Kvo16s blocksTotal;    /* (M + L + N) / blockLen, 0 without blocks */
+    Kvo16s decayShift;     /* 14: decay 3/4, 15: decay 1/2 */
+    Kvo16s reserved;
+    Kvo16s* pArrays;       /* memory[M+1], exponent, signal[M+L+N], block exponents */
+} KvoG728WinHybridState;
+
+/* Weighting-filter (pole-zero, order 10) memory; also the short-term stage of
+ * the post filter.  Newest first. */
+typedef struct {
+    Kvo16s inMem[10];  /* input memory */
+    Kvo16s unused[6];  /* not used by any step; cleared by Init */
+    Kvo16s outMem[10]; /* output memory */
+} KvoG728IIRState;
+
+typedef KvoG728IIRState KvoG728PostFilterState;
+
+/* Order-50 synthesis filter memory in block floating point. */
+typedef struct {
+    Kvo16s memory[50];    /* past output, newest first, 10 blocks of 5 */
+    Kvo16s exponents[10]; /* one per block, oldest block first */
+    Kvo16s minExp;        /* smallest exponent of the last call */
+} KvoG728SynthesisState;
+
+/* Cascade of the order-50 synthesis filter and the perceptual weighting filter. */
+typedef struct {
+    Kvo16s memory[50];
+    Kvo16s exponents[10];
+    Kvo16s minExp;
+    KvoG728IIRState weight;
+} KvoG728CombinedState;
+
+/* Post-filter adapter: decimation low-pass, decimated residual, inverse filter. */
+typedef struct {
+    Kvo16s x1, x2, x3;     /* input delays of the decimation low-pass */
+    Kvo16s y1, y2, y3;     /* output delays */
+    Kvo16s decimated[60];  /* 4:1 decimated residual, oldest first */
+    Kvo16s residualMem[10];/* input memory of the LPC inverse filter, newest first */
+} KvoG728PostFilterAdapterState;
+
+/* A 16-bit value with its exponent (real value = value * 2^-exp), passed by value. */
+typedef struct {
+    Kvo16s value;
+    Kvo16s reserved;
+    Kvo32s exp; /* only the low 16 bits are read */
+} KvoG728ScaledValue;
 
 #ifdef __cplusplus
 }

@@ -56,3 +56,8 @@ $gen "$root/g7221" src/g72x g7221_tables \
     cnstMltSqvhCodeCtg0_G722 cnstMltSqvhCodeCtg1_G722 cnstMltSqvhCodeCtg2_G722 \
     cnstMltSqvhCodeCtg3_G722 cnstMltSqvhCodeCtg4_G722 cnstMltSqvhCodeCtg5_G722 \
     cnstMltSqvhCodeCtg6_G722
+$gen "$root/g728" src/g728 g728_tables shape_all g2 gsq
+$gen "$root/g728" apps/coders g728_coder_tables \
+    shape_all=coder_g728_shape g2=coder_g728_g2 wnr=coder_g728_wnr wnrg=coder_g728_wnrg \
+    wnrw=coder_g728_wnrw g728fp_iw=coder_g728_iw g728fp_iwg=coder_g728_iwg \
+    iwwz=coder_g728_iwwz iwwp=coder_g728_iwwp iwpfz=coder_g728_iwpfz iwpfp=coder_g728_iwpfp

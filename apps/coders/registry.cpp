@@ -10,6 +10,7 @@ extern const Coder kG729;
 extern const Coder kG729A;
 extern const Coder kG726;
 extern const Coder kG722;
+extern const Coder kG728;
 extern const Coder kGsmFr;
 
 const std::vector<const Coder*>& all_coders() {
@@ -18,6 +19,7 @@ const std::vector<const Coder*>& all_coders() {
         &kG729A,
         &kG726,
         &kG722,
+        &kG728,
         &kGsmFr,
     };
     return list;
