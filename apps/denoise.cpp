@@ -25,7 +25,8 @@ constexpr int kFrame = 16;
 constexpr int kDelay = 56;  // samples of delay at every level but 0
 
 int denoise_usage(const char* why) {
-    std::fprintf(stderr, "kvosc: denoise: %s (usage: kvosc denoise [--level 0-5] [--rate HZ] IN OUT)\n",
+    std::fprintf(stderr,
+                 "kvosc: denoise: %s (usage: kvosc denoise [--level 0-5] [--rate HZ] IN OUT)\n",
                  why);
     return 2;
 }
@@ -70,9 +71,8 @@ int cmd_denoise(const std::vector<std::string>& args) {
     const int rate = a.rate ? a.rate : (rate_opt ? static_cast<int>(rate_opt) : 8000);
     Kvo32s bytes = 0;
     if (kvosFilterNoiseGetStateSize_EC_32f(rate, &bytes) != kvoOk) {
-        std::fprintf(stderr,
-                     "kvosc: denoise: %d Hz is not supported (8000, 16000, 22050 or 32000)\n",
-                     rate);
+        std::fprintf(
+            stderr, "kvosc: denoise: %d Hz is not supported (8000, 16000, 22050 or 32000)\n", rate);
         return 1;
     }
     std::vector<uint64_t> mem((static_cast<size_t>(bytes) + 7) / 8);

@@ -23,7 +23,8 @@ std::vector<float> test_signal(int rate) {
         seed = seed * 1664525u + 1013904223u;
         acc = 0.9 * acc + static_cast<int32_t>(seed) * 1e-7;
         const bool tone = (i * 4 / static_cast<size_t>(rate)) % 2 == 1;
-        v[i] = static_cast<float>(acc + (tone ? 4000 * std::sin(0.21 * static_cast<double>(i)) : 0));
+        v[i] =
+            static_cast<float>(acc + (tone ? 4000 * std::sin(0.21 * static_cast<double>(i)) : 0));
     }
     return v;
 }

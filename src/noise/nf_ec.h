@@ -26,12 +26,12 @@
 
 namespace kvo::nf {
 
-inline constexpr int kFrame = 16;     // samples per call, at every rate
-inline constexpr int kFft = 128;      // transform length
+inline constexpr int kFrame = 16;  // samples per call, at every rate
+inline constexpr int kFft = 128;   // transform length
 inline constexpr int kFftOrder = 7;
-inline constexpr int kFftFlag = 2;    // inverse divided by N
+inline constexpr int kFftFlag = 2;  // inverse divided by N
 inline constexpr int kFftHint = 2;
-inline constexpr int kBins = 65;      // bins 0 .. N/2
+inline constexpr int kBins = 65;              // bins 0 .. N/2
 inline constexpr Kvo32s kRecordBytes = 4992;  // record share of the size formula
 inline constexpr Kvo32s kRecordArea = kRecordBytes - 8;
 

@@ -109,8 +109,8 @@ void accept(KvoFilterNoise32fState* s, const Kvo32f* x, Kvo64f longPow, Kvo32s* 
 }
 
 // The decision on the analysed frame x (shortWin samples).  far: the moderate gate.
-void decide(KvoFilterNoise32fState* s, const Kvo32f* x, Kvo64f shortPow, Kvo64f longPow,
-            bool far, Kvo32s* pNoiseFlag) {
+void decide(KvoFilterNoise32fState* s, const Kvo32f* x, Kvo64f shortPow, Kvo64f longPow, bool far,
+            Kvo32s* pNoiseFlag) {
     const Kvo32s sw = s->shortWin;
     analyseBlock(s, x);
     bool candidate = spectralCandidate(s);
@@ -181,8 +181,8 @@ Kvo32s smoothPower(const Kvo32f* last16, Kvo32s P) {
     return P;
 }
 
-KvoStatus detect(const Kvo32f* pSrc, const Kvo32f* pRefSrc, Kvo64f* pNoisePower,
-                 Kvo32f* pNoiseMean, Kvo32s* pNoiseFlag, KvoFilterNoise32fState* pState) {
+KvoStatus detect(const Kvo32f* pSrc, const Kvo32f* pRefSrc, Kvo64f* pNoisePower, Kvo32f* pNoiseMean,
+                 Kvo32s* pNoiseFlag, KvoFilterNoise32fState* pState) {
     KvoFilterNoise32fState* s = recordOf(pState);
     const KvoStatus st = checkRecord(s, false);
     if (st != kvoOk) return st;
@@ -236,8 +236,8 @@ KvoStatus kvosFilterNoiseDetectModerate_EC_32f64f(const Kvo32f* pSrc, const Kvo3
                                                   Kvo64f* pNoisePower, Kvo32f* pNoiseMean,
                                                   Kvo32s* pNoiseFlag,
                                                   KvoFilterNoise32fState* pState) {
-    if (pSrc == nullptr || pRefSrc == nullptr || pNoisePower == nullptr ||
-        pNoiseMean == nullptr || pNoiseFlag == nullptr || pState == nullptr)
+    if (pSrc == nullptr || pRefSrc == nullptr || pNoisePower == nullptr || pNoiseMean == nullptr ||
+        pNoiseFlag == nullptr || pState == nullptr)
         return kvoErrNullPtr;
     return nf::detect(pSrc, pRefSrc, pNoisePower, pNoiseMean, pNoiseFlag, pState);
 }

@@ -122,8 +122,7 @@ void levelGain(KvoFilterNoise32fState* s, Kvo32f* y) {
         s->rampCount -= kFrame;
         if (s->shortPower * 1.07 > s->powIn) {
             scale(y, kFrame, s->gainRamp);
-        } else if (s->noiseKnown != 0 &&
-                   s->powIn < 1.07 * static_cast<Kvo32f>(s->noisePower)) {
+        } else if (s->noiseKnown != 0 && s->powIn < 1.07 * static_cast<Kvo32f>(s->noisePower)) {
             const Kvo32f q = s->gainBase + (s->rampLen - static_cast<Kvo32f>(s->rampCount)) *
                                                s->gainBase / s->rampLen;
             for (int i = 0; i < kFrame; ++i) y[i] = truncSat16(q * y[i]);

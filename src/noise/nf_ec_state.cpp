@@ -60,8 +60,7 @@ alignas(16) constexpr std::array<Kvo32f, 64> ec_isbf_hann64_32f = makeWindow(122
 alignas(16) constexpr std::array<Kvo32f, 64> ec_isbf_hann64_32f_low = makeWindow(16384.0f);
 
 bool rateSupported(Kvo32s sampleFreq) {
-    return sampleFreq == 8000 || sampleFreq == 16000 || sampleFreq == 22050 ||
-           sampleFreq == 32000;
+    return sampleFreq == 8000 || sampleFreq == 16000 || sampleFreq == 22050 || sampleFreq == 32000;
 }
 
 KvoStatus layoutFor(Kvo32s sampleFreq, Layout* l) {
@@ -86,21 +85,18 @@ KvoStatus checkRecord(const KvoFilterNoise32fState* s, bool withFilter) {
     Layout l;
     if (layoutFor(rate, &l) != kvoOk) return kvoErrOutOfRange;
     const RateConsts c = consts(rate);
-    if (s->shortWin != l.shortWin || s->longWin != l.longWin ||
-        s->maxRunFactor != l.maxRunFactor || s->capacity != l.longWin ||
-        s->refCapacity != l.longWin || s->fill < 0 || s->fill > s->capacity ||
-        s->refFill < 0 || s->refFill > s->refCapacity)
+    if (s->shortWin != l.shortWin || s->longWin != l.longWin || s->maxRunFactor != l.maxRunFactor ||
+        s->capacity != l.longWin || s->refCapacity != l.longWin || s->fill < 0 ||
+        s->fill > s->capacity || s->refFill < 0 || s->refFill > s->refCapacity)
         return kvoErrOutOfRange;
     if (s->bandEdge1 != kBandEdge1 || s->bandEdge2 != kBandEdge2 ||
         s->bandWidth[0] != kBandWidth[0] || s->bandWidth[1] != kBandWidth[1] ||
-        s->bandWidth[2] != kBandWidth[2] || s->peakWin != c.peakWin ||
-        s->bandSumWin != kBandSumWin)
+        s->bandWidth[2] != kBandWidth[2] || s->peakWin != c.peakWin || s->bandSumWin != kBandSumWin)
         return kvoErrOutOfRange;
     // Pointers into the block: a block that has moved since Init fails here.
     const auto* base = reinterpret_cast<const Kvo8u*>(s);
     const auto specMem = reinterpret_cast<std::uintptr_t>(base + l.specOff);
-    const auto* spec =
-        reinterpret_cast<const KvoFFTSpec32f*>((specMem + 63) & ~std::uintptr_t{63});
+    const auto* spec = reinterpret_cast<const KvoFFTSpec32f*>((specMem + 63) & ~std::uintptr_t{63});
     if (s->pFFTSpec != spec || s->pFFTWork != base + l.workOff ||
         s->pBuffer != reinterpret_cast<const Kvo32f*>(base + l.bufOff) ||
         s->pRefBuffer != reinterpret_cast<const Kvo32f*>(base + l.refOff))

@@ -61,8 +61,8 @@ TEST(NoiseFilterEC, DeclaredNoiseMatchesTheFixedGainModel) {
 TEST(NoiseFilterEC, NoiseAloneDropsByTheFloorsAndTheWindow) {
     for (int rate : {8000, 32000}) {
         for (bool isPink : {false, true}) {
-            const std::vector<float> x =
-                isPink ? pink(static_cast<size_t>(rate) * 2, 2000.0, 11) : white(rate * 2, 2000.0, 11);
+            const std::vector<float> x = isPink ? pink(static_cast<size_t>(rate) * 2, 2000.0, 11)
+                                                : white(rate * 2, 2000.0, 11);
             // Average power per DFT bin of the input over 128-sample blocks.
             std::vector<double> P(65, 0.0);
             for (size_t b = 0; b + 128 <= x.size(); b += 128)
@@ -90,7 +90,8 @@ TEST(NoiseFilterEC, NoiseAloneDropsByTheFloorsAndTheWindow) {
                 ASSERT_EQ(kvosFilterNoiseLevel_EC_32f(level, f.st), kvoOk);
                 const std::vector<float> y = run_declared(f, x, 1);
                 const size_t from = x.size() / 4;
-                const double got = db(power(y, from, x.size()) / power(x, from - kDelay, x.size() - kDelay));
+                const double got =
+                    db(power(y, from, x.size()) / power(x, from - kDelay, x.size() - kDelay));
                 EXPECT_NEAR(got, expect, 0.6);
             }
         }
@@ -215,7 +216,8 @@ TEST(NoiseFilterEC, TonesAreNotNoise) {
             SCOPED_TRACE(testing::Message() << rate << " Hz, tone " << hz);
             std::vector<float> x(static_cast<size_t>(rate) * 2);
             for (size_t i = 0; i < x.size(); ++i)
-                x[i] = static_cast<float>(8000.0 * std::sin(2 * M_PI * hz * static_cast<double>(i) / rate + 0.3));
+                x[i] = static_cast<float>(
+                    8000.0 * std::sin(2 * M_PI * hz * static_cast<double>(i) / rate + 0.3));
             Filter f(rate);
             const Outcome r = run_detect_filter(f, x);
             int accepted = 0;
@@ -302,8 +304,7 @@ TEST(NoiseFilterEC, ModerateGateWidensTheLimit) {
         kvosFilterNoiseDetect_EC_32f64f(&x[i], &np, &nm, &fl, plain.st);
         kvosFilterNoiseDetectModerate_EC_32f64f(&x[i], &ref[i], &np, &nm, &fl, gated.st);
         if (p->noiseKnown && p->dcEstimate >= 50.0f) narrow += p->ratioLimit == 1.065f;
-        if (q->noiseKnown && q->dcEstimate >= 50.0f && fl == 0)
-            widened += q->ratioLimit == 1.065f;
+        if (q->noiseKnown && q->dcEstimate >= 50.0f && fl == 0) widened += q->ratioLimit == 1.065f;
     }
     EXPECT_GT(q->refPower, q->micPower);
     EXPECT_EQ(narrow, 0);

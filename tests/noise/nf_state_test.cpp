@@ -8,8 +8,8 @@
 #include "../support/badargs.h"
 #include "fft/fft.h"
 #include "kvosc.h"
-#include "noise/nf_ec.h"
 #include "nf_util.h"
+#include "noise/nf_ec.h"
 
 using namespace nftest;
 
@@ -213,7 +213,8 @@ TEST(NoiseFilterEC, ArgumentChecks) {
         auto mode = t.value<Kvo32s>("smoothMode", -1, {{2, kvoErrBadArg}, {-2, kvoErrBadArg}});
         auto st = t.state("pState", static_cast<size_t>(bytes), prepared);
         t.run([&](const BadArgs::Call& c) {
-            return kvosFilterNoiseSetMode_EC_32f(c(mode), static_cast<KvoFilterNoise32fState*>(c(st)));
+            return kvosFilterNoiseSetMode_EC_32f(c(mode),
+                                                 static_cast<KvoFilterNoise32fState*>(c(st)));
         });
     }
     {
@@ -221,7 +222,8 @@ TEST(NoiseFilterEC, ArgumentChecks) {
         auto level = t.value<Kvo32s>("level", 3);
         auto st = t.state("pState", static_cast<size_t>(bytes), prepared);
         t.run([&](const BadArgs::Call& c) {
-            return kvosFilterNoiseLevel_EC_32f(c(level), static_cast<KvoFilterNoise32fState*>(c(st)));
+            return kvosFilterNoiseLevel_EC_32f(c(level),
+                                               static_cast<KvoFilterNoise32fState*>(c(st)));
         });
     }
     {
@@ -266,7 +268,8 @@ TEST(NoiseFilterEC, ArgumentChecks) {
         auto flag = t.value<Kvo32s>("noiseFlag", -1);
         auto st = t.state("pState", static_cast<size_t>(bytes), prepared);
         t.run([&](const BadArgs::Call& c) {
-            return kvosFilterNoise_EC_32f_I(c(sd), c(flag), static_cast<KvoFilterNoise32fState*>(c(st)));
+            return kvosFilterNoise_EC_32f_I(c(sd), c(flag),
+                                            static_cast<KvoFilterNoise32fState*>(c(st)));
         });
     }
 }
@@ -281,7 +284,8 @@ TEST(NoiseFilterEC, DamagedRecordIsRefused) {
         bool filterOnly;
     };
     const Case cases[] = {
-        {"fill above capacity", [](KvoFilterNoise32fState* s) { s->fill = s->capacity + 1; }, false},
+        {"fill above capacity", [](KvoFilterNoise32fState* s) { s->fill = s->capacity + 1; },
+         false},
         {"negative fill", [](KvoFilterNoise32fState* s) { s->fill = -16; }, false},
         {"reference fill", [](KvoFilterNoise32fState* s) { s->refFill = 1 << 30; }, false},
         {"rate", [](KvoFilterNoise32fState* s) { s->sampleFreq = 11025; }, false},
@@ -293,7 +297,9 @@ TEST(NoiseFilterEC, DamagedRecordIsRefused) {
         {"history pointer", [](KvoFilterNoise32fState* s) { s->pBuffer += 1; }, false},
         {"kernel pointer", [](KvoFilterNoise32fState* s) { s->pSmooth[8] = s->kernels; }, false},
         {"FFT identity",
-         [](KvoFilterNoise32fState* s) { static_cast<kvo::KvoFFTSpec32f*>(s->pFFTSpec)->idTag = 0; },
+         [](KvoFilterNoise32fState* s) {
+             static_cast<kvo::KvoFFTSpec32f*>(s->pFFTSpec)->idTag = 0;
+         },
          false},
         {"level", [](KvoFilterNoise32fState* s) { s->level = 7; }, true},
         {"smoothing mode", [](KvoFilterNoise32fState* s) { s->smoothMode = 3; }, true},

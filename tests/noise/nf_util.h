@@ -131,7 +131,8 @@ inline std::vector<double> speech_like(size_t n, int rate, std::vector<char>& on
     for (size_t i = 0; i < n; ++i) {
         const size_t k = i / seg;
         on[i] = k >= 3 && k % 2 == 1;
-        s[i] *= on[i] ? std::sin(M_PI * static_cast<double>(i % seg) / static_cast<double>(seg)) : 0.0;
+        s[i] *=
+            on[i] ? std::sin(M_PI * static_cast<double>(i % seg) / static_cast<double>(seg)) : 0.0;
     }
     return s;
 }
