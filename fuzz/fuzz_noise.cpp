@@ -58,7 +58,30 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         Kvo64f np = 0;
         Kvo32f nm = 0;
         Kvo32s flag = -5;
-        switch (fdp.ConsumeIntegralInRange<int>(0, 6)) {
+        switch (fdp.ConsumeIntegralInRange<int>(0, 7)) {
+            case 7: {
+                // A burst of generated frames (low-pass noise of a chosen level, or silence)
+                // through the detector and the suppressor, to reach long-run states cheaply.
+                const int count = fdp.ConsumeIntegralInRange<int>(1, 300);
+                const float amp = static_cast<float>(fdp.ConsumeIntegralInRange<int>(0, 30000));
+                uint32_t seed = fdp.ConsumeIntegral<uint32_t>();
+                float acc = 0.0f;
+                for (int f = 0; f < count; ++f) {
+                    for (int i = 0; i < 16; ++i) {
+                        seed = seed * 1664525u + 1013904223u;
+                        acc =
+                            0.8f * acc + 0.2f * (static_cast<float>(seed >> 8) / 8388608.0f - 1.0f);
+                        x[i] = amp * acc;
+                    }
+                    const bool level_ok = rec->level >= 0 && rec->level <= 5;
+                    KVOSC_FUZZ_CHECK(
+                        kvosFilterNoiseDetect_EC_32f64f(x.data(), &np, &nm, &flag, st) == kvoOk);
+                    KVOSC_FUZZ_CHECK(kvosFilterNoise_EC_32f(x.data(), y.data(), -1, st) ==
+                                     (level_ok ? kvoOk : kvoErrOutOfRange));
+                }
+                frames += count;
+                break;
+            }
             case 0: {
                 const Kvo32s level = fdp.ConsumeIntegralInRange<Kvo32s>(-2, 7);
                 const KvoStatus s = kvosFilterNoiseLevel_EC_32f(level, st);
