@@ -172,7 +172,7 @@ typedef struct {
  * the spectral suppressor of one stream at 8000, 16000, 22050 or 32000 Hz, in
  * frames of 16 samples on a 128-point FFT grid.  The block the caller passes
  * (its size from kvosFilterNoiseGetStateSize_EC_32f) holds this record at its
- * start, followed by the FFT specification, the FFT work area and the two
+ * start, followed by the FFT set-up record, the FFT work area and the two
  * sample histories; the pointers below point into that block, so the block
  * must not be moved after Init.  The record needs 8-byte alignment; a block
  * at a less aligned address is used from its next 8-byte boundary, the same

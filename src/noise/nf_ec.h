@@ -9,7 +9,7 @@
 //
 // Block layout.  The caller's block holds, from the record's base b:
 //   [0, kRecordArea)             KvoFilterNoise32fState
-//   specOff                      FFT specification (its own 64-byte slack)
+//   specOff                      FFT set-up record (its own 64-byte slack)
 //   workOff                      FFT work area (its own 64-byte slack)
 //   bufOff, refOff               the two sample histories, 4 * longWin bytes each
 // b is the caller's pointer when that is 8-byte aligned (the record's widest
@@ -60,7 +60,7 @@ inline KvoFilterNoise32fState* recordOf(KvoFilterNoise32fState* pState) {
 
 // Checks what a per-frame call relies on: the rate and its lengths, the fill counts,
 // the fixed band geometry, the pointers into the block (a moved block fails) and the
-// FFT specification's identity.  withFilter adds the fields of the suppressor: level
+// FFT set-up record's identity.  withFilter adds the fields of the suppressor: level
 // 0 to 5, smoothing mode -1 to 1, and a smoothed FIR length from 0 to below 8.5.
 // kvoOk, or kvoErrOutOfRange for a damaged record.
 KvoStatus checkRecord(const KvoFilterNoise32fState* s, bool withFilter);
