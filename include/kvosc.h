@@ -593,6 +593,35 @@ KvoStatus kvosLPCInverseFilter_G728_16s(const Kvo16s* pSrc, const Kvo16s* pCoef,
 /* Pitch period from 100 residual samples (140 before them); pPitch in and out. */
 KvoStatus kvosPitchPeriodExtraction_G728_16s(const Kvo16s* pSrc, Kvo32s* pPitch,
                                              KvoG728PostFilterAdapterState* pState);
+/* ---- Noise filter (echo path) ---------------------------------------------
+ * One stream at 8000, 16000, 22050 or 32000 Hz (other rates: kvoErrRange), in
+ * frames of 16 float samples at 16-bit amplitude.  pState is the caller's
+ * block of the size the query gives, set up by the Init function. */
+
+/* Bytes of the noise filter block for the rate. */
+KvoStatus kvosFilterNoiseGetStateSize_EC_32f(Kvo32s sampleFreq, Kvo32s* pSize);
+/* Writes the start state: empty histories, no noise known, level 5, no smoothing. */
+KvoStatus kvosFilterNoiseInit_EC_32f(Kvo32s sampleFreq, KvoFilterNoise32fState* pState);
+/* Suppression level 0 (off) to 4 (deepest), or 5 (2, or 0 for quiet noise). */
+KvoStatus kvosFilterNoiseLevel_EC_32f(Kvo32s level, KvoFilterNoise32fState* pState);
+/* Output smoothing: -1 adaptive length, 0 fixed 17-tap FIR, 1 none. */
+KvoStatus kvosFilterNoiseSetMode_EC_32f(Kvo32s smoothMode, KvoFilterNoise32fState* pState);
+/* Analyses one frame and takes it as the noise spectrum when it ends a stationary noise run. */
+KvoStatus kvosFilterNoiseDetect_EC_32f64f(const Kvo32f* pSrc, Kvo64f* pNoisePower,
+                                          Kvo32f* pNoiseMean, Kvo32s* pNoiseFlag,
+                                          KvoFilterNoise32fState* pState);
+/* The detector with a gate on a second signal (pRefSrc, 16 samples) standing above the first. */
+KvoStatus kvosFilterNoiseDetectModerate_EC_32f64f(const Kvo32f* pSrc, const Kvo32f* pRefSrc,
+                                                  Kvo64f* pNoisePower, Kvo32f* pNoiseMean,
+                                                  Kvo32s* pNoiseFlag,
+                                                  KvoFilterNoise32fState* pState);
+/* Suppresses noise in one frame (56 samples of delay); noiseFlag -1: analysed by a detector,
+ * 1: the frame is noise, other: the frame is not noise. */
+KvoStatus kvosFilterNoise_EC_32f(const Kvo32f* pSrc, Kvo32f* pDst, Kvo32s noiseFlag,
+                                 KvoFilterNoise32fState* pState);
+/* The same in place. */
+KvoStatus kvosFilterNoise_EC_32f_I(Kvo32f* pSrcDst, Kvo32s noiseFlag,
+                                   KvoFilterNoise32fState* pState);
 
 #ifdef __cplusplus
 }
