@@ -40,6 +40,7 @@ const int kParamBits[kParams] = {8, 10, 8, 1, 13, 4, 7, 5, 13, 4, 7};
 
 namespace {
 
+constexpr bool kInactiveKeepsLsp = true;
 constexpr int kGpClip = 15564;    // 0.95 in Q14: pitch gain limit while taming
 
 // ---- saturating basic operations for the steps the coder does itself ----
@@ -439,6 +440,57 @@ bool Encoder::codeActive(const Kvo16s* lspNew, int16_t* prm) {
     std::memmove(s.wsp, s.wsp + kFrame, kPitMax * sizeof(Kvo16s));
     std::memmove(s.exc, s.exc + kFrame, kExcHistory * sizeof(Kvo16s));
     return true;
+}
+
+void Encoder::updateTamingRecord(Kvo16s gp, int t0) {
+    updateTaming(*s_, gp, t0);
+}
+
+void Encoder::updateInactive(const Kvo16s* lspNew, const Kvo16s* aq) {
+    EncoderState& s = *s_;
+    const Kvo16s* speech = s.speech + 120;
+    const Kvo16s* exc = s.exc + kExcHistory;
+    if (!s.annexA) {
+        // G.729: weighted speech through the adaptive weighting filters, then
+        // the error signal of the comfort noise's synthesis and its weighted
+        // version for the target memories.
+        Kvo16s a[2 * (kOrder + 1)], ap[4 * (kOrder + 1)];
+        weightedSpeech(s, lspNew, a, ap);
+        for (int k = 0; k < 2; ++k) {
+            const int i0 = 40 * k;
+            Kvo16s synth[kSubframe], xn[kSubframe];
+            kvosSynthesisFilter_NR_16s_Sfs(aq + 11 * k, exc + i0, synth, kSubframe, 12, s.memSyn);
+            std::memcpy(s.memSyn, synth + kSubframe - kOrder, sizeof s.memSyn);
+            for (int i = 0; i < kSubframe; ++i) s.err[kOrder + i] = sub(speech[i0 + i], synth[i]);
+            kvosResidualFilter_G729_16s(s.err + kOrder, ap + 22 * k, xn);
+            kvosSynthesisFilter_NR_16s_ISfs(ap + 22 * k + 11, xn, kSubframe, 12, s.memW0);
+            std::memcpy(s.memW0, xn + kSubframe - kOrder, sizeof s.memW0);
+            std::memcpy(s.err, s.err + kSubframe, kOrder * sizeof(Kvo16s));
+        }
+    } else {
+        // Annex A: residual of the quantised filter through 1/(A(z/0.75)(1 - 0.7 z^-1))
+        // for the weighted speech, and residual minus excitation through
+        // 1/A(z/0.75) for the target memory.
+        Kvo16s* wsp = s.wsp + kPitMax;
+        for (int k = 0; k < 2; ++k) {
+            const int i0 = 40 * k;
+            Kvo16s res[kSubframe], ap[kOrder + 1], a1[kOrder + 1], xn[kSubframe], y[kSubframe];
+            kvosResidualFilter_G729_16s(speech + i0, aq + 11 * k, res);
+            weightAz(aq + 11 * k, 24576, ap);
+            a1[0] = 4096;
+            for (int i = 1; i <= kOrder; ++i) a1[i] = sub(ap[i], mult(ap[i - 1], 22938));
+            kvosSynthesisFilter_NR_16s_Sfs(a1, res, wsp + i0, kSubframe, 12, s.memW);
+            std::memcpy(s.memW, wsp + i0 + kSubframe - kOrder, sizeof s.memW);
+            for (int i = 0; i < kSubframe; ++i) xn[i] = sub(res[i], exc[i0 + i]);
+            kvosSynthesisFilter_NR_16s_Sfs(ap, xn, y, kSubframe, 12, s.memW0);
+            std::memcpy(s.memW0, y + kSubframe - kOrder, sizeof s.memW0);
+        }
+    }
+    if (kInactiveKeepsLsp) std::memcpy(s.lspOld, lspNew, kOrder * sizeof(Kvo16s));
+    s.sharp = kSharpMin;
+    std::memmove(s.speech, s.speech + kFrame, (240 - kFrame) * sizeof(Kvo16s));
+    std::memmove(s.wsp, s.wsp + kFrame, kPitMax * sizeof(Kvo16s));
+    std::memmove(s.exc, s.exc + kFrame, kExcHistory * sizeof(Kvo16s));
 }
 
 // ============================ decoder ===================================

@@ -39,6 +39,12 @@ class Encoder {
     // analysis giving the frame's LSPs, then the coding of an active frame.
     bool analyse(const int16_t* pcm, Kvo16s* lspNew);
     bool codeActive(const Kvo16s* lspNew, int16_t* prm);
+    // The memories of an inactive (comfort-noise) frame whose excitation and
+    // quantised filters aq the Annex B coder has set: weighted speech, filter
+    // memories, pitch sharpening, then the shift to the next frame.
+    void updateInactive(const Kvo16s* lspNew, const Kvo16s* aq);
+    // Taming record after a subframe of pitch gain gp (Q14) and lag t0.
+    void updateTamingRecord(Kvo16s gp, int t0);
     EncoderState& state() { return *s_; }
 
   private:

@@ -8,6 +8,8 @@ namespace kvosc::coders {
 // Each assembled coder defines its record in its own file; list it here.
 extern const Coder kG729;
 extern const Coder kG729A;
+extern const Coder kG729B;
+extern const Coder kG729AB;
 extern const Coder kG726;
 extern const Coder kG722;
 extern const Coder kGsmFr;
@@ -16,6 +18,8 @@ const std::vector<const Coder*>& all_coders() {
     static const std::vector<const Coder*> list = {
         &kG729,
         &kG729A,
+        &kG729B,
+        &kG729AB,
         &kG726,
         &kG722,
         &kGsmFr,
