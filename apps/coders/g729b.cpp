@@ -834,7 +834,9 @@ bool EncoderB::codeInactive(int16_t* prm, int* type, Kvo16s* aq) {
         }
         // SID parameters: LSFs (conditioned for the quantiser) and energy.
         Kvo16s lspNew[kOrder], lsf[kOrder], lsfq[kOrder], idx[3];
-        if (!ok(kvosLPCToLSP_G729_16s(lpc, s.lspOldQ, lspNew))) return false;
+        if (!ok(s.annexA ? kvosLPCToLSP_G729A_16s(lpc, s.lspOldQ, lspNew)
+                         : kvosLPCToLSP_G729_16s(lpc, s.lspOldQ, lspNew)))
+            return false;
         kvosLSPToLSF_G729_16s(lspNew, lsf);
         lsf[0] = std::max<Kvo16s>(lsf[0], 40);
         for (int i = 0; i < kOrder - 1; ++i)
