@@ -41,7 +41,7 @@ const int kParamBits[kParams] = {8, 10, 8, 1, 13, 4, 7, 5, 13, 4, 7};
 namespace {
 
 constexpr bool kInactiveKeepsLsp = true;
-constexpr int kGpClip = 15564;    // 0.95 in Q14: pitch gain limit while taming
+constexpr int kGpClip = 15564;  // 0.95 in Q14: pitch gain limit while taming
 
 // ---- saturating basic operations for the steps the coder does itself ----
 inline Kvo16s sat16(int64_t v) {

@@ -159,10 +159,9 @@ void interpolateLpc(const Kvo16s* lspOld, const Kvo16s* lspNew, Kvo16s* a) {
 
 // ============================ SID gain ==================================
 
-constexpr Kvo16s kSidGain[32] = {2,    5,    8,    13,   20,   32,   50,    64,
-                                 80,   101,  127,  160,  201,  253,  318,   401,
-                                 505,  635,  800,  1007, 1268, 1596, 2010,  2530,
-                                 3185, 4009, 5048, 6355, 8000, 10071, 12679, 15962};
+constexpr Kvo16s kSidGain[32] = {2,    5,    8,    13,   20,   32,   50,   64,    80,    101,  127,
+                                 160,  201,  253,  318,  401,  505,  635,  800,   1007,  1268, 1596,
+                                 2010, 2530, 3185, 4009, 5048, 6355, 8000, 10071, 12679, 15962};
 constexpr int kGainFrames = 2;  // energies averaged into one SID gain
 
 // Energy quantiser: the index of 2^10 log2(x 2^-sh), in steps of 4 dB below
@@ -314,8 +313,8 @@ bool comfortNoise(Kvo16s g, Kvo16s* exc, Kvo16s* seed, Encoder* enc) {
         if (acc < 0) {
             // No real root: drop the adaptive part and solve with the noise alone.
             std::memcpy(cur, excg, sizeof excg);
-            const int bits = absS(excg[pos[0]]) | absS(excg[pos[1]]) | absS(excg[pos[2]]) |
-                             absS(excg[pos[3]]);
+            const int bits =
+                absS(excg[pos[0]]) | absS(excg[pos[1]]) | absS(excg[pos[2]]) | absS(excg[pos[3]]);
             sh = (bits & 0x4000) == 0 ? 1 : 2;
             b = 0;
             for (int i = 0; i < 4; ++i) {
@@ -345,7 +344,7 @@ constexpr Kvo16s kGain0 = 28672;  // gain smoothing: 0.875 old + 0.125 SID, Q15
 constexpr Kvo16s kGain1 = 4096;
 
 // The initial comfort-noise LSPs (cos of k pi / 11).
-constexpr Kvo16s kLspSidStart[kOrder] = {31441,  27566,  21458,  13612,  4663,
+constexpr Kvo16s kLspSidStart[kOrder] = {31441, 27566,  21458,  13612,  4663,
                                          -4663, -13612, -21458, -27566, -31441};
 
 }  // namespace
@@ -391,8 +390,8 @@ bool DecoderB::frame(const int16_t* prm, int type, bool erased, int16_t* pcm) {
             Kvo16s enerq;
             c.sidGain = kSidGain[quantSidGain(&c.sidSav, &c.shSidSav, 0, &enerq)];
         }
-        c.curGain = c.pastType == 1 ? c.sidGain
-                                    : add(multR(c.curGain, kGain0), multR(c.sidGain, kGain1));
+        c.curGain =
+            c.pastType == 1 ? c.sidGain : add(multR(c.curGain, kGain0), multR(c.sidGain, kGain1));
         if (!comfortNoise(c.curGain, exc, &c.seed, nullptr)) return false;
         interpolateLpc(s.lspOld, c.lspSid, az);
         std::memcpy(s.lspOld, c.lspSid, sizeof c.lspSid);
@@ -402,8 +401,8 @@ bool DecoderB::frame(const int16_t* prm, int type, bool erased, int16_t* pcm) {
         for (int k = 0; k < 2; ++k) {
             const int i0 = 40 * k;
             const Kvo16s* a = az + 11 * k;
-            if (kvosSynthesisFilter_NR_16s_Sfs(a, exc + i0, synth + i0, kSubframe, 12,
-                                               s.memSyn) == kvoWarnOverflow) {
+            if (kvosSynthesisFilter_NR_16s_Sfs(a, exc + i0, synth + i0, kSubframe, 12, s.memSyn) ==
+                kvoWarnOverflow) {
                 for (Kvo16s& e : s.exc) e = static_cast<Kvo16s>(e >> 2);
                 kvosSynthesisFilter_NR_16s_Sfs(a, exc + i0, synth + i0, kSubframe, 12, s.memSyn);
             }
@@ -624,8 +623,7 @@ bool EncoderB::detect(const Kvo16s* lsf) {
             v.vFlag = true;
         }
         if (v.flag) {
-            if (d_->ppastVad && d_->pastVad && !voice &&
-                absS(sub(v.prevEnergy, energy)) <= 614) {
+            if (d_->ppastVad && d_->pastVad && !voice && absS(sub(v.prevEnergy, energy)) <= 614) {
                 ++v.countExt;
                 voice = true;
                 v.vFlag = true;
