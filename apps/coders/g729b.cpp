@@ -736,7 +736,7 @@ bool filterChanged(const Kvo16s* rc, Kvo16s shR, const Kvo16s* acf, Kvo16s alpha
 
 // Levinson-Durbin of a 16-bit autocorrelation; the recursion's fall-back
 // filter (the last stable one) is the main coder's.
-bool EncoderB::levinson(const Kvo16s* r16, Kvo16s* a, Kvo16s* err) {
+void EncoderB::levinson(const Kvo16s* r16, Kvo16s* a, Kvo16s* err) {
     EncoderState& s = enc_.state();
     Kvo32s r[kOrder + 1];
     for (int i = 0; i <= kOrder; ++i) r[i] = int32_t{r16[i]} << 16;
@@ -748,7 +748,6 @@ bool EncoderB::levinson(const Kvo16s* r16, Kvo16s* a, Kvo16s* err) {
     } else {
         std::memcpy(a, s.lpc, sizeof s.lpc);
     }
-    return true;
 }
 
 // Keeps the frame's autocorrelation (before the lag window) and, every second

@@ -31,7 +31,7 @@ class EncoderB {
     void updateCng(bool voice);
     void updateSumAcf();
     bool codeInactive(int16_t* prm, int* type, Kvo16s* aq);
-    bool levinson(const Kvo16s* r16, Kvo16s* a, Kvo16s* err);
+    void levinson(const Kvo16s* r16, Kvo16s* a, Kvo16s* err);
     g729::Encoder enc_;
     Vad* v_;
     Dtx* d_;
