@@ -40,7 +40,6 @@ const int kParamBits[kParams] = {8, 10, 8, 1, 13, 4, 7, 5, 13, 4, 7};
 
 namespace {
 
-constexpr bool kInactiveKeepsLsp = true;
 constexpr int kGpClip = 15564;  // 0.95 in Q14: pitch gain limit while taming
 
 // ---- saturating basic operations for the steps the coder does itself ----
@@ -486,7 +485,7 @@ void Encoder::updateInactive(const Kvo16s* lspNew, const Kvo16s* aq) {
             std::memcpy(s.memW0, y + kSubframe - kOrder, sizeof s.memW0);
         }
     }
-    if (kInactiveKeepsLsp) std::memcpy(s.lspOld, lspNew, kOrder * sizeof(Kvo16s));
+    std::memcpy(s.lspOld, lspNew, kOrder * sizeof(Kvo16s));
     s.sharp = kSharpMin;
     std::memmove(s.speech, s.speech + kFrame, (240 - kFrame) * sizeof(Kvo16s));
     std::memmove(s.wsp, s.wsp + kFrame, kPitMax * sizeof(Kvo16s));

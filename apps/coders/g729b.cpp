@@ -773,8 +773,8 @@ void EncoderB::updateSumAcf() {
 }
 
 // An inactive frame: DTX decision, SID parameters when one is sent, and the
-// comfort-noise excitation and filters the decoder will use.  Returns the
-// frame type (2 SID, 0 untransmitted).
+// comfort-noise excitation and filters the decoder will use.  The frame type
+// (2 SID, 0 untransmitted) goes to *type; false if a library call failed.
 bool EncoderB::codeInactive(int16_t* prm, int* type, Kvo16s* aq) {
     constexpr Kvo16s kThresh1 = 4855, kThresh2 = 3161;
     constexpr int kSidMin = 3;
