@@ -7,6 +7,7 @@
 // - the two stream formats against each other and against malformed input.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <random>
@@ -328,6 +329,57 @@ TEST(G729BCoder, DecoderAcceptsAnyFrameSequence) {
                 prm[p] = static_cast<int16_t>(rng() & ((1u << g729::kParamBits[p]) - 1));
             const int type = static_cast<int>(rng() % 3);
             ASSERT_TRUE(dec.frame(prm, type, rng() % 10 == 0, pcm)) << "frame " << f;
+        }
+    }
+}
+
+}  // namespace
+
+namespace {
+
+// DTX rules on stationary noise of several levels, for both bodies: after the
+// start-up frames the detector settles on noise; the first inactive frame is
+// a SID; a later SID comes no sooner than the third frame after the last one;
+// and the comfort noise the decoder makes from the stream has the level of
+// the input (within 3 dB over the inactive frames).
+TEST(G729BCoder, DtxOnStationaryNoise) {
+    for (double level : {30.0, 300.0, 3000.0}) {
+        for (bool annexA : {false, true}) {
+            SCOPED_TRACE("level " + std::to_string(level) + (annexA ? " annex A" : " G.729"));
+            const std::vector<int16_t> pcm = white_noise(8, level, 99);
+            g729b::EncoderB enc(annexA);
+            g729b::DecoderB dec(annexA);
+            std::vector<int> types;
+            double ein = 0, eout = 0;
+            int lastSid = -100;
+            for (size_t f = 0; f * 80 < pcm.size(); ++f) {
+                int16_t prm[g729::kParams], out[80];
+                int type = 1;
+                ASSERT_TRUE(enc.frame(pcm.data() + 80 * f, prm, &type));
+                ASSERT_TRUE(dec.frame(prm, type, false, out));
+                if (type == 2) {
+                    if (!types.empty() && types.back() != 1) {
+                        EXPECT_GE(int(f) - lastSid, 3);
+                    }
+                    lastSid = static_cast<int>(f);
+                }
+                if (type != 1 && !types.empty() && types.back() == 1) {
+                    EXPECT_EQ(type, 2);
+                }
+                types.push_back(type);
+                if (type != 1 && f >= 200) {
+                    for (int i = 0; i < 80; ++i) {
+                        ein += double(pcm[80 * f + i]) * pcm[80 * f + i];
+                        eout += double(out[i]) * out[i];
+                    }
+                }
+            }
+            const size_t inactive =
+                std::count_if(types.begin() + 200, types.end(), [](int t) { return t != 1; });
+            EXPECT_GT(inactive, (types.size() - 200) * 9 / 10);
+            ASSERT_GT(ein, 0);
+            RecordProperty("cng_level_db", std::to_string(10 * std::log10(eout / ein)));
+            EXPECT_LT(std::abs(10 * std::log10(eout / ein)), 3.0);
         }
     }
 }
