@@ -61,3 +61,4 @@ $gen "$root/g728" apps/coders g728_coder_tables \
     shape_all=coder_g728_shape g2=coder_g728_g2 wnr=coder_g728_wnr wnrg=coder_g728_wnrg \
     wnrw=coder_g728_wnrw g728fp_iw=coder_g728_iw g728fp_iwg=coder_g728_iwg \
     iwwz=coder_g728_iwwz iwwp=coder_g728_iwwp iwpfz=coder_g728_iwpfz iwpfp=coder_g728_iwpfp
+$gen "$root/numeric" apps/coders g729b_tables Log2Table

@@ -35,6 +35,17 @@ class Encoder {
     Encoder& operator=(const Encoder&) = delete;
     // One frame of 16-bit PCM to 11 parameter words; false if a library call failed.
     bool frame(const int16_t* pcm, int16_t* prm);
+    // The two halves of frame(), for the Annex B coder: pre-processing and LP
+    // analysis giving the frame's LSPs, then the coding of an active frame.
+    bool analyse(const int16_t* pcm, Kvo16s* lspNew);
+    bool codeActive(const Kvo16s* lspNew, int16_t* prm);
+    // The memories of an inactive (comfort-noise) frame whose excitation and
+    // quantised filters aq the Annex B coder has set: weighted speech, filter
+    // memories, pitch sharpening, then the shift to the next frame.
+    void updateInactive(const Kvo16s* lspNew, const Kvo16s* aq);
+    // Taming record after a subframe of pitch gain gp (Q14) and lag t0.
+    void updateTamingRecord(Kvo16s gp, int t0);
+    EncoderState& state() { return *s_; }
 
   private:
     EncoderState* s_;
@@ -48,6 +59,13 @@ class Decoder {
     Decoder& operator=(const Decoder&) = delete;
     // One frame of parameters (ignored when erased) to 80 post-processed samples.
     bool frame(const int16_t* prm, bool erased, int16_t* pcm);
+    // The two halves of frame(), for the Annex B coder: the synthesis of an
+    // active frame (az: both subframes' filters, t0: their lags), then post
+    // filter and post-processing of any frame (frameType 1 active, 0 and 2
+    // inactive: no long-term post filter) and the shift of the memories.
+    bool synthesise(const int16_t* prm, bool erased, Kvo16s* az, int* t0);
+    bool postProcess(const Kvo16s* az, const int* t0, int frameType, int16_t* pcm);
+    DecoderState& state() { return *s_; }
 
   private:
     DecoderState* s_;

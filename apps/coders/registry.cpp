@@ -12,6 +12,8 @@ extern const Coder kG726;
 extern const Coder kG722;
 extern const Coder kG728;
 extern const Coder kGsmFr;
+extern const Coder kG729AB;
+extern const Coder kG729B;
 
 const std::vector<const Coder*>& all_coders() {
     static const std::vector<const Coder*> list = {
@@ -21,6 +23,8 @@ const std::vector<const Coder*>& all_coders() {
         &kG722,
         &kG728,
         &kGsmFr,
+        &kG729AB,
+        &kG729B,
     };
     return list;
 }
