@@ -76,6 +76,60 @@ void convolveQ12(const Kvo16s* x, const Kvo16s* h, Kvo16s* y, int len) {
     }
 }
 
+namespace {
+
+// Normalisation of the backward-filtered target: the largest magnitude
+// (0x80000000 counting as 0x7fffffff) to 14 bits, low 16 bits of each shift.
+void normaliseBackward(const Kvo32s* y32, Kvo16s* d) {
+    Kvo32s max = 0;
+    for (int i = 0; i < kSubframe; ++i) {
+        const Kvo32s s = y32[i];
+        const Kvo32s a = s == INT32_MIN ? INT32_MAX : (s < 0 ? -s : s);
+        if (a > max) max = a;
+    }
+    int n = norm32(max);
+    if (n > 16) n = 16;
+    const int sh = 18 - n;
+    for (int i = 0; i < kSubframe; ++i) d[i] = lo16(y32[i] >> sh);
+}
+
+}  // namespace
+
+void backwardTargetPlain(const Kvo16s* h, const Kvo16s* x, Kvo16s* d) {
+    Kvo32s y32[kSubframe];
+    for (int i = 0; i < kSubframe; ++i) {
+        Kvo32s s = 0;
+        for (int j = i; j < kSubframe; ++j) s = mac(s, x[j], h[j - i]);
+        y32[i] = s;
+    }
+    normaliseBackward(y32, d);
+}
+
+// Every partial sum of every chain is bounded by 2 max|x| sum|h|: within 32
+// bits nothing saturates and the plain sums, taken one tap of h at a time
+// across all outputs (the form that vectorises), are the chains' values.
+void backwardTarget(const Kvo16s* h, const Kvo16s* x, Kvo16s* d) {
+    Kvo32s mx = 0;
+    Kvo64s sh = 0;
+    for (int i = 0; i < kSubframe; ++i) {
+        const Kvo32s ax = x[i] < 0 ? -Kvo32s{x[i]} : x[i];
+        if (ax > mx) mx = ax;
+        sh += h[i] < 0 ? -Kvo32s{h[i]} : h[i];
+    }
+    if (2 * mx * sh > INT32_MAX) {
+        backwardTargetPlain(h, x, d);
+        return;
+    }
+    alignas(16) Kvo32s y32[kSubframe] = {};
+    for (int k = 0; k < kSubframe; ++k) {
+        const Kvo32s hk = h[k];
+        const Kvo16s* xk = x + k;
+        for (int i = 0; i < kSubframe - k; ++i) y32[i] += xk[i] * hk;
+    }
+    for (int i = 0; i < kSubframe; ++i) y32[i] *= 2;
+    normaliseBackward(y32, d);
+}
+
 void decodeAdaptiveVector(Kvo16s* pExc, int lag, int fraction, int len) {
     const Kvo16s* x0 = pExc - lag;
     int t = -fraction;
