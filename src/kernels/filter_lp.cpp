@@ -132,16 +132,17 @@ int synth_body_fast(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int 
     return synth_body_fast_any<SCALE>(a, order, x, y, n, len, qb, ovf);
 }
 
+// Outputs y[0..n0) are already done (with ovf); the rest by the per-sample bound.
 template <int ORDER, int SCALE>
-bool synth_sat_impl(const Kvo16s* a, int order_rt, const Kvo16s* x, Kvo16s* y, int len,
-                    const Kvo16s* mem) {
+bool synth_sat_from(const Kvo16s* a, int order_rt, const Kvo16s* x, Kvo16s* y, int len,
+                    const Kvo16s* mem, int n0, bool ovf) {
     const int order = ORDER > 0 ? ORDER : order_rt;
     QuietBound qb{abs32(a[0]), 0, 0};
     for (int k = 1; k <= order; ++k) qb.abs_rest += abs32(a[k]);
     for (int j = 0; j < order; ++j) qb.seen(mem[j]);
+    for (int j = 0; j < n0; ++j) qb.seen(y[j]);
 
-    bool ovf = false;
-    int n = 0;
+    int n = n0;
     // Head: the taps reach back into the caller's history.
     for (; n < len && n < order; ++n) {
         const Kvo16s xn = x[n];
@@ -169,13 +170,69 @@ bool synth_sat_impl(const Kvo16s* a, int order_rt, const Kvo16s* x, Kvo16s* y, i
     return ovf;
 }
 
+template <int ORDER, int SCALE>
+bool synth_sat_impl(const Kvo16s* a, int order_rt, const Kvo16s* x, Kvo16s* y, int len,
+                    const Kvo16s* mem) {
+    return synth_sat_from<ORDER, SCALE>(a, order_rt, x, y, len, mem, 0, false);
+}
+
+// Order 10 on a whole-vector bound: with X the largest input magnitude, every
+// output whose taps all stay within ylim = (2^30 - 1 - |a0| X) / sum|a_k| is
+// quiet (as QuietBound), so the loop only checks each new output against ylim
+// and starts from the history in registers, with no head loop.  ylim is kept
+// below 32767, so an output inside it has not saturated and raised no flag.
+// The first output beyond ylim is finished exactly (its own taps were still
+// within the bound) and the per-sample path takes over from the next one.
+template <int SCALE>
+bool synth_sat10(const Kvo16s* a, const Kvo16s* x, Kvo16s* y, int len, const Kvo16s* mem) {
+    Kvo64s abs_rest = 0;
+    for (int k = 1; k <= 10; ++k) abs_rest += abs32(a[k]);
+    Kvo32s xmax = 0, ymax = 0;
+    for (int n = 0; n < len; ++n) xmax = std::max(xmax, abs32(x[n]));
+    for (int j = 0; j < 10; ++j) ymax = std::max(ymax, abs32(mem[j]));
+    const Kvo64s room = Kvo64s{0x3fffffff} - Kvo64s{abs32(a[0])} * xmax;
+    Kvo64s lim = 32766;
+    if (room < 0) return synth_sat_impl<10, SCALE>(a, 10, x, y, len, mem);
+    if (abs_rest > 0) lim = std::min(lim, room / abs_rest);
+    if (ymax > lim) return synth_sat_impl<10, SCALE>(a, 10, x, y, len, mem);
+    const Kvo32s ylim = static_cast<Kvo32s>(lim);
+
+    const Kvo32s c0 = a[0], c1 = a[1], c2 = a[2], c3 = a[3], c4 = a[4], c5 = a[5], c6 = a[6],
+                 c7 = a[7], c8 = a[8], c9 = a[9], c10 = a[10];
+    Kvo32s y1 = mem[9], y2 = mem[8], y3 = mem[7], y4 = mem[6], y5 = mem[5], y6 = mem[4],
+           y7 = mem[3], y8 = mem[2], y9 = mem[1], y10 = mem[0];
+    constexpr Kvo32s r = 1 << (SCALE - 1);
+    for (int n = 0; n < len; ++n) {
+        const Kvo32s far = ((c10 * y10 + c9 * y9) + (c8 * y8 + c7 * y7)) +
+                           ((c6 * y6 + c5 * y5) + (c4 * y4 + c3 * y3));
+        const Kvo32s acc = (c0 * x[n] + r) - far - c2 * y2 - c1 * y1;
+        const Kvo32s out = acc >> SCALE;
+        if (static_cast<Kvo32u>(out + ylim) > static_cast<Kvo32u>(2 * ylim)) {
+            bool ovf = false;
+            y[n] = fast_finish<SCALE>(acc - r, ovf);
+            return synth_sat_from<10, SCALE>(a, 10, x, y, len, mem, n + 1, ovf);
+        }
+        y[n] = static_cast<Kvo16s>(out);
+        y10 = y9;
+        y9 = y8;
+        y8 = y7;
+        y7 = y6;
+        y6 = y5;
+        y5 = y4;
+        y4 = y3;
+        y3 = y2;
+        y2 = y1;
+        y1 = out;
+    }
+    return false;
+}
+
 }  // namespace
 
 bool synth_sat(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len, const Kvo16s* mem,
                int scale) {
     if (order == 10) {
-        return scale == 12 ? synth_sat_impl<10, 12>(a, 10, x, y, len, mem)
-                           : synth_sat_impl<10, 13>(a, 10, x, y, len, mem);
+        return scale == 12 ? synth_sat10<12>(a, x, y, len, mem) : synth_sat10<13>(a, x, y, len, mem);
     }
     return scale == 12 ? synth_sat_impl<0, 12>(a, order, x, y, len, mem)
                        : synth_sat_impl<0, 13>(a, order, x, y, len, mem);
