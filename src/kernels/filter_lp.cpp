@@ -9,6 +9,8 @@
 // saturated outputs).  The residual filters saturate the same way but report nothing.  The
 // wrapping forms (null history, the Low twin, the zero-state response) keep the low 16 bits of
 // the plain 32-bit sum.
+#include <emmintrin.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -181,8 +183,9 @@ bool synth_sat_impl(const Kvo16s* a, int order_rt, const Kvo16s* x, Kvo16s* y, i
 // quiet (as QuietBound), so the loop only checks each new output against ylim
 // and starts from the history in registers, with no head loop.  ylim is kept
 // below 32767, so an output inside it has not saturated and raised no flag.
-// The first output beyond ylim is finished exactly (its own taps were still
-// within the bound) and the per-sample path takes over from the next one.
+// Any grouping of the sum is exact under the bound.  The first output beyond
+// ylim is finished exactly (its own taps were still within the bound) and the
+// per-sample path takes over from the next one.
 template <int SCALE>
 bool synth_sat10(const Kvo16s* a, const Kvo16s* x, Kvo16s* y, int len, const Kvo16s* mem) {
     Kvo64s abs_rest = 0;
@@ -197,14 +200,18 @@ bool synth_sat10(const Kvo16s* a, const Kvo16s* x, Kvo16s* y, int len, const Kvo
     if (ymax > lim) return synth_sat_impl<10, SCALE>(a, 10, x, y, len, mem);
     const Kvo32s ylim = static_cast<Kvo32s>(lim);
 
-    const Kvo32s c0 = a[0], c1 = a[1], c2 = a[2], c3 = a[3], c4 = a[4], c5 = a[5], c6 = a[6],
-                 c7 = a[7], c8 = a[8], c9 = a[9], c10 = a[10];
-    Kvo32s y1 = mem[9], y2 = mem[8], y3 = mem[7], y4 = mem[6], y5 = mem[5], y6 = mem[4],
-           y7 = mem[3], y8 = mem[2], y9 = mem[1], y10 = mem[0];
+    // Taps 3..10 as one pair-summing multiply over eight 16-bit lanes (lane i:
+    // a[3 + i] and the output i + 3 samples back), taps 1 and 2 in scalars.
+    const __m128i c38 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + 3));
+    __m128i h38 = _mm_setr_epi16(mem[7], mem[6], mem[5], mem[4], mem[3], mem[2], mem[1], mem[0]);
+    const Kvo32s c0 = a[0], c1 = a[1], c2 = a[2];
+    Kvo32s y1 = mem[9], y2 = mem[8];
     constexpr Kvo32s r = 1 << (SCALE - 1);
     for (int n = 0; n < len; ++n) {
-        const Kvo32s far = ((c10 * y10 + c9 * y9) + (c8 * y8 + c7 * y7)) +
-                           ((c6 * y6 + c5 * y5) + (c4 * y4 + c3 * y3));
+        __m128i p = _mm_madd_epi16(h38, c38);
+        p = _mm_add_epi32(p, _mm_shuffle_epi32(p, 0x4e));
+        p = _mm_add_epi32(p, _mm_shuffle_epi32(p, 0xb1));
+        const Kvo32s far = _mm_cvtsi128_si32(p);
         const Kvo32s acc = (c0 * x[n] + r) - far - c2 * y2 - c1 * y1;
         const Kvo32s out = acc >> SCALE;
         if (static_cast<Kvo32u>(out + ylim) > static_cast<Kvo32u>(2 * ylim)) {
@@ -213,14 +220,7 @@ bool synth_sat10(const Kvo16s* a, const Kvo16s* x, Kvo16s* y, int len, const Kvo
             return synth_sat_from<10, SCALE>(a, 10, x, y, len, mem, n + 1, ovf);
         }
         y[n] = static_cast<Kvo16s>(out);
-        y10 = y9;
-        y9 = y8;
-        y8 = y7;
-        y7 = y6;
-        y6 = y5;
-        y5 = y4;
-        y4 = y3;
-        y3 = y2;
+        h38 = _mm_insert_epi16(_mm_slli_si128(h38, 2), y2, 0);
         y2 = y1;
         y1 = out;
     }
