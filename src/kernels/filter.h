@@ -58,6 +58,9 @@ bool synth_sat_ordered(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, i
 // mem may be null for zero history.
 void synth_wrap(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len, const Kvo16s* mem,
                 int scale);
+// The same by the plain tap loop for any order (twin of the order-10 vector form).
+void synth_wrap_plain(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len,
+                      const Kvo16s* mem, int scale);
 
 // Saturating residual at scale 12: y[n] from x[n-order .. n].  y must not overlap x.
 void residual_sat(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len);

@@ -324,3 +324,35 @@ TEST(Synthesis, Order10BoundCrossingEqualsOrderedChain) {
         ASSERT_EQ(0, std::memcmp(io.data(), y2.data(), len * sizeof(int16_t)));
     }
 }
+
+// The order-10 wrapping synthesis against its plain tap loop: any coefficients
+// (-32768 included), full-scale, -32768 and alternating input, loud or null
+// history, both scales, in place and out of place.
+TEST(Synthesis, WrapOrder10EqualsPlainLoop) {
+    for (uint32_t seed = 1; seed <= 1500; ++seed) {
+        SCOPED_TRACE(seed);
+        Rng r(seed * 104729);
+        const int sf = 12 + (seed & 1);
+        const int len = r.uni(1, 60);
+        Vec a = make_lpc(r, seed % 3, 10);
+        if (seed % 7 == 0) a.assign(11, -32768);
+        Vec x(len);
+        for (int n = 0; n < len; ++n) {
+            switch ((seed / 3) % 4) {
+                case 0: x[n] = r.s16(); break;
+                case 1: x[n] = -32768; break;
+                case 2: x[n] = static_cast<int16_t>(n & 1 ? -32768 : 32767); break;
+                default: x[n] = static_cast<int16_t>(r.uni(-500, 500)); break;
+            }
+        }
+        const Vec mem = r.vec(10, seed % 2 ? 32768 : 100);
+        const Kvo16s* m = seed % 5 == 0 ? nullptr : mem.data();
+        Vec y1(len), y2(len);
+        kvo::synth_wrap(a.data(), 10, x.data(), y1.data(), len, m, sf);
+        kvo::synth_wrap_plain(a.data(), 10, x.data(), y2.data(), len, m, sf);
+        ASSERT_EQ(0, std::memcmp(y1.data(), y2.data(), len * sizeof(int16_t)));
+        Vec io = x;
+        kvo::synth_wrap(a.data(), 10, io.data(), io.data(), len, m, sf);
+        ASSERT_EQ(0, std::memcmp(io.data(), y2.data(), len * sizeof(int16_t)));
+    }
+}
