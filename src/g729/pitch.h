@@ -104,6 +104,8 @@ inline void searchWindow(int T, int subFrame, int* pLower, int* pUpper) {
 // subframe start of the excitation buffer: lag 1 .. 144 (any lag whose reads stay in the
 // buffer), fraction -1, 0 or 1.  Outputs are written in turn; a short lag reads them back.
 void decodeAdaptiveVector(Kvo16s* pExc, int lag, int fraction, int len = kSubframe);
+// The same by the scalar sums (the twin of the vector form).
+void decodeAdaptiveVectorPlain(Kvo16s* pExc, int lag, int fraction, int len = kSubframe);
 
 // Integer lag of the largest normalised correlation over lower .. upper (pCorr[0] is the value of
 // lag lower - 4); among equal values the highest lag wins.

@@ -43,3 +43,41 @@ TEST(G729PitchTwin, BackwardTargetMatchesOrderedChains) {
 }
 
 }  // namespace
+
+namespace {
+
+// The adaptive vector at every lag and fraction, on past excitation that is
+// quiet, loud, full-scale, -32768, alternating at full scale or growing; the
+// whole buffer (history, subframe, guard) must match the scalar twin.
+TEST(G729PitchTwin, AdaptiveVectorMatchesScalarSums) {
+    std::mt19937 rng(2729);
+    std::uniform_int_distribution<int> full(-32768, 32767), small(-3000, 3000);
+    constexpr int kHist = 154, kLen = 40, kGuard = 16;
+    for (int kind = 0; kind < 6; ++kind) {
+        for (int lag = 1; lag <= 144; ++lag) {
+            for (int frac = -1; frac <= 1; ++frac) {
+                Kvo16s a[kHist + kLen + kGuard], b[kHist + kLen + kGuard];
+                for (int i = 0; i < kHist + kLen + kGuard; ++i) {
+                    switch (kind) {
+                        case 0: a[i] = static_cast<Kvo16s>(small(rng)); break;
+                        case 1: a[i] = static_cast<Kvo16s>(full(rng)); break;
+                        case 2: a[i] = -32768; break;
+                        case 3: a[i] = static_cast<Kvo16s>(i & 1 ? -32768 : 32767); break;
+                        case 4: a[i] = static_cast<Kvo16s>(small(rng) * (i / 10 + 1) / 2); break;
+                        default:
+                            a[i] = static_cast<Kvo16s>(i < kHist - 60 ? small(rng) : full(rng));
+                            break;
+                    }
+                }
+                std::memcpy(b, a, sizeof a);
+                kvo::pitch::decodeAdaptiveVector(a + kHist, lag, frac);
+                kvo::pitch::decodeAdaptiveVectorPlain(b + kHist, lag, frac);
+                SCOPED_TRACE(::testing::Message()
+                             << "seed 2729 kind " << kind << " lag " << lag << " frac " << frac);
+                ASSERT_EQ(0, std::memcmp(a, b, sizeof a));
+            }
+        }
+    }
+}
+
+}  // namespace
