@@ -61,6 +61,10 @@ void synth_wrap(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len,
 // The same by the plain tap loop for any order (twin of the order-10 vector form).
 void synth_wrap_plain(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len,
                       const Kvo16s* mem, int scale);
+// Zero-state impulse response of 1/A(z), order 10: y[0] = a[0], then the
+// wrapping recursion with no input.  Plain is the tap-loop twin.
+void zero_state_response(const Kvo16s* a, Kvo16s* y, int len, int scale);
+void zero_state_response_plain(const Kvo16s* a, Kvo16s* y, int len, int scale);
 
 // Saturating residual at scale 12: y[n] from x[n-order .. n].  y must not overlap x.
 void residual_sat(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len);

@@ -253,6 +253,7 @@ namespace {
 // Order 10 with the taps 3..10 as one SSE2 pair-summing multiply: the 32-bit
 // lanes wrap exactly as the plain sum does (a pair of -32768 squares gives
 // 2^31, the same value modulo 2^32), so this matches synth_wrap for any input.
+// A null x is a zero input.
 void synth_wrap10(const Kvo16s* a, const Kvo16s* x, Kvo16s* y, int len, const Kvo16s* mem,
                   int scale) {
     static constexpr Kvo16s kZero[10] = {};
@@ -268,7 +269,8 @@ void synth_wrap10(const Kvo16s* a, const Kvo16s* x, Kvo16s* y, int len, const Kv
         p = _mm_add_epi32(p, _mm_shuffle_epi32(p, 0x4e));
         p = _mm_add_epi32(p, _mm_shuffle_epi32(p, 0xb1));
         const Kvo32u far = static_cast<Kvo32u>(_mm_cvtsi128_si32(p));
-        const Kvo32u acc = c0 * static_cast<Kvo32u>(x[n]) + r - far - c2 * y2 - c1 * y1;
+        const Kvo32u xn = x != nullptr ? static_cast<Kvo32u>(x[n]) : 0u;
+        const Kvo32u acc = c0 * xn + r - far - c2 * y2 - c1 * y1;
         const Kvo16s out = lo16(static_cast<Kvo32s>(acc) >> scale);
         y[n] = out;
         h38 = _mm_insert_epi16(_mm_slli_si128(h38, 2), static_cast<Kvo16s>(y2), 0);
@@ -349,6 +351,26 @@ void residual_wrap(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int l
     }
 }
 
+void zero_state_response_plain(const Kvo16s* a, Kvo16s* y, int len, int scale) {
+    const Kvo32u r = 1u << (scale - 1);
+    y[0] = a[0];
+    for (int n = 1; n < len; ++n) {
+        Kvo32u acc = r;
+        const int taps = n < 10 ? n : 10;
+        for (int k = 1; k <= taps; ++k) acc -= static_cast<Kvo32u>(Kvo32s{a[k]} * y[n - k]);
+        y[n] = lo16(static_cast<Kvo32s>(acc) >> scale);
+    }
+}
+
+// After y[0] = a[0] the response is the wrapping synthesis of a zero input
+// from the history (0, ..., 0, a[0]).
+void zero_state_response(const Kvo16s* a, Kvo16s* y, int len, int scale) {
+    y[0] = a[0];
+    if (len < 2) return;
+    const Kvo16s hist[10] = {0, 0, 0, 0, 0, 0, 0, 0, 0, a[0]};
+    synth_wrap10(a, nullptr, y + 1, len - 1, hist, scale);
+}
+
 namespace {
 
 // Order-10 synthesis behind the three NR exports; arguments already checked.
@@ -420,14 +442,7 @@ KvoStatus kvosSynthesisFilterZeroStateResponse_NR_16s(const Kvo16s* pLPC, Kvo16s
     if (pLPC == nullptr || pDst == nullptr) return kvoErrNullPtr;
     if (len < 1) return kvoErrSize;
     if (scaleFactor != 12 && scaleFactor != 13) return kvoErrScaleRange;
-    const Kvo32u r = 1u << (scaleFactor - 1);
-    pDst[0] = pLPC[0];
-    for (int n = 1; n < len; ++n) {
-        Kvo32u acc = r;
-        const int taps = n < 10 ? n : 10;
-        for (int k = 1; k <= taps; ++k) acc -= static_cast<Kvo32u>(Kvo32s{pLPC[k]} * pDst[n - k]);
-        pDst[n] = lo16(static_cast<Kvo32s>(acc) >> scaleFactor);
-    }
+    zero_state_response(pLPC, pDst, len, scaleFactor);
     return kvoOk;
 }
 

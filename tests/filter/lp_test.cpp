@@ -356,3 +356,22 @@ TEST(Synthesis, WrapOrder10EqualsPlainLoop) {
         ASSERT_EQ(0, std::memcmp(io.data(), y2.data(), len * sizeof(int16_t)));
     }
 }
+
+// The order-10 zero-state response against its tap-loop twin on any
+// coefficients, including all -32768 and full-scale alternating sets.
+TEST(ZeroStateResponse, VectorFormEqualsPlainLoop) {
+    for (uint32_t seed = 1; seed <= 1000; ++seed) {
+        SCOPED_TRACE(seed);
+        Rng r(seed * 7727);
+        const int sf = 12 + (seed & 1);
+        const int len = r.uni(1, 64);
+        Vec a = make_lpc(r, seed % 3, 10);
+        if (seed % 7 == 0) a.assign(11, -32768);
+        if (seed % 11 == 0)
+            for (int k = 0; k <= 10; ++k) a[k] = static_cast<int16_t>(k & 1 ? -32768 : 32767);
+        Vec y1(len), y2(len);
+        kvo::zero_state_response(a.data(), y1.data(), len, sf);
+        kvo::zero_state_response_plain(a.data(), y2.data(), len, sf);
+        ASSERT_EQ(0, std::memcmp(y1.data(), y2.data(), len * sizeof(int16_t)));
+    }
+}
