@@ -66,6 +66,12 @@ void synth_wrap_plain(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, in
 void zero_state_response(const Kvo16s* a, Kvo16s* y, int len, int scale);
 void zero_state_response_plain(const Kvo16s* a, Kvo16s* y, int len, int scale);
 
+// G.729 pre/post-processing high-pass (second order, double precision
+// feedback) over x in place at scale 12 or 13, the record updated.  Plain is
+// the general twin.
+void highpass_g729(KvoHighPassState_G729& st, Kvo16s* x, int len, int scale);
+void highpass_g729_plain(KvoHighPassState_G729& st, Kvo16s* x, int len, int scale);
+
 // Saturating residual at scale 12: y[n] from x[n-order .. n].  y must not overlap x.
 void residual_sat(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len);
 void residual_sat_ordered(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len);
