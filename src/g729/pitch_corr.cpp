@@ -203,8 +203,8 @@ inline Kvo32s dot20(const Kvo16s* x, __m128i w0, __m128i w1, __m128i w2) {
     Kvo64s tail;
     std::memcpy(&tail, x + 16, sizeof tail);
     __m128i p = _mm_madd_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(x)), w0);
-    p = _mm_add_epi32(p, _mm_madd_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(x + 8)),
-                                        w1));
+    p = _mm_add_epi32(p,
+                      _mm_madd_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(x + 8)), w1));
     p = _mm_add_epi32(p, _mm_madd_epi16(_mm_cvtsi64_si128(tail), w2));
     p = _mm_add_epi32(p, _mm_shuffle_epi32(p, 0x4e));
     p = _mm_add_epi32(p, _mm_shuffle_epi32(p, 0xb1));

@@ -232,7 +232,8 @@ bool synth_sat10(const Kvo16s* a, const Kvo16s* x, Kvo16s* y, int len, const Kvo
 bool synth_sat(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len, const Kvo16s* mem,
                int scale) {
     if (order == 10) {
-        return scale == 12 ? synth_sat10<12>(a, x, y, len, mem) : synth_sat10<13>(a, x, y, len, mem);
+        return scale == 12 ? synth_sat10<12>(a, x, y, len, mem)
+                           : synth_sat10<13>(a, x, y, len, mem);
     }
     return scale == 12 ? synth_sat_impl<0, 12>(a, order, x, y, len, mem)
                        : synth_sat_impl<0, 13>(a, order, x, y, len, mem);

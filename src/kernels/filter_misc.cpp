@@ -106,8 +106,8 @@ void highpass_g729_fixed(KvoHighPassState_G729& st, Kvo16s* x, int len) {
     Kvo64s x0 = st.x0, x1 = st.x1;
     for (int i = 0; i < len; ++i) {
         const Kvo64s xi = x[i];
-        const Kvo64s s = b0 * xi + b1 * x0 + b2 * x1 + Kvo64s{a1 * hi(y1)} +
-                         ((a1 * lo(y1)) >> 15) + Kvo64s{a2 * hi(y2)} + ((a2 * lo(y2)) >> 15);
+        const Kvo64s s = b0 * xi + b1 * x0 + b2 * x1 + Kvo64s{a1 * hi(y1)} + ((a1 * lo(y1)) >> 15) +
+                         Kvo64s{a2 * hi(y2)} + ((a2 * lo(y2)) >> 15);
         const Kvo32s y = sat32(s << (16 - SCALE));
         x1 = x0;
         x0 = xi;

@@ -306,17 +306,28 @@ TEST(Synthesis, Order10BoundCrossingEqualsOrderedChain) {
         const int burst = r.uni(0, len);
         for (int n = 0; n < len; ++n) {
             switch ((seed / 3) % 5) {
-                case 0: x[n] = static_cast<int16_t>(n < burst ? r.uni(-50, 50) : r.s16()); break;
-                case 1: x[n] = -32768; break;
-                case 2: x[n] = static_cast<int16_t>(n & 1 ? -32768 : 32767); break;
-                case 3: x[n] = static_cast<int16_t>(n < burst ? 0 : 32767 - r.uni(0, 20)); break;
-                default: x[n] = static_cast<int16_t>(r.uni(-300, 300)); break;
+                case 0:
+                    x[n] = static_cast<int16_t>(n < burst ? r.uni(-50, 50) : r.s16());
+                    break;
+                case 1:
+                    x[n] = -32768;
+                    break;
+                case 2:
+                    x[n] = static_cast<int16_t>(n & 1 ? -32768 : 32767);
+                    break;
+                case 3:
+                    x[n] = static_cast<int16_t>(n < burst ? 0 : 32767 - r.uni(0, 20));
+                    break;
+                default:
+                    x[n] = static_cast<int16_t>(r.uni(-300, 300));
+                    break;
             }
         }
         const Vec mem = r.vec(10, seed % 4 == 0 ? 32768 : r.uni(0, 1) ? 3000 : 20);
         Vec y1(len), y2(len);
         const bool f1 = kvo::synth_sat(a.data(), 10, x.data(), y1.data(), len, mem.data(), sf);
-        const bool f2 = kvo::synth_sat_ordered(a.data(), 10, x.data(), y2.data(), len, mem.data(), sf);
+        const bool f2 =
+            kvo::synth_sat_ordered(a.data(), 10, x.data(), y2.data(), len, mem.data(), sf);
         EXPECT_EQ(f1, f2);
         ASSERT_EQ(0, std::memcmp(y1.data(), y2.data(), len * sizeof(int16_t)));
         Vec io = x;
@@ -339,10 +350,18 @@ TEST(Synthesis, WrapOrder10EqualsPlainLoop) {
         Vec x(len);
         for (int n = 0; n < len; ++n) {
             switch ((seed / 3) % 4) {
-                case 0: x[n] = r.s16(); break;
-                case 1: x[n] = -32768; break;
-                case 2: x[n] = static_cast<int16_t>(n & 1 ? -32768 : 32767); break;
-                default: x[n] = static_cast<int16_t>(r.uni(-500, 500)); break;
+                case 0:
+                    x[n] = r.s16();
+                    break;
+                case 1:
+                    x[n] = -32768;
+                    break;
+                case 2:
+                    x[n] = static_cast<int16_t>(n & 1 ? -32768 : 32767);
+                    break;
+                default:
+                    x[n] = static_cast<int16_t>(r.uni(-500, 500));
+                    break;
             }
         }
         const Vec mem = r.vec(10, seed % 2 ? 32768 : 100);

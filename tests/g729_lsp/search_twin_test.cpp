@@ -31,12 +31,13 @@ std::vector<std::vector<Kvo16s>> targets(unsigned seed) {
             if (kind == 0) {
                 v[j] = static_cast<Kvo16s>(full(rng));
             } else if (kind == 1) {  // on a row, or one step off it
-                v[j] = static_cast<Kvo16s>(kvo::tab::LSPCode1[row][j] + (n % 8 == 1 ? 0 : small(rng)));
+                v[j] =
+                    static_cast<Kvo16s>(kvo::tab::LSPCode1[row][j] + (n % 8 == 1 ? 0 : small(rng)));
             } else if (kind == 2) {  // second-stage scale residuals
                 v[j] = static_cast<Kvo16s>(kvo::tab::LSPCode2[row & 31][j] + small(rng));
             } else {  // near saturation of the differences
                 v[j] = static_cast<Kvo16s>(full(rng) & 1 ? 32767 - (small(rng) & 15)
-                                                           : -32768 + (small(rng) & 15));
+                                                         : -32768 + (small(rng) & 15));
             }
         }
         out.push_back(v);
@@ -59,10 +60,18 @@ TEST(G729LspSearchTwin, SecondStageMatchesOrderedSearch) {
         Kvo16s w[10];
         for (int j = 0; j < 10; ++j) {
             switch (n % 4) {
-                case 0: w[j] = static_cast<Kvo16s>(wd(rng)); break;
-                case 1: w[j] = 32767; break;
-                case 2: w[j] = static_cast<Kvo16s>(j & 1 ? 0 : 32767); break;
-                default: w[j] = static_cast<Kvo16s>(16384 + (wd(rng) >> 1)); break;
+                case 0:
+                    w[j] = static_cast<Kvo16s>(wd(rng));
+                    break;
+                case 1:
+                    w[j] = 32767;
+                    break;
+                case 2:
+                    w[j] = static_cast<Kvo16s>(j & 1 ? 0 : 32767);
+                    break;
+                default:
+                    w[j] = static_cast<Kvo16s>(16384 + (wd(rng) >> 1));
+                    break;
             }
         }
         int lo = -1, hi = -1, plo = -2, phi = -2;

@@ -15,13 +15,27 @@ void fill(std::mt19937& rng, int kind, Kvo16s* v) {
     std::uniform_int_distribution<int> full(-32768, 32767), small(-2000, 2000), jit(0, 63);
     for (int i = 0; i < 40; ++i) {
         switch (kind) {
-            case 0: v[i] = static_cast<Kvo16s>(small(rng)); break;
-            case 1: v[i] = static_cast<Kvo16s>(full(rng)); break;
-            case 2: v[i] = -32768; break;
-            case 3: v[i] = static_cast<Kvo16s>(i & 1 ? -32768 : 32767); break;
-            case 4: v[i] = static_cast<Kvo16s>(i & 1 ? -32768 + jit(rng) : 32767 - jit(rng)); break;
-            case 5: v[i] = static_cast<Kvo16s>(i == 0 ? 4096 : small(rng) >> (i / 4)); break;
-            default: v[i] = static_cast<Kvo16s>(small(rng) >> 4); break;
+            case 0:
+                v[i] = static_cast<Kvo16s>(small(rng));
+                break;
+            case 1:
+                v[i] = static_cast<Kvo16s>(full(rng));
+                break;
+            case 2:
+                v[i] = -32768;
+                break;
+            case 3:
+                v[i] = static_cast<Kvo16s>(i & 1 ? -32768 : 32767);
+                break;
+            case 4:
+                v[i] = static_cast<Kvo16s>(i & 1 ? -32768 + jit(rng) : 32767 - jit(rng));
+                break;
+            case 5:
+                v[i] = static_cast<Kvo16s>(i == 0 ? 4096 : small(rng) >> (i / 4));
+                break;
+            default:
+                v[i] = static_cast<Kvo16s>(small(rng) >> 4);
+                break;
         }
     }
 }
@@ -59,11 +73,21 @@ TEST(G729PitchTwin, AdaptiveVectorMatchesScalarSums) {
                 Kvo16s a[kHist + kLen + kGuard], b[kHist + kLen + kGuard];
                 for (int i = 0; i < kHist + kLen + kGuard; ++i) {
                     switch (kind) {
-                        case 0: a[i] = static_cast<Kvo16s>(small(rng)); break;
-                        case 1: a[i] = static_cast<Kvo16s>(full(rng)); break;
-                        case 2: a[i] = -32768; break;
-                        case 3: a[i] = static_cast<Kvo16s>(i & 1 ? -32768 : 32767); break;
-                        case 4: a[i] = static_cast<Kvo16s>(small(rng) * (i / 10 + 1) / 2); break;
+                        case 0:
+                            a[i] = static_cast<Kvo16s>(small(rng));
+                            break;
+                        case 1:
+                            a[i] = static_cast<Kvo16s>(full(rng));
+                            break;
+                        case 2:
+                            a[i] = -32768;
+                            break;
+                        case 3:
+                            a[i] = static_cast<Kvo16s>(i & 1 ? -32768 : 32767);
+                            break;
+                        case 4:
+                            a[i] = static_cast<Kvo16s>(small(rng) * (i / 10 + 1) / 2);
+                            break;
                         default:
                             a[i] = static_cast<Kvo16s>(i < kHist - 60 ? small(rng) : full(rng));
                             break;
