@@ -11,13 +11,17 @@ bool answerNo() { return false; }
 // Runs during relocation, before any constructor or sanitizer set-up.
 __attribute__((no_sanitize("address", "undefined"))) bool detectAvx2() {
     unsigned a, b, c, d;
-    if (!__get_cpuid(1, &a, &b, &c, &d)) return false;
+    __cpuid(0, a, b, c, d);
+    const unsigned maxLeaf = a;
+    if (maxLeaf < 1) return false;
+    __cpuid(1, a, b, c, d);
     const bool osxsave = c & (1u << 27), avx = c & (1u << 28);
     if (!osxsave || !avx) return false;
     unsigned lo, hi;
     __asm__("xgetbv" : "=a"(lo), "=d"(hi) : "c"(0));
     if ((lo & 0x6) != 0x6) return false;  // XMM and YMM state enabled
-    if (!__get_cpuid_count(7, 0, &a, &b, &c, &d)) return false;
+    if (maxLeaf < 7) return false;
+    __cpuid_count(7, 0, a, b, c, d);
     return b & (1u << 5);
 }
 
