@@ -450,55 +450,7 @@ KvoStatus kvosALCSetLevel_G169_16s(KvoALCState* pState, Kvo32f targetDb, Kvo32f 
 KvoStatus kvosALCSetGain_G169_16s(KvoALCState* pState, Kvo32f maxGainDb);
 /* G.169 level control on blocks of 8 samples; len a multiple of 8; pDst may be pSrc. */
 KvoStatus kvosALC_G169_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len, KvoALCState* pState);
-/* -- G.729 post-processing (40-sample subframes; residual and speech Q0, LP Q12) -- */
 
-/* Long-term post filter at 1/8 resolution; 152 residual samples of history before pSrc.
- * gammaFactor Q15 (0..16384); *pResultVoice = delay used, 0 when not applied. */
-KvoStatus kvosLongTermPostFilter_G729_16s(Kvo16s gammaFactor, Kvo32s delay, const Kvo16s* pSrc,
-                                          Kvo16s* pDst, Kvo16s* pResultVoice);
-/* G.729A: residual of the speech into pSrcDstResidual[154..193], then the harmonic filter
- * searched around delay (taken as 16 bits, 18..145). */
-KvoStatus kvosLongTermPostFilter_G729A_16s(Kvo32s delay, const Kvo16s* pSrcSpch,
-                                           const Kvo16s* pSrcLPC, Kvo16s* pSrcDstResidual,
-                                           Kvo16s* pDst);
-/* G.729B: A(z/0.55) residual into pSrcDstResidual[154..193]; frame type 1 runs the 1/8
- * resolution filter (gamma 0.5), types 0 and 2 copy the residual; *pVoice = 1 if filtered. */
-KvoStatus kvosLongTermPostFilter_G729B_16s(Kvo32s delay, const Kvo16s* pSrcSpch,
-                                           const Kvo16s* pSrcLPC, Kvo16s* pSrcDstResidual,
-                                           Kvo16s* pDst, Kvo16s* pVoice, Kvo16s frameType);
-/* Short-term post filter A(z/0.55)/A(z/0.7) with gain normalisation; pDst[-10..-1] is the
- * filter memory; 20 samples of impulse response out; kvoWarnOverflow if the output saturated. */
-KvoStatus kvosShortTermPostFilter_G729_16s(const Kvo16s* pSrcLPC, const Kvo16s* pSrc,
-                                           Kvo16s* pDst, Kvo16s* pDstImpulseResponse);
-/* G.729 tilt compensation from the first reflection coefficient of a 20-sample impulse
- * response; pSrcDst[-1] is the memory of the first sample. */
-KvoStatus kvosTiltCompensation_G729_16s(const Kvo16s* pSrcImpulseResponse, Kvo16s* pSrcDst);
-/* G.729A tilt compensation: impulse response of the two LP sets in pSrcLPC (22 values),
- * then first-order preemphasis in place with pSrcDst[-1] as its memory. */
-KvoStatus kvosTiltCompensation_G729A_16s(const Kvo16s* pSrcLPC, Kvo16s* pSrcDst);
-/* G.729 adaptive gain control (smoothing 0.9875), *pGain Q14 in and out. */
-KvoStatus kvosGainControl_G729_16s_I(const Kvo16s* pSrc, Kvo16s* pSrcDst, Kvo16s* pGain);
-/* G.729A adaptive gain control on energies (smoothing 0.9), *pGain Q12 in and out. */
-KvoStatus kvosGainControl_G729A_16s_I(const Kvo16s* pSrc, Kvo16s* pSrcDst, Kvo16s* pGain);
-/* dst[n] = src[n] - gamma src[n-1] (Q15), src[-1] = *pMem; *pMem takes the last input. */
-KvoStatus kvosPreemphasize_G729A_16s(Kvo16s gamma, const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len,
-                                     Kvo16s* pMem);
-/* In-place form of kvosPreemphasize_G729A_16s. */
-KvoStatus kvosPreemphasize_G729A_16s_I(Kvo16s gamma, Kvo16s* pSrcDst, Kvo32s len,
-                                       Kvo16s* pMem);
-/* G.729D anti-sparseness: the innovation (Q13) is dispersed in place and the excitation
- * rebuilt with it; cbGain Q1, pitchGain Q14. */
-KvoStatus kvosPhaseDispersion_G729D_16s(const Kvo16s* pSrcExcSignal, Kvo16s* pDstFltExcSignal,
-                                        Kvo16s cbGain, Kvo16s pitchGain,
-                                        Kvo16s* pSrcDstInnovation,
-                                        KvoPhaseDispersionState_G729D* pState);
-/* History update of the phase dispersion for a subframe that skipped it. */
-KvoStatus kvosPhaseDispersionUpdate_G729D_16s(Kvo16s pitchGain, Kvo16s cbGain,
-                                              KvoPhaseDispersionState_G729D* pState);
-/* Clears the phase dispersion record. */
-KvoStatus kvosPhaseDispersionInit_G729D_16s(KvoPhaseDispersionState_G729D* pState);
-/* Size in bytes of KvoPhaseDispersionState_G729D (20). */
-KvoStatus kvosPhaseDispersionGetStateSize_G729D_16s(Kvo32s* pSize);
 /* ---- G.722.1 transform coder ----------------------------------------------
  * Frames of len = 320 (7 kHz, 16 kHz sampling) or 640 samples (14 kHz, 32 kHz
  * sampling) in the MLT domain.  The block-floating shift between windowing and
