@@ -23,6 +23,12 @@ constexpr int kSerialWords = 82;  // sync, size, 80 bit words
 
 // Bit width of each parameter word, in transmission order.
 extern const int kParamBits[kParams];
+// At 6.4 kbit/s (Annex D) the same 11 words carry L0|L1, L2|L3, P1, (none),
+// C1 (9), S1 (2), GA1|GB1 (3+3), P2 (4), C2, S2, GA2|GB2: 64 bits.
+extern const int kParamBits6k[kParams];
+
+// Bit rate of one frame: Annex D 6.4 kbit/s or the main body's 8 kbit/s.
+enum class Rate { k6k4, k8k };
 
 struct EncoderState;
 struct DecoderState;
@@ -34,7 +40,9 @@ class Encoder {
     Encoder(const Encoder&) = delete;
     Encoder& operator=(const Encoder&) = delete;
     // One frame of 16-bit PCM to 11 parameter words; false if a library call failed.
-    bool frame(const int16_t* pcm, int16_t* prm);
+    bool frame(const int16_t* pcm, int16_t* prm) { return frame(pcm, prm, Rate::k8k); }
+    // The same at a chosen rate (main body only: Annex A has no 6.4 kbit/s mode).
+    bool frame(const int16_t* pcm, int16_t* prm, Rate rate);
 
   private:
     EncoderState* s_;
@@ -47,7 +55,11 @@ class Decoder {
     Decoder(const Decoder&) = delete;
     Decoder& operator=(const Decoder&) = delete;
     // One frame of parameters (ignored when erased) to 80 post-processed samples.
-    bool frame(const int16_t* prm, bool erased, int16_t* pcm);
+    bool frame(const int16_t* prm, bool erased, int16_t* pcm) {
+        return frame(prm, erased, pcm, Rate::k8k);
+    }
+    // The same at the frame's rate (an erased frame keeps the last good one).
+    bool frame(const int16_t* prm, bool erased, int16_t* pcm, Rate rate);
 
   private:
     DecoderState* s_;
