@@ -137,6 +137,21 @@ void decodeFixedVector6k(int sign, int index, Kvo16s* code) {
     code[pos1] = add(code[pos1], (sign & 2) ? 8191 : -8192);
 }
 
+// Annex E ten-pulse code vector: per track a 7-bit word, the low nibble one
+// pulse (sign bit 3, position bits 0-2), bits 4-6 the other's position; the
+// second pulse has the opposite sign when it lies after the first.
+void decodeFixedVector35(const int16_t* idx, Kvo16s* code) {
+    std::memset(code, 0, kSubframe * sizeof(Kvo16s));
+    for (int t = 0; t < 5; ++t) {
+        const int e = idx[t];
+        const int p1 = (e & 7) * 5 + t, p2 = ((e >> 4) & 7) * 5 + t;
+        int sign = (e & 8) ? -4096 : 4096;
+        code[p1] = add(code[p1], sign);
+        if (p2 > p1) sign = -sign;
+        code[p2] = add(code[p2], sign);
+    }
+}
+
 // Filtered code vector: signed impulse responses at the pulses, summed in pulse order.
 void filteredFixedVector(int sign, int index, const Kvo16s* h, Kvo16s* y) {
     int pos[4];
@@ -419,10 +434,10 @@ bool Encoder::frame(const int16_t* pcm, int16_t* prm, Rate rate) {
             if (!ok(kvosAdaptiveCodebookSearch_G729D_16s(open, xn, h, excK, k, delay)) ||
                 !ok(kvosDecodeAdaptiveVector_G729_16s(delay, excK, adapt)))
                 return false;
-        } else if (!ok(s.annexA
-                           ? kvosAdaptiveCodebookSearch_G729A_16s(open, xn, h, excK, delay, adapt, k)
-                           : kvosAdaptiveCodebookSearch_G729_16s(open, xn, h, excK, delay, adapt,
-                                                                 k))) {
+        } else if (!ok(s.annexA ? kvosAdaptiveCodebookSearch_G729A_16s(open, xn, h, excK, delay,
+                                                                       adapt, k)
+                                : kvosAdaptiveCodebookSearch_G729_16s(open, xn, h, excK, delay,
+                                                                      adapt, k))) {
             return false;
         }
         const int t0 = delay[0], frac = delay[1];
@@ -475,8 +490,8 @@ bool Encoder::frame(const int16_t* pcm, int16_t* prm, Rate rate) {
         if (low) {
             if (!ok(kvosGainQuant_G729D_16s(xn, y1, code, y2, s.energyErr, gains, gidx, tame)))
                 return false;
-            prm[6 + 4 * k] = static_cast<Kvo16s>((kvo::tab::map1_6k[gidx[0]] << 3) |
-                                                 kvo::tab::map2_6k[gidx[1]]);
+            prm[6 + 4 * k] =
+                static_cast<Kvo16s>((kvo::tab::map1_6k[gidx[0]] << 3) | kvo::tab::map2_6k[gidx[1]]);
         } else {
             if (!ok(kvosGainQuant_G729_16s(xn, y1, code, y2, s.energyErr, gains, gidx, tame)))
                 return false;
@@ -615,8 +630,20 @@ Decoder::~Decoder() {
     delete s_;
 }
 
-bool Decoder::frame(const int16_t* prm, bool erased, int16_t* pcm, Rate rate) {
+bool Decoder::frame(const int16_t* prmIn, bool erased, int16_t* pcm, Rate rate) {
     DecoderState& s = *s_;
+    // 11.8 kbit/s forward mode: the 8 kbit/s words plus ten 7-bit track words.
+    const int16_t* tracks = nullptr;
+    int16_t p8[kParams] = {};
+    const int16_t* prm = prmIn;
+    if (rate == Rate::k11k8) {
+        if (!erased && prmIn[0] != 0) return false;  // backward mode: not available
+        const int16_t m[kParams] = {prmIn[1],  prmIn[2],  prmIn[3], prmIn[4], 0,        0,
+                                    prmIn[10], prmIn[11], 0,        0,        prmIn[17]};
+        std::memcpy(p8, m, sizeof p8);
+        prm = p8;
+        tracks = prmIn + 5;
+    }
     Kvo16s* exc = s.exc + kExcHistory;
     Kvo16s* synth = s.synth + kOrder;
     if (erased)
@@ -666,7 +693,9 @@ bool Decoder::frame(const int16_t* prm, bool erased, int16_t* pcm, Rate rate) {
             cIdx = random(&s.seed) & (low ? 0x01ff : 0x1fff);
             sIdx = random(&s.seed) & (low ? 0x0003 : 0x000f);
         }
-        if (low)
+        if (tracks && !erased)
+            decodeFixedVector35(tracks + 7 * k, code);
+        else if (low)
             decodeFixedVector6k(sIdx, cIdx, code);
         else
             decodeFixedVector(sIdx, cIdx, code);
@@ -721,7 +750,8 @@ bool Decoder::frame(const int16_t* prm, bool erased, int16_t* pcm, Rate rate) {
             if (!postFilterA(s, synth + i0, az + 11 * k, t0Sub[k], pcm + i0)) return false;
         } else {
             Kvo16s v;
-            if (!postFilter(s, synth + i0, az + 11 * k, t0Sub[0], pcm + i0, &v)) return false;
+            if (!postFilter(s, synth + i0, az + 11 * k, t0Sub[tracks ? k : 0], pcm + i0, &v))
+                return false;
             if (v != 0) voicing = v;
         }
         std::memmove(s.res2, s.res2 + kSubframe, kExcHistory * sizeof(Kvo16s));

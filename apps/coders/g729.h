@@ -27,8 +27,12 @@ extern const int kParamBits[kParams];
 // C1 (9), S1 (2), GA1|GB1 (3+3), P2 (4), C2, S2, GA2|GB2: 64 bits.
 extern const int kParamBits6k[kParams];
 
-// Bit rate of one frame: Annex D 6.4 kbit/s or the main body's 8 kbit/s.
-enum class Rate { k6k4, k8k };
+// Bit rate of one frame: Annex D 6.4 kbit/s, the main body's 8 kbit/s, or
+// Annex E 11.8 kbit/s.  At 11.8 kbit/s only the decoder's forward mode exists
+// (18 parameter words: mode, L0|L1, L2|L3, P1, P0, five 7-bit track words,
+// GA1|GB1, P2, five track words, GA2|GB2), without the Annex E post filter:
+// not yet bit-exact.  The encoder accepts k6k4 and k8k.
+enum class Rate { k6k4, k8k, k11k8 };
 
 struct EncoderState;
 struct DecoderState;

@@ -2,7 +2,9 @@
 // (11.8 kbit/s) and the rate-switching coder that moves between 6.4, 8 and
 // 11.8 kbit/s frame by frame.  The 6.4 and 8 kbit/s frames run the main-body
 // encoder and decoder of g729.cpp at the frame's rate; the decoder takes each
-// frame's rate from its length.
+// frame's rate from its length.  The 11.8 kbit/s mode is incomplete: no
+// encoder, and a decoder for forward-mode frames only, without the Annex E
+// post filter (verify reports these sets as mismatches).
 //
 // Streams: `itu` is the ITU serial form (sync word 0x6b21, a size word 64,
 // 80 or 118, then one word per bit, 0x0081 for 1 and 0x007f for 0; a frame
@@ -24,40 +26,55 @@ using g729::kFrame;
 using g729::kParams;
 using g729::Rate;
 
-// Rates a stream may hold; 11.8 kbit/s frames are recognised but not coded yet.
+// Rates a stream may hold.
 enum class StreamRate { k6k4, k8k, k11k8 };
 
 int frame_bits(StreamRate r) {
     return r == StreamRate::k6k4 ? 64 : r == StreamRate::k8k ? 80 : 118;
 }
 
+// 11.8 kbit/s forward mode: mode (2), L0|L1, L2|L3, P1, P0, five 7-bit track
+// words, GA1|GB1, P2, five track words, GA2|GB2.
+constexpr int kParams11k8 = 18;
+const int kParamBits11k8[kParams11k8] = {2, 8, 10, 8, 1, 7, 7, 7, 7, 7, 7, 5, 7, 7, 7, 7, 7, 7};
+
 const int* param_bits(StreamRate r) {
-    return r == StreamRate::k6k4 ? g729::kParamBits6k : g729::kParamBits;
+    return r == StreamRate::k6k4  ? g729::kParamBits6k
+           : r == StreamRate::k8k ? g729::kParamBits
+                                  : kParamBits11k8;
+}
+
+int param_count(StreamRate r) {
+    return r == StreamRate::k11k8 ? kParams11k8 : kParams;
 }
 
 bool rate_of_bits(int bits, StreamRate* r) {
-    if (bits == 64) *r = StreamRate::k6k4;
-    else if (bits == 80) *r = StreamRate::k8k;
-    else if (bits == 118) *r = StreamRate::k11k8;
-    else return false;
+    if (bits == 64)
+        *r = StreamRate::k6k4;
+    else if (bits == 80)
+        *r = StreamRate::k8k;
+    else if (bits == 118)
+        *r = StreamRate::k11k8;
+    else
+        return false;
     return true;
 }
 
 Rate core_rate(StreamRate r) {
-    return r == StreamRate::k6k4 ? Rate::k6k4 : Rate::k8k;
+    return r == StreamRate::k6k4 ? Rate::k6k4 : r == StreamRate::k8k ? Rate::k8k : Rate::k11k8;
 }
 
 // Parameter words <-> bit sequence (one int per bit, transmission order).
 void params_to_bits(const int16_t* prm, StreamRate r, std::vector<int>& bits) {
     bits.clear();
     const int* w = param_bits(r);
-    for (int p = 0; p < kParams; ++p)
+    for (int p = 0; p < param_count(r); ++p)
         for (int b = w[p] - 1; b >= 0; --b) bits.push_back((prm[p] >> b) & 1);
 }
 
 void bits_to_params(const int* bits, StreamRate r, int16_t* prm) {
     const int* w = param_bits(r);
-    for (int p = 0, at = 0; p < kParams; ++p) {
+    for (int p = 0, at = 0; p < param_count(r); ++p) {
         int v = 0;
         for (int b = 0; b < w[p]; ++b) v = (v << 1) | bits[at++];
         prm[p] = static_cast<int16_t>(v);
@@ -72,10 +89,14 @@ bool pick_format(const Options& opt, const char* dflt, std::string& format, std:
 }
 
 bool parse_rate(const std::string& s, StreamRate* r) {
-    if (s == "6.4") *r = StreamRate::k6k4;
-    else if (s == "8") *r = StreamRate::k8k;
-    else if (s == "11.8") *r = StreamRate::k11k8;
-    else return false;
+    if (s == "6.4")
+        *r = StreamRate::k6k4;
+    else if (s == "8")
+        *r = StreamRate::k8k;
+    else if (s == "11.8")
+        *r = StreamRate::k11k8;
+    else
+        return false;
     return true;
 }
 
@@ -156,14 +177,12 @@ bool decode_any(const Options& opt, const std::vector<uint8_t>& stream, std::vec
                 bits.push_back((stream[at + 1 + i / 8] >> (7 - i % 8)) & 1);
             at += 1 + n;
         }
-        if (r == StreamRate::k11k8) {
-            error = "frame " + std::to_string(f) + ": 11.8 kbit/s decoding is not available yet";
-            return false;
-        }
-        int16_t prm[kParams], out[kFrame];
+        int16_t prm[kParams11k8], out[kFrame];
         bits_to_params(bits.data(), r, prm);
         if (!dec.frame(prm, erased, out, core_rate(r))) {
-            error = "decoder failed at frame " + std::to_string(f);
+            error =
+                "decoder failed at frame " + std::to_string(f) +
+                (r == StreamRate::k11k8 ? " (11.8 kbit/s backward mode is not available yet)" : "");
             return false;
         }
         pcm.insert(pcm.end(), out, out + kFrame);
@@ -191,13 +210,13 @@ VerifyRow compare_serial(const std::string& name, const std::vector<int16_t>& go
     for (long f = 0; b + 1 < want.size(); ++f) {
         const size_t n = 2 + std::max<int>(want[b + 1], 0);
         ++row.frames;
-        bool same = a + n <= got.size() && std::equal(want.begin() + b, want.begin() + b + n,
-                                                      got.begin() + a);
+        bool same = a + n <= got.size() &&
+                    std::equal(want.begin() + b, want.begin() + b + n, got.begin() + a);
         if (!same && row.mismatched++ == 0) {
             size_t i = 0;
             while (a + i < got.size() && i < n && got[a + i] == want[b + i]) ++i;
-            row.note = "first difference: frame " + std::to_string(f) + ", word " +
-                       std::to_string(i);
+            row.note =
+                "first difference: frame " + std::to_string(f) + ", word " + std::to_string(i);
         }
         a += a + 1 < got.size() ? 2 + std::max<int>(got[a + 1], 0) : n;
         b += n;

@@ -55,8 +55,7 @@ KvoStatus kvosWinHybrid_G729E_16s32s(const Kvo16s* pSrc, Kvo32s* pDst,
                                      KvoG729EHybridState* pState) {
     if (!pSrc || !pDst || !pState) return kvoErrNullPtr;
     alignas(16) Kvo16s w[kLen];
-    for (int i = 0; i < kLen; ++i)
-        w[i] = static_cast<Kvo16s>((Kvo32s{pSrc[i]} * tab::hw[i]) >> 15);
+    for (int i = 0; i < kLen; ++i) w[i] = static_cast<Kvo16s>((Kvo32s{pSrc[i]} * tab::hw[i]) >> 15);
     for (int k = 0; k < kLags; ++k) {
         const Kvo32s r1 = macChain(0, w + kRecStart, kRecLen, k) >> 1;
         const Kvo32s s = pState->acc[k];

@@ -95,8 +95,7 @@ TEST(G729Hybrid, FollowsDoubleModel) {
     for (int f = 0; f < 40; ++f) {
         std::vector<Kvo16s> x(sig.begin() + 80 * f, sig.begin() + 80 * f + kLen);
         std::vector<double> ws(kLen);
-        for (int i = 0; i < kLen; ++i)
-            ws[i] = std::floor(double(x[i]) * kvo::tab::hw[i] / 32768.0);
+        for (int i = 0; i < kLen; ++i) ws[i] = std::floor(double(x[i]) * kvo::tab::hw[i] / 32768.0);
         const auto r = w.run(x);
         for (int k = 0; k < 31; ++k) {
             double r1 = 0, r2 = 0;
