@@ -342,7 +342,7 @@ bool encode_at(const Options& opt, StreamRate dflt, const std::vector<int16_t>& 
 
 extern const Coder kG729D = {
     "g729d",
-    "ITU-T G.729 Annex D, 6.4 kbit/s (decodes 8 kbit/s frames too)",
+    "ITU-T G.729 Annex D, 6.4 kbit/s",
     "--format packed|itu (packed: a length octet, then 8 or 10 octets; itu: serial words)",
     8000,
     6.4,
@@ -355,7 +355,7 @@ extern const Coder kG729D = {
 
 extern const Coder kG729E = {
     "g729e",
-    "ITU-T G.729 Annex E, 11.8 kbit/s (decodes 8 kbit/s frames too)",
+    "ITU-T G.729 Annex E, 11.8 kbit/s (incomplete)",
     "--format packed|itu (packed: a length octet, then 10 or 15 octets; itu: serial words)",
     8000,
     11.8,
@@ -368,7 +368,7 @@ extern const Coder kG729E = {
 
 extern const Coder kG729I = {
     "g729i",
-    "ITU-T G.729 multi-rate: 6.4, 8 or 11.8 kbit/s per frame",
+    "ITU-T G.729 multi-rate 6.4/8/11.8 kbit/s",
     "--rate 6.4|8|11.8 (encoder; default 8) --format packed|itu (packed: a length octet, then "
     "8, 10 or 15 octets; itu: serial words with size words 64, 80, 118)",
     8000,
