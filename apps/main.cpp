@@ -4,6 +4,7 @@
 //   kvosc demo                     run every assembled coder on the built-in sample
 //   kvosc encode|decode CODER [--option value ...] IN OUT   (audio: WAV or raw 16-bit)
 //   kvosc verify CODER DIR
+//   kvosc denoise [--level N] IN OUT  noise filter of the echo path
 //   kvosc sample OUT               write the built-in sample (8 kHz, 16-bit LE)
 #include <cstdio>
 #include <cstring>
@@ -24,6 +25,7 @@ void help() {
         "usage: kvosc version | exports | demo | coders\n"
         "       kvosc encode CODER [options] IN OUT | decode CODER [options] IN OUT\n"
         "       kvosc verify CODER DIR\n"
+        "       kvosc denoise [--level 0-5] [--rate HZ] IN OUT\n"
         "       kvosc sample OUT\n");
 }
 
@@ -56,5 +58,7 @@ int main(int argc, char** argv) {
         if (rest != 1) return usage("sample needs OUT");
         return kvosc::cmd_sample(argv[2]);
     }
+    if (cmd == "denoise")
+        return kvosc::cmd_denoise(std::vector<std::string>(argv + 2, argv + argc));
     return usage(("unknown command '" + cmd + "'").c_str());
 }

@@ -508,6 +508,129 @@ KvoStatus kvosPhaseDispersionUpdate_G729D_16s(Kvo16s pitchGain, Kvo16s cbGain,
 KvoStatus kvosPhaseDispersionInit_G729D_16s(KvoPhaseDispersionState_G729D* pState);
 /* Size in bytes of KvoPhaseDispersionState_G729D (20). */
 KvoStatus kvosPhaseDispersionGetStateSize_G729D_16s(Kvo32s* pSize);
+/* ---- G.722.1 transform coder ----------------------------------------------
+ * Frames of len = 320 (7 kHz, 16 kHz sampling) or 640 samples (14 kHz, 32 kHz
+ * sampling) in the MLT domain.  The block-floating shift between windowing and
+ * transform is the caller's, in both directions.  The _G722_16s members are
+ * the same steps fixed at 320 samples. */
+/* MLT windowing and folding of len new samples against the len in pMem; pMem := pSrc. */
+KvoStatus kvosDecomposeMLTToDCT_G7221_16s(const Kvo16s* pSrc, Kvo16s* pMem, Kvo16s* pDst,
+                                          Kvo32s len);
+/* Inverse windowing with overlap-add against pMem (len/2); pMem := pSrc[len/2..len-1]. */
+KvoStatus kvosDecomposeDCTToMLT_G7221_16s(const Kvo16s* pSrc, Kvo16s* pMem, Kvo16s* pDst,
+                                          Kvo32s len);
+/* Forward fixed-point DCT-IV; the analysis bias is added first at 320 samples. */
+KvoStatus kvosDCTFwd_G7221_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len);
+/* Inverse fixed-point DCT-IV with dither; the synthesis bias is added at 320 samples. */
+KvoStatus kvosDCTInv_G7221_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len);
+/* kvosDecomposeMLTToDCT_G7221_16s at 320 samples. */
+KvoStatus kvosDecomposeMLTToDCT_G722_16s(const Kvo16s* pSrc, Kvo16s* pMem, Kvo16s* pDst);
+/* kvosDecomposeDCTToMLT_G7221_16s at 320 samples. */
+KvoStatus kvosDecomposeDCTToMLT_G722_16s(const Kvo16s* pSrc, Kvo16s* pMem, Kvo16s* pDst);
+/* kvosDCTFwd_G7221_16s at 320 samples. */
+KvoStatus kvosDCTFwd_G722_16s(const Kvo16s* pSrc, Kvo16s* pDst);
+/* kvosDCTInv_G7221_16s at 320 samples. */
+KvoStatus kvosDCTInv_G722_16s(const Kvo16s* pSrc, Kvo16s* pDst);
+/* Quantizes one region of 20 coefficients (category 0..6, power index 0..63) and
+ * packs its vector Huffman code into pDst, first code in the high bits (room for
+ * 6 words); *pBits receives the bit count. */
+KvoStatus kvosHuffmanEncode_G722_16s32u(Kvo32s category, Kvo32s powerIndex, const Kvo16s* pSrc,
+                                        Kvo32u* pDst, Kvo32s* pBits);
+/* ---- G.728 LD-CELP ---------------------------------------------------- */
+
+/* Bytes of a hybrid-window state for order M, L new samples, N non-recursive, blocks of blockLen. */
+KvoStatus kvosWinHybridGetStateSize_G728_16s(Kvo32s order, Kvo32s frameLen, Kvo32s nonRecLen,
+                                             Kvo32s blockLen, Kvo32s* pSize);
+/* Starts a hybrid-window state; keeps pWindow (M+L+N Q15); decay 12288 (3/4) or 8192 (1/2). */
+KvoStatus kvosWinHybridInit_G728_16s(const Kvo16s* pWindow, Kvo32s order, Kvo32s frameLen,
+                                     Kvo32s nonRecLen, Kvo32s blockLen, Kvo32s decay,
+                                     Kvo8u* pState);
+/* Hybrid window over L new samples: normalised autocorrelation, lags 0..M (0..10 if shortLags 1). */
+KvoStatus kvosWinHybrid_G728_16s(Kvo32s shortLags, const Kvo16s* pSrc, Kvo16s* pDst,
+                                 Kvo8u* pState);
+/* Same, for samples carrying one exponent per block of 5 (order-50 analysis). */
+KvoStatus kvosWinHybridBlock_G728_16s(Kvo32s shortLags, const Kvo16s* pSrc, const Kvo16s* pExp,
+                                      Kvo16s* pDst, Kvo8u* pState);
+/* Levinson-Durbin recursion in block floating point, order 0..order; pScale: fraction bits. */
+KvoStatus kvosLevinsonDurbin_G728_16s_Sfs(const Kvo16s* pSrc, Kvo32s order, Kvo16s* pDstLPC,
+                                          Kvo16s* pDstRC, Kvo16s* pResidual, Kvo16s* pScale);
+/* Continues a recursion from startOrder to endOrder. */
+KvoStatus kvosLevinsonDurbin_G728_16s_ISfs(const Kvo16s* pSrc, Kvo32s startOrder,
+                                           Kvo32s endOrder, Kvo16s* pSrcDstLPC,
+                                           Kvo16s* pResidual, Kvo16s* pScale);
+/* Energies of the 128 filtered shape code vectors for an impulse response (Q13). */
+KvoStatus kvosImpulseResponseEnergy_G728_16s(const Kvo16s* pSrc, Kvo16s* pDst);
+/* Shape, gain and sign search; rate 17 (16 kbit/s), 14 (12.8) or 10 (9.6). */
+KvoStatus kvosCodebookSearch_G728_16s(const Kvo16s* pSrc, const Kvo16s* pEnergy, Kvo32s* pShape,
+                                      Kvo32s* pGain, Kvo16s* pCode, Kvo32s rate);
+/* 40 kbit/s four-state trellis-coded quantisation of one 5-sample vector. */
+KvoStatus kvosCodebookSearchTCQ_G728_16s8u(const Kvo16s* pSrc, const Kvo16s* pCoef, Kvo8u* pDst,
+                                           Kvo16s* pMem, Kvo16s* pQuant, Kvo32s* pState,
+                                           KvoG728ScaledValue invGain, KvoG728ScaledValue gain);
+/* Record sizes and Init of the filter states. */
+KvoStatus kvosSynthesisFilterGetStateSize_G728_16s(Kvo32s* pSize);
+KvoStatus kvosSynthesisFilterInit_G728_16s(KvoG728SynthesisState* pState);
+KvoStatus kvosCombinedFilterGetStateSize_G728_16s(Kvo32s* pSize);
+KvoStatus kvosCombinedFilterInit_G728_16s(KvoG728CombinedState* pState);
+KvoStatus kvosIIR16sGetStateSize_G728_16s(Kvo32s* pSize);
+KvoStatus kvosIIR16sInit_G728_16s(KvoG728IIRState* pState);
+KvoStatus kvosPostFilterGetStateSize_G728_16s(Kvo32s* pSize);
+KvoStatus kvosPostFilterInit_G728_16s(KvoG728PostFilterState* pState);
+KvoStatus kvosPostFilterAdapterGetStateSize_G728(Kvo32s* pSize);
+KvoStatus kvosPostFilterAdapterStateInit_G728(KvoG728PostFilterAdapterState* pState);
+/* Order-50 synthesis of 5 samples: zero-input response plus the excitation's; output with exponent. */
+KvoStatus kvosSyntesisFilterZeroInput_G728_16s(const Kvo16s* pCoef, Kvo16s* pSrcDst, Kvo32s srcExp,
+                                               Kvo16s* pDst, Kvo16s* pDstExp,
+                                               KvoG728SynthesisState* pState);
+/* Zero-input response of synthesis and weighting filters, 5 samples at exponent 2. */
+KvoStatus kvosCombinedFilterZeroInput_G728_16s(const Kvo16s* pCoef, const Kvo16s* pWeight,
+                                               Kvo16s* pDst, KvoG728CombinedState* pState);
+/* Adds the chosen excitation's response to the combined filter memory. */
+KvoStatus kvosCombinedFilterZeroState_G728_16s(const Kvo16s* pCoef, const Kvo16s* pWeight,
+                                               Kvo16s* pSrcDst, Kvo32s srcExp, Kvo16s* pDst,
+                                               Kvo16s* pDstExp, KvoG728CombinedState* pState);
+/* Order-10 pole-zero filter; pWeight: 10 zero then 10 pole coefficients, Q14. */
+KvoStatus kvosIIR16s_G728_16s(const Kvo16s* pWeight, const Kvo16s* pSrc, Kvo16s* pDst,
+                              Kvo32s len, KvoG728IIRState* pState);
+/* Adaptive post filter of 5 samples: long-term, short-term and tilt stages. */
+KvoStatus kvosPostFilter_G728_16s(Kvo16s gain, Kvo16s gainLag, Kvo16s lag, Kvo16s tilt,
+                                  const Kvo16s* pCoef, const Kvo16s* pSrc, Kvo16s* pDst,
+                                  KvoG728PostFilterState* pState);
+/* Order-10 LPC inverse filter of 5 samples (post-filter residual). */
+KvoStatus kvosLPCInverseFilter_G728_16s(const Kvo16s* pSrc, const Kvo16s* pCoef, Kvo16s* pDst,
+                                        KvoG728PostFilterAdapterState* pState);
+/* Pitch period from 100 residual samples (140 before them); pPitch in and out. */
+KvoStatus kvosPitchPeriodExtraction_G728_16s(const Kvo16s* pSrc, Kvo32s* pPitch,
+                                             KvoG728PostFilterAdapterState* pState);
+/* ---- Noise filter (echo path) ---------------------------------------------
+ * One stream at 8000, 16000, 22050 or 32000 Hz (other rates: kvoErrRange), in
+ * frames of 16 float samples at 16-bit amplitude.  pState is the caller's
+ * block of the size the query gives, set up by the Init function. */
+
+/* Bytes of the noise filter block for the rate. */
+KvoStatus kvosFilterNoiseGetStateSize_EC_32f(Kvo32s sampleFreq, Kvo32s* pSize);
+/* Writes the start state: empty histories, no noise known, level 5, no smoothing. */
+KvoStatus kvosFilterNoiseInit_EC_32f(Kvo32s sampleFreq, KvoFilterNoise32fState* pState);
+/* Suppression level 0 (off) to 4 (deepest), or 5 (2, or 0 for quiet noise). */
+KvoStatus kvosFilterNoiseLevel_EC_32f(Kvo32s level, KvoFilterNoise32fState* pState);
+/* Output smoothing: -1 adaptive length, 0 fixed 17-tap FIR, 1 none. */
+KvoStatus kvosFilterNoiseSetMode_EC_32f(Kvo32s smoothMode, KvoFilterNoise32fState* pState);
+/* Analyses one frame and takes it as the noise spectrum when it ends a stationary noise run. */
+KvoStatus kvosFilterNoiseDetect_EC_32f64f(const Kvo32f* pSrc, Kvo64f* pNoisePower,
+                                          Kvo32f* pNoiseMean, Kvo32s* pNoiseFlag,
+                                          KvoFilterNoise32fState* pState);
+/* The detector with a gate on a second signal (pRefSrc, 16 samples) standing above the first. */
+KvoStatus kvosFilterNoiseDetectModerate_EC_32f64f(const Kvo32f* pSrc, const Kvo32f* pRefSrc,
+                                                  Kvo64f* pNoisePower, Kvo32f* pNoiseMean,
+                                                  Kvo32s* pNoiseFlag,
+                                                  KvoFilterNoise32fState* pState);
+/* Suppresses noise in one frame (56 samples of delay); noiseFlag -1: analysed by a detector,
+ * 1: the frame is noise, other: the frame is not noise. */
+KvoStatus kvosFilterNoise_EC_32f(const Kvo32f* pSrc, Kvo32f* pDst, Kvo32s noiseFlag,
+                                 KvoFilterNoise32fState* pState);
+/* The same in place. */
+KvoStatus kvosFilterNoise_EC_32f_I(Kvo32f* pSrcDst, Kvo32s noiseFlag,
+                                   KvoFilterNoise32fState* pState);
 
 #ifdef __cplusplus
 }

@@ -242,6 +242,135 @@ typedef struct {
     Kvo32f savedRate;    /* rate at the start of the talkspurt */
     Kvo32f reserved[4];  /* unused room that completes the record's 124 bytes */
 } KvoALCState;
+/* ---- G.728 ------------------------------------------------------------ */
+
+/* State of one recursive hybrid-window analysis (G.728 backward adaptation).
+ * Placed at the first 16-byte boundary at or after the caller's block (the
+ * size query includes the slack); it holds the caller's window pointer and a
+ * pointer to its own arrays (recursive memory, shared exponent, signal buffer,
+ * block exponents), so the block must keep its address modulo 16. */
+typedef struct {
+    const Kvo16s* pWindow; /* the caller's window, Q15, entry 0 for the newest sample */
+    Kvo16s order;          /* M: highest lag */
+    Kvo16s frameLen;       /* L: new samples per call */
+    Kvo16s nonRecLen;      /* N: samples windowed afresh on every call */
+    Kvo16s blocksPerCall;  /* L / blockLen */
+    Kvo16s blocksKept;     /* (M + N) / blockLen */
+    Kvo16s blocksTotal;    /* (M + L + N) / blockLen, 0 without blocks */
+    Kvo16s decayShift;     /* 14: decay 3/4, 15: decay 1/2 */
+    Kvo16s reserved;
+    Kvo16s* pArrays;       /* memory[M+1], exponent, signal[M+L+N], block exponents */
+} KvoG728WinHybridState;
+
+/* Weighting-filter (pole-zero, order 10) memory; also the short-term stage of
+ * the post filter.  Newest first. */
+typedef struct {
+    Kvo16s inMem[10];  /* input memory */
+    Kvo16s unused[6];  /* not used by any step; cleared by Init */
+    Kvo16s outMem[10]; /* output memory */
+} KvoG728IIRState;
+
+typedef KvoG728IIRState KvoG728PostFilterState;
+
+/* Order-50 synthesis filter memory in block floating point. */
+typedef struct {
+    Kvo16s memory[50];    /* past output, newest first, 10 blocks of 5 */
+    Kvo16s exponents[10]; /* one per block, oldest block first */
+    Kvo16s minExp;        /* smallest exponent of the last call */
+} KvoG728SynthesisState;
+
+/* Cascade of the order-50 synthesis filter and the perceptual weighting filter. */
+typedef struct {
+    Kvo16s memory[50];
+    Kvo16s exponents[10];
+    Kvo16s minExp;
+    KvoG728IIRState weight;
+} KvoG728CombinedState;
+
+/* Post-filter adapter: decimation low-pass, decimated residual, inverse filter. */
+typedef struct {
+    Kvo16s x1, x2, x3;     /* input delays of the decimation low-pass */
+    Kvo16s y1, y2, y3;     /* output delays */
+    Kvo16s decimated[60];  /* 4:1 decimated residual, oldest first */
+    Kvo16s residualMem[10];/* input memory of the LPC inverse filter, newest first */
+} KvoG728PostFilterAdapterState;
+
+/* A 16-bit value with its exponent (real value = value * 2^-exp), passed by value. */
+typedef struct {
+    Kvo16s value;
+    Kvo16s reserved;
+    Kvo32s exp; /* only the low 16 bits are read */
+} KvoG728ScaledValue;
+/* ---- Noise filter (echo path) ------------------------------------------ */
+
+/* Record of the echo-path noise filter: the detector, the noise estimate and
+ * the spectral suppressor of one stream at 8000, 16000, 22050 or 32000 Hz, in
+ * frames of 16 samples on a 128-point FFT grid.  The block the caller passes
+ * (its size from kvosFilterNoiseGetStateSize_EC_32f) holds this record at its
+ * start, followed by the FFT set-up record, the FFT work area and the two
+ * sample histories; the pointers below point into that block, so the block
+ * must not be moved after Init.  The record needs 8-byte alignment; a block
+ * at a less aligned address is used from its next 8-byte boundary, the same
+ * one at every call (the size covers that slack).  Spectra have 65 bins. */
+typedef struct {
+    void* pFFTSpec;            /* real FFT of order 7, inverse divided by 128 */
+    Kvo8u* pFFTWork;           /* FFT scratch inside the block */
+    Kvo32f* pSmooth[9];        /* smoothing kernels of 1, 3, ... 17 taps */
+    Kvo32f* pBuffer;           /* sample history, longWin samples, newest last */
+    Kvo32f* pRefBuffer;        /* history of the second signal (moderate detector) */
+    Kvo64f noiseSpec[65];      /* noise power spectrum */
+    Kvo64f invNoiseSpec[65];   /* its inverse, limited to 1 */
+    Kvo64f invNoiseBand[65];   /* inverse of its running band sum */
+    Kvo64f powerSpec[65];      /* power spectrum of the frame */
+    Kvo64f snrAvg[65];         /* smoothed SNR per bin */
+    Kvo32fc spectrum[65];      /* spectrum of the frame, bins 0 to 64 */
+    Kvo32f olaOut[64];         /* overlap-add accumulator */
+    Kvo32f bandSnrAvg[65];     /* smoothed band SNR per bin (level 4) */
+    Kvo32f synthBlock[128];    /* inverse FFT output, or input FIFO at start-up */
+    Kvo32f smoothBuf[32];      /* previous and current output blocks */
+    Kvo32f kernels[81];        /* storage of pSmooth */
+    Kvo64f noisePower;         /* long-term power at the last noise frame */
+    Kvo64f runRefPower;        /* short-term power at the start of the run */
+    Kvo64f meanSnr;            /* smoothed mean SNR (level 4) */
+    Kvo64f invLongPower;       /* 1 / noisePower */
+    Kvo64f smoothLen;          /* smoothed half-length of the output FIR */
+    Kvo32f floorLow, floorHigh;  /* lowest gain of bins 0..2, and of the others */
+    Kvo32f shortPower;         /* smoothed short-term power */
+    Kvo32f guardGain, aGuard, bGuard; /* residual-noise guard (level 3) */
+    Kvo32f ratioLimit;         /* allowed power ratio within a run */
+    Kvo32f strength;           /* SNR to gain factor; 0 switches suppression off */
+    Kvo32f powIn, powOut;      /* smoothed powers before and after suppression */
+    Kvo32f rampLen;            /* nominal ramp length, 80 */
+    Kvo32f gainStart, gainRamp, gainBase; /* start-up and ramp gains */
+    Kvo32s needRun;            /* candidate frames in a row that make a noise frame */
+    Kvo32s run;                /* candidate frames in a row so far */
+    Kvo32s bandEdge1, bandEdge2; /* first bins of the middle and the upper band */
+    Kvo32s capacity;           /* size of pBuffer */
+    Kvo32s fill;               /* samples in pBuffer */
+    Kvo32s noiseKnown;         /* a noise frame has been accepted */
+    Kvo32s zcLimit;            /* limit of the zero-crossing count */
+    Kvo32s sampleFreq;         /* Hz */
+    Kvo32s refCapacity, refFill; /* size and fill of pRefBuffer */
+    Kvo32s rampCount;          /* samples left of the ramp */
+    Kvo32s startCount;         /* samples left of the start-up attenuation */
+    Kvo32s levelResolved;      /* 0 while level 5 waits for the first noise frame */
+    Kvo32s filterStarted;      /* set by the first filter call */
+    Kvo32s shortWin, longWin, maxRunFactor; /* rate-dependent lengths */
+    Kvo32s peakWin;            /* bins of the peak window of the band test */
+    Kvo32s zcFloor;            /* lower limit of the zero-crossing count */
+    Kvo32s unusedWin;          /* stored, never read */
+    Kvo32s bandSumWin;         /* width of the running band sum */
+    Kvo32s bandWidth[3];       /* bins per band */
+    Kvo32f invBandWidth[3];
+    Kvo32f minGainHist[4];     /* lowest gain of bins 3..63, last four frames, oldest first */
+    Kvo32f noiseMean;          /* mean of the signal over noise frames */
+    Kvo32f dcEstimate;         /* mean of the signal over candidate frames */
+    Kvo32f longRatio;          /* allowed rise of the long-term power */
+    Kvo32s level;              /* suppression level 0 to 5 */
+    Kvo32s smoothMode;         /* -1 adaptive FIR, 0 fixed FIR, 1 no FIR */
+    Kvo32s refPower, micPower; /* smoothed integer powers of the moderate detector */
+    Kvo32s refFactor, noiseFactor; /* gate factors in tenths */
+} KvoFilterNoise32fState;
 
 #ifdef __cplusplus
 }

@@ -46,3 +46,21 @@ $gen "$root/numeric" apps/coders g729_filter_tables a140 b140 a100 b100
 $gen "$root/g729" apps/coders g729_tables freq_prev_reset map1 map2
 $gen "$root/g729" src/g729 hybrid_tables hw
 $gen "$root/g729" apps/coders g729d_tables map1_6k map2_6k
+$gen "$root/g7221" src/g72x g7221_tables \
+    cnstSamples2MLT_G722_7kHz cnstSamples2MLT_G722_14kHz \
+    cnstMLT2Samples_G722_7kHz cnstMLT2Samples_G722_14kHz \
+    cnstAnalBias_G722 cnstSynthesisBias7khz_G722 cnstDither_G722_7kHz cnstDither_G722_14kHz \
+    cnstCosSinFwd_G722 cosTable dct_core_a=cnstDct10Fwd_G722 dct_core_s=cnstDct10Inv_G722 \
+    cnstStdDeviationInv_G722 \
+    cnstMltSqvhBitcountCtg0_G722 cnstMltSqvhBitcountCtg1_G722 cnstMltSqvhBitcountCtg2_G722 \
+    cnstMltSqvhBitcountCtg3_G722 cnstMltSqvhBitcountCtg4_G722 cnstMltSqvhBitcountCtg5_G722 \
+    cnstMltSqvhBitcountCtg6_G722 \
+    cnstMltSqvhCodeCtg0_G722 cnstMltSqvhCodeCtg1_G722 cnstMltSqvhCodeCtg2_G722 \
+    cnstMltSqvhCodeCtg3_G722 cnstMltSqvhCodeCtg4_G722 cnstMltSqvhCodeCtg5_G722 \
+    cnstMltSqvhCodeCtg6_G722
+$gen "$root/g728" src/g728 g728_tables shape_all g2 gsq
+$gen "$root/g728" apps/coders g728_coder_tables \
+    shape_all=coder_g728_shape g2=coder_g728_g2 wnr=coder_g728_wnr wnrg=coder_g728_wnrg \
+    wnrw=coder_g728_wnrw g728fp_iw=coder_g728_iw g728fp_iwg=coder_g728_iwg \
+    iwwz=coder_g728_iwwz iwwp=coder_g728_iwwp iwpfz=coder_g728_iwpfz iwpfp=coder_g728_iwpfp
+$gen "$root/numeric" apps/coders g729b_tables Log2Table

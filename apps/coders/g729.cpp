@@ -23,6 +23,7 @@
 // of the library (sharpening, taming, index coding, memory updates) follow
 // the Recommendation's saturating 16/32-bit basic operations.
 #include "coders/g729.h"
+#include "coders/g729_state.h"
 
 #include <algorithm>
 #include <cstring>
@@ -41,17 +42,7 @@ const int kParamBits6k[kParams] = {8, 10, 8, 0, 9, 2, 6, 4, 9, 2, 6};
 
 namespace {
 
-constexpr int kOrder = 10;
-constexpr int kPitMin = 20;
-constexpr int kPitMax = 143;
-constexpr int kExcHistory = 154;  // largest lag 144 plus the interpolation reach
-constexpr int kSharpMin = 3277;   // 0.2 in Q14
-constexpr int kSharpMax = 13017;  // 0.8 in Q14
-constexpr int kGpClip = 15564;    // 0.95 in Q14: pitch gain limit while taming
-
-// The LSP vector both sides start from (the Recommendation's initial state).
-constexpr Kvo16s kLspStart[kOrder] = {30000, 26000, 21000,  15000,  8000,
-                                      0,     -8000, -15000, -21000, -26000};
+constexpr int kGpClip = 15564;  // 0.95 in Q14: pitch gain limit while taming
 
 // ---- saturating basic operations for the steps the coder does itself ----
 inline Kvo16s sat16(int64_t v) {
@@ -195,31 +186,12 @@ void resetLsfHistory(Kvo16s* prevFreq) {
 
 // ============================ encoder ===================================
 
-struct EncoderState {
-    bool annexA;
-    KvoHighPassState_G729 hp;
-    Kvo16s speech[240] = {};                // window; frame at 120, new samples at 160
-    Kvo16s wsp[kPitMax + kFrame] = {};      // weighted speech, frame at 143
-    Kvo16s exc[kExcHistory + kFrame] = {};  // excitation, frame at 154
-    Kvo16s lpc[kOrder + 1] = {4096};        // last stable unquantised A(z)
-    Kvo16s rc[2] = {};                      // its first two reflection coefficients
-    Kvo16s lspOld[kOrder], lspOldQ[kOrder];
-    Kvo16s prevFreq[4 * kOrder];
-    Kvo16s energyErr[4] = {-14336, -14336, -14336, -14336};
-    Kvo16s memW[kOrder] = {}, memW0[kOrder] = {}, memSyn[kOrder] = {};
-    Kvo16s err[kOrder + kSubframe] = {};  // error signal; [0..9] is its filter memory
-    Kvo16s sharp = kSharpMin;
-    Kvo16s searchTimes = 0;
-    Kvo32s excErr[4] = {0x4000, 0x4000, 0x4000, 0x4000};  // taming: worst gain products, Q14
-    Kvo16s smooth = 1, larOld[2] = {};                    // G.729 weighting state
-
-    explicit EncoderState(bool a) : annexA(a) {
-        initHighPass(&hp, kvo::tab::a140, kvo::tab::b140);
-        std::memcpy(lspOld, kLspStart, sizeof lspOld);
-        std::memcpy(lspOldQ, kLspStart, sizeof lspOldQ);
-        resetLsfHistory(prevFreq);
-    }
-};
+EncoderState::EncoderState(bool a) : annexA(a) {
+    initHighPass(&hp, kvo::tab::a140, kvo::tab::b140);
+    std::memcpy(lspOld, kLspStart, sizeof lspOld);
+    std::memcpy(lspOldQ, kLspStart, sizeof lspOldQ);
+    resetLsfHistory(prevFreq);
+}
 
 namespace {
 
@@ -309,10 +281,10 @@ void perceptualGammas(EncoderState& s, const Kvo16s* lsfInt, const Kvo16s* lsfNe
 // LP analysis of the window: autocorrelation, lag window, Levinson-Durbin
 // (the previous filter is kept when the recursion gives up), LSPs.
 bool lpAnalysis(EncoderState& s, Kvo16s* lspNew) {
-    Kvo32s r[13];
-    Kvo16s norm;
-    if (!ok(kvosAutoCorr_G729B(s.speech, &norm, r))) return false;
-    if (!ok(kvosLagWindow_G729_32s_I(r + 1, kOrder))) return false;
+    Kvo32s* r = s.acf;
+    if (!ok(kvosAutoCorr_G729B(s.speech, &s.acfNorm, r))) return false;
+    std::memcpy(s.acfRaw, r, sizeof s.acfRaw);
+    if (!ok(kvosLagWindow_G729_32s_I(r + 1, 12))) return false;
     Kvo16s a[kOrder + 1], rc[kOrder], residual;
     if (kvosLevinsonDurbin_G729_32s16s(r, kOrder, a, rc, &residual) == kvoOk) {
         std::memcpy(s.lpc, a, sizeof a);
@@ -371,18 +343,26 @@ Encoder::~Encoder() {
 }
 
 bool Encoder::frame(const int16_t* pcm, int16_t* prm, Rate rate) {
+    Kvo16s lspNew[kOrder];
+    return analyse(pcm, lspNew) && codeActive(lspNew, prm, rate);
+}
+
+bool Encoder::analyse(const int16_t* pcm, Kvo16s* lspNew) {
+    EncoderState& s = *s_;
+    // Pre-processing: 140 Hz high-pass with the halving folded into its gains.
+    std::memcpy(s.speech + 160, pcm, kFrame * sizeof(Kvo16s));
+    if (!ok(kvosHighPassFilter_G729_16s_ISfs(s.speech + 160, kFrame, 12, &s.hp))) return false;
+    return lpAnalysis(s, lspNew);
+}
+
+bool Encoder::codeActive(const Kvo16s* lspNew, int16_t* prm, Rate rate) {
     EncoderState& s = *s_;
     const bool low = rate == Rate::k6k4 && !s.annexA;
     Kvo16s* speech = s.speech + 120;
     Kvo16s* exc = s.exc + kExcHistory;
 
-    // Pre-processing: 140 Hz high-pass with the halving folded into its gains.
-    std::memcpy(s.speech + 160, pcm, kFrame * sizeof(Kvo16s));
-    if (!ok(kvosHighPassFilter_G729_16s_ISfs(s.speech + 160, kFrame, 12, &s.hp))) return false;
-
-    // LP analysis, LSP quantisation and interpolation.
-    Kvo16s lspNew[kOrder], lspNewQ[kOrder], code2[2];
-    if (!lpAnalysis(s, lspNew)) return false;
+    // LSP quantisation and interpolation.
+    Kvo16s lspNewQ[kOrder], code2[2];
     kvosLSPQuant_G729_16s(lspNew, s.prevFreq, lspNewQ, code2);
     prm[0] = code2[0];
     prm[1] = code2[1];
@@ -395,7 +375,7 @@ bool Encoder::frame(const int16_t* pcm, int16_t* prm, Rate rate) {
         weightedSpeech(s, lspNew, a, ap);
     else
         weightedSpeechA(s, aq, ap);
-    std::memcpy(s.lspOld, lspNew, sizeof lspNew);
+    std::memcpy(s.lspOld, lspNew, kOrder * sizeof(Kvo16s));
     std::memcpy(s.lspOldQ, lspNewQ, sizeof lspNewQ);
     Kvo16s tOp;
     if (!ok(s.annexA ? kvosOpenLoopPitchSearch_G729A_16s(wsp, &tOp)
@@ -521,41 +501,66 @@ bool Encoder::frame(const int16_t* pcm, int16_t* prm, Rate rate) {
     return true;
 }
 
+void Encoder::updateTamingRecord(Kvo16s gp, int t0) {
+    updateTaming(*s_, gp, t0);
+}
+
+void Encoder::updateInactive(const Kvo16s* lspNew, const Kvo16s* aq) {
+    EncoderState& s = *s_;
+    const Kvo16s* speech = s.speech + 120;
+    const Kvo16s* exc = s.exc + kExcHistory;
+    if (!s.annexA) {
+        // G.729: weighted speech through the adaptive weighting filters, then
+        // the error signal of the comfort noise's synthesis and its weighted
+        // version for the target memories.
+        Kvo16s a[2 * (kOrder + 1)], ap[4 * (kOrder + 1)];
+        weightedSpeech(s, lspNew, a, ap);
+        for (int k = 0; k < 2; ++k) {
+            const int i0 = 40 * k;
+            Kvo16s synth[kSubframe], xn[kSubframe];
+            kvosSynthesisFilter_NR_16s_Sfs(aq + 11 * k, exc + i0, synth, kSubframe, 12, s.memSyn);
+            std::memcpy(s.memSyn, synth + kSubframe - kOrder, sizeof s.memSyn);
+            for (int i = 0; i < kSubframe; ++i) s.err[kOrder + i] = sub(speech[i0 + i], synth[i]);
+            kvosResidualFilter_G729_16s(s.err + kOrder, ap + 22 * k, xn);
+            kvosSynthesisFilter_NR_16s_ISfs(ap + 22 * k + 11, xn, kSubframe, 12, s.memW0);
+            std::memcpy(s.memW0, xn + kSubframe - kOrder, sizeof s.memW0);
+            std::memcpy(s.err, s.err + kSubframe, kOrder * sizeof(Kvo16s));
+        }
+    } else {
+        // Annex A: residual of the quantised filter through 1/(A(z/0.75)(1 - 0.7 z^-1))
+        // for the weighted speech, and residual minus excitation through
+        // 1/A(z/0.75) for the target memory.
+        Kvo16s* wsp = s.wsp + kPitMax;
+        for (int k = 0; k < 2; ++k) {
+            const int i0 = 40 * k;
+            Kvo16s res[kSubframe], ap[kOrder + 1], a1[kOrder + 1], xn[kSubframe], y[kSubframe];
+            kvosResidualFilter_G729_16s(speech + i0, aq + 11 * k, res);
+            weightAz(aq + 11 * k, 24576, ap);
+            a1[0] = 4096;
+            for (int i = 1; i <= kOrder; ++i) a1[i] = sub(ap[i], mult(ap[i - 1], 22938));
+            kvosSynthesisFilter_NR_16s_Sfs(a1, res, wsp + i0, kSubframe, 12, s.memW);
+            std::memcpy(s.memW, wsp + i0 + kSubframe - kOrder, sizeof s.memW);
+            for (int i = 0; i < kSubframe; ++i) xn[i] = sub(res[i], exc[i0 + i]);
+            kvosSynthesisFilter_NR_16s_Sfs(ap, xn, y, kSubframe, 12, s.memW0);
+            std::memcpy(s.memW0, y + kSubframe - kOrder, sizeof s.memW0);
+        }
+    }
+    std::memcpy(s.lspOld, lspNew, kOrder * sizeof(Kvo16s));
+    s.sharp = kSharpMin;
+    std::memmove(s.speech, s.speech + kFrame, (240 - kFrame) * sizeof(Kvo16s));
+    std::memmove(s.wsp, s.wsp + kFrame, kPitMax * sizeof(Kvo16s));
+    std::memmove(s.exc, s.exc + kFrame, kExcHistory * sizeof(Kvo16s));
+}
+
 // ============================ decoder ===================================
 
-struct DecoderState {
-    bool annexA;
-    Kvo16s exc[kExcHistory + kFrame] = {};
-    Kvo16s synth[kOrder + kFrame] = {};  // [0..9]: the last synthesis samples of the last frame
-    Kvo16s memSyn[kOrder] = {};
-    Kvo16s lspOld[kOrder];
-    Kvo16s prevFreq[4 * kOrder];
-    Kvo16s prevLsf[kOrder];
-    Kvo16s prevMa = 0;
-    Kvo16s energyErr[4] = {-14336, -14336, -14336, -14336};
-    Kvo16s gains[2] = {};
-    Kvo16s sharp = kSharpMin;
-    Kvo16s oldT0 = 60;
-    Kvo16s seed = 21845;
-    Kvo16s voicing = 60;
-    // Post filter.
-    Kvo16s res2[kExcHistory + kSubframe] = {};  // residual of A(z/0.55); subframe at 154
-    Kvo16s stp[kOrder + kSubframe] = {};        // short-term filter output; [0..9] memory
-    Kvo16s pre[1 + kSubframe] = {};             // Annex A tilt: [0] is its memory
-    Kvo16s memSynPst[kOrder] = {};
-    Kvo16s gainPrec;
-    KvoHighPassState_G729 hp;
-    KvoPhaseDispersionState_G729D phd;  // Annex D anti-sparseness
-    Rate rate = Rate::k8k;              // rate of the last good frame
-
-    explicit DecoderState(bool a) : annexA(a), gainPrec(a ? 4096 : 16384) {
-        kvosPhaseDispersionInit_G729D_16s(&phd);
-        std::memcpy(lspOld, kLspStart, sizeof lspOld);
-        resetLsfHistory(prevFreq);
-        std::memcpy(prevLsf, kvo::tab::freq_prev_reset, sizeof prevLsf);
-        initHighPass(&hp, kvo::tab::a100, kvo::tab::b100);
-    }
-};
+DecoderState::DecoderState(bool a) : annexA(a), gainPrec(a ? 4096 : 16384) {
+    kvosPhaseDispersionInit_G729D_16s(&phd);
+    std::memcpy(lspOld, kLspStart, sizeof lspOld);
+    resetLsfHistory(prevFreq);
+    std::memcpy(prevLsf, kvo::tab::freq_prev_reset, sizeof prevLsf);
+    initHighPass(&hp, kvo::tab::a100, kvo::tab::b100);
+}
 
 namespace {
 
@@ -593,13 +598,18 @@ void decodeLag(int index, int k, int* t0, int* frac, bool rate6k = false) {
 
 // G.729 post filter of one subframe: A(z/0.55) residual, long-term filter at
 // 1/8 resolution, short-term filter with tilt compensation, gain control.
-bool postFilter(DecoderState& s, const Kvo16s* syn, const Kvo16s* az, int t0, Kvo16s* out,
-                Kvo16s* voice) {
+bool postFilter(DecoderState& s, const Kvo16s* syn, const Kvo16s* az, int t0, int frameType,
+                Kvo16s* out, Kvo16s* voice) {
     Kvo16s ap2[kOrder + 1], ltp[kSubframe], h[20], mem[kOrder];
     Kvo16s* res = s.res2 + kExcHistory;
-    weightAz(az, 18022, ap2);
-    kvosResidualFilter_G729_16s(syn, ap2, res);
-    if (!ok(kvosLongTermPostFilter_G729_16s(16384, t0, res, ltp, voice))) return false;
+    if (frameType == 1) {
+        weightAz(az, 18022, ap2);
+        kvosResidualFilter_G729_16s(syn, ap2, res);
+        if (!ok(kvosLongTermPostFilter_G729_16s(16384, t0, res, ltp, voice))) return false;
+    } else if (!ok(kvosLongTermPostFilter_G729B_16s(t0, syn, az, s.res2, ltp, voice,
+                                                    static_cast<Kvo16s>(frameType)))) {
+        return false;  // an inactive frame: residual only, no long-term filter
+    }
     kvosShortTermPostFilter_G729_16s(az, ltp, s.stp + kOrder, h);
     std::memcpy(mem, s.stp + kSubframe, sizeof mem);
     kvosTiltCompensation_G729_16s(h, s.stp + kOrder);
@@ -611,11 +621,17 @@ bool postFilter(DecoderState& s, const Kvo16s* syn, const Kvo16s* az, int t0, Kv
 
 // Annex A post filter of one subframe: harmonic filter on the A(z/0.55)
 // residual, tilt compensation, 1/A(z/0.7), gain control.
-bool postFilterA(DecoderState& s, const Kvo16s* syn, const Kvo16s* az, int t0, Kvo16s* out) {
-    Kvo16s ap[2 * (kOrder + 1)];
+bool postFilterA(DecoderState& s, const Kvo16s* syn, const Kvo16s* az, int t0, int frameType,
+                 Kvo16s* out) {
+    Kvo16s ap[2 * (kOrder + 1)], voice;
     weightAz(az, 18022, ap);
     weightAz(az, 22938, ap + kOrder + 1);
-    if (!ok(kvosLongTermPostFilter_G729A_16s(t0, syn, ap, s.res2, s.pre + 1))) return false;
+    if (frameType == 1) {
+        if (!ok(kvosLongTermPostFilter_G729A_16s(t0, syn, ap, s.res2, s.pre + 1))) return false;
+    } else if (!ok(kvosLongTermPostFilter_G729B_16s(t0, syn, az, s.res2, s.pre + 1, &voice,
+                                                    static_cast<Kvo16s>(frameType)))) {
+        return false;  // an inactive frame: residual only, no harmonic filter
+    }
     kvosTiltCompensation_G729A_16s(ap, s.pre + 1);
     kvosSynthesisFilter_NR_16s_Sfs(ap + kOrder + 1, s.pre + 1, out, kSubframe, 12, s.memSynPst);
     std::memcpy(s.memSynPst, out + kSubframe - kOrder, sizeof s.memSynPst);
@@ -630,7 +646,13 @@ Decoder::~Decoder() {
     delete s_;
 }
 
-bool Decoder::frame(const int16_t* prmIn, bool erased, int16_t* pcm, Rate rate) {
+bool Decoder::frame(const int16_t* prm, bool erased, int16_t* pcm, Rate rate) {
+    Kvo16s az[2 * (kOrder + 1)];
+    int t0Sub[2];
+    return synthesise(prm, erased, az, t0Sub, rate) && postProcess(az, t0Sub, 1, pcm, rate);
+}
+
+bool Decoder::synthesise(const int16_t* prmIn, bool erased, Kvo16s* az, int* t0Sub, Rate rate) {
     DecoderState& s = *s_;
     // 11.8 kbit/s forward mode: the 8 kbit/s words plus ten 7-bit track words.
     const int16_t* tracks = nullptr;
@@ -654,7 +676,7 @@ bool Decoder::frame(const int16_t* prmIn, bool erased, int16_t* pcm, Rate rate) 
     const bool parityError = !erased && !low && ((pitchParity(prm[2]) ^ prm[3]) & 1);
 
     // LSP decode, or the erased frame's history update on the last LSFs.
-    Kvo16s lsf[kOrder], lspNew[kOrder], az[2 * (kOrder + 1)];
+    Kvo16s lsf[kOrder], lspNew[kOrder];
     if (!erased) {
         const Kvo16s idx[4] = {
             static_cast<Kvo16s>((prm[0] >> 7) & 1), static_cast<Kvo16s>(prm[0] & 127),
@@ -670,7 +692,7 @@ bool Decoder::frame(const int16_t* prmIn, bool erased, int16_t* pcm, Rate rate) 
     interpolateLpc(s.lspOld, lspNew, az);
     std::memcpy(s.lspOld, lspNew, sizeof lspNew);
 
-    int t0 = s.oldT0, frac = 0, t0Sub[2];
+    int t0 = s.oldT0, frac = 0;
     for (int k = 0; k < 2; ++k) {
         const int i0 = 40 * k;
         // Adaptive vector: decoded lag, or the last lag for a lost one.
@@ -736,21 +758,32 @@ bool Decoder::frame(const int16_t* prmIn, bool erased, int16_t* pcm, Rate rate) 
         if (kvosSynthesisFilter_NR_16s_Sfs(a, excSyn, synth + i0, kSubframe, 12, s.memSyn) ==
             kvoWarnOverflow) {
             for (Kvo16s& e : s.exc) e = static_cast<Kvo16s>(e >> 2);
-            for (Kvo16s& e : excPh) e = static_cast<Kvo16s>(e >> 2);
+            if (low)
+                for (Kvo16s& e : excPh) e = static_cast<Kvo16s>(e >> 2);
             kvosSynthesisFilter_NR_16s_Sfs(a, excSyn, synth + i0, kSubframe, 12, s.memSyn);
         }
         std::memcpy(s.memSyn, synth + i0 + kSubframe - kOrder, sizeof s.memSyn);
     }
 
+    return true;
+}
+
+bool Decoder::postProcess(const Kvo16s* az, const int* t0Sub, int frameType, int16_t* pcm,
+                          Rate rate) {
+    DecoderState& s = *s_;
+    const bool perSubframeLag = rate == Rate::k11k8;
+    Kvo16s* synth = s.synth + kOrder;
     // Post filter, subframe by subframe, and post-processing.
     Kvo16s voicing = 0;
     for (int k = 0; k < 2; ++k) {
         const int i0 = 40 * k;
         if (s.annexA) {
-            if (!postFilterA(s, synth + i0, az + 11 * k, t0Sub[k], pcm + i0)) return false;
+            if (!postFilterA(s, synth + i0, az + 11 * k, t0Sub[k], frameType, pcm + i0))
+                return false;
         } else {
             Kvo16s v;
-            if (!postFilter(s, synth + i0, az + 11 * k, t0Sub[tracks ? k : 0], pcm + i0, &v))
+            if (!postFilter(s, synth + i0, az + 11 * k, t0Sub[perSubframeLag ? k : 0], frameType,
+                            pcm + i0, &v))
                 return false;
             if (v != 0) voicing = v;
         }

@@ -47,6 +47,18 @@ class Encoder {
     bool frame(const int16_t* pcm, int16_t* prm) { return frame(pcm, prm, Rate::k8k); }
     // The same at a chosen rate (main body only: Annex A has no 6.4 kbit/s mode).
     bool frame(const int16_t* pcm, int16_t* prm, Rate rate);
+    // The two halves of frame(), for the Annex B coder: pre-processing and LP
+    // analysis giving the frame's LSPs (the same at every rate), then the
+    // coding of an active frame at the given rate (Annex B uses 8 kbit/s).
+    bool analyse(const int16_t* pcm, Kvo16s* lspNew);
+    bool codeActive(const Kvo16s* lspNew, int16_t* prm, Rate rate = Rate::k8k);
+    // The memories of an inactive (comfort-noise) frame whose excitation and
+    // quantised filters aq the Annex B coder has set: weighted speech, filter
+    // memories, pitch sharpening, then the shift to the next frame.
+    void updateInactive(const Kvo16s* lspNew, const Kvo16s* aq);
+    // Taming record after a subframe of pitch gain gp (Q14) and lag t0.
+    void updateTamingRecord(Kvo16s gp, int t0);
+    EncoderState& state() { return *s_; }
 
   private:
     EncoderState* s_;
@@ -64,6 +76,16 @@ class Decoder {
     }
     // The same at the frame's rate (an erased frame keeps the last good one).
     bool frame(const int16_t* prm, bool erased, int16_t* pcm, Rate rate);
+    // The two halves of frame(), for the Annex B coder: the synthesis of an
+    // active frame at its rate (az: both subframes' filters, t0: their lags),
+    // then post filter and post-processing of any frame (frameType 1 active,
+    // 0 and 2 inactive: no long-term post filter) and the shift of the
+    // memories; postProcess takes the rate synthesise was given (at
+    // 11.8 kbit/s each subframe's long-term post filter uses its own lag).
+    bool synthesise(const int16_t* prm, bool erased, Kvo16s* az, int* t0, Rate rate = Rate::k8k);
+    bool postProcess(const Kvo16s* az, const int* t0, int frameType, int16_t* pcm,
+                     Rate rate = Rate::k8k);
+    DecoderState& state() { return *s_; }
 
   private:
     DecoderState* s_;

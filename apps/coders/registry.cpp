@@ -13,7 +13,10 @@ extern const Coder kG729E;
 extern const Coder kG729I;
 extern const Coder kG726;
 extern const Coder kG722;
+extern const Coder kG728;
 extern const Coder kGsmFr;
+extern const Coder kG729AB;
+extern const Coder kG729B;
 
 const std::vector<const Coder*>& all_coders() {
     static const std::vector<const Coder*> list = {
@@ -24,7 +27,10 @@ const std::vector<const Coder*>& all_coders() {
         &kG729I,
         &kG726,
         &kG722,
+        &kG728,
         &kGsmFr,
+        &kG729AB,
+        &kG729B,
     };
     return list;
 }

@@ -19,6 +19,7 @@
 //   ownLspCompose        quantised LSF from a code vector and the history
 //   ownLspStability      ordering and limit pass; returns the warning flags
 //   ownLspPushHistory    history shift with a new row 0
+//   ownLspFirstStage, ownLspSecondStage   the two codebook searches (and Plain twins)
 //   ownRelspwed          two-predictor two-stage search of G.729 and annex E
 //   ownMLSearch1, ownMLSearch2   the annex B silence-descriptor searches
 //   _kvosLSFDecode_G729E_16s -> kvo::kvosLSFDecode_G729E_16s_
@@ -83,6 +84,18 @@ void ownLspPushHistory(Kvo16s* pHist, const Kvo16s* pRow);
 void ownRelspwed(const Kvo16s* pLSF, const LspPredictor* fg, const Kvo16s* pHist,
                  const Kvo16s (*fgSum)[kLspOrder], const Kvo16s (*fgSumInv)[kLspOrder],
                  Kvo16s* pIdx);
+
+// First stage of the main quantiser: the LSPCode1 row nearest to the target
+// pR by the saturated squared distance (the first of equals).  The Plain twin
+// is the ordered scalar form; both give the same index for any input.
+int ownLspFirstStage(const Kvo16s* pR);
+int ownLspFirstStagePlain(const Kvo16s* pR);
+
+// Second stage: the LSPCode2 rows nearest to pE on elements 0..4 (pLow) and
+// 5..9 (pHigh) by the pW-weighted distance.  Weights must lie in 0..32767
+// (as ownLspWeights gives them); Plain is the ordered scalar twin.
+void ownLspSecondStage(const Kvo16s* pE, const Kvo16s* pW, int* pLow, int* pHigh);
+void ownLspSecondStagePlain(const Kvo16s* pE, const Kvo16s* pW, int* pLow, int* pHigh);
 
 // Annex B first stage: the four best (predictor, PtrTab_1 row) pairs by the
 // Mp-weighted squared distance of targets pR[2][10].  pPred, pRow receive the

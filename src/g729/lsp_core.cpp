@@ -16,6 +16,8 @@
 //    to 16 bits, and so does the final + 2048.
 #include "g729/lsp.h"
 
+#include <emmintrin.h>
+
 #include <cstring>
 
 #include "g729/lsp_tables.h"
@@ -41,8 +43,40 @@ constexpr Kvo32s clampDist(Kvo64s s) {
     return s > INT32_MAX ? INT32_MAX : static_cast<Kvo32s>(s);
 }
 
-// First stage: the row of LSPCode1 nearest to r, plain squared distance.
-int firstStage(const Kvo16s* r) {
+// Unsigned sum of the four 32-bit lanes of a and the first two of b, exact in 64 bits.
+inline Kvo64u laneSum64(__m128i a, __m128i b) {
+    const __m128i z = _mm_setzero_si128();
+    __m128i s = _mm_add_epi64(_mm_unpacklo_epi32(a, z), _mm_unpackhi_epi32(a, z));
+    s = _mm_add_epi64(s, _mm_unpacklo_epi32(b, z));
+    s = _mm_add_epi64(s, _mm_unpackhi_epi64(s, s));
+    return static_cast<Kvo64u>(_mm_cvtsi128_si64(s));
+}
+
+// Ten Q13 values as eight lanes and two (the upper lanes of the second zero).
+inline void load10(const Kvo16s* v, __m128i& v0, __m128i& v1) {
+    Kvo32s tail;
+    std::memcpy(&tail, v + 8, sizeof tail);
+    v0 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(v));
+    v1 = _mm_cvtsi32_si128(tail);
+}
+
+// (w t) >> 15 per lane from the two halves of the 32-bit product; exact while
+// the result fits 16 bits (w non-negative, as the distance weights are).
+inline __m128i multQ15(__m128i w, __m128i t) {
+    const __m128i lo = _mm_mullo_epi16(w, t), hi = _mm_mulhi_epi16(w, t);
+    return _mm_or_si128(_mm_slli_epi16(hi, 1), _mm_srli_epi16(lo, 15));
+}
+
+// The distances below are doubled sums of non-negative terms S clamped at
+// 0x7fffffff, and a candidate must beat the running best strictly, which
+// starts at 0x7fffffff: a clamped distance (S >= 2^30) can never win, and
+// below that 2S < 2S' exactly when S < S'.  The vector forms therefore compare
+// the exact sums S against a best that starts at 2^30.
+constexpr Kvo64u kDistSatHalf = Kvo64u{1} << 30;
+
+}  // namespace
+
+int ownLspFirstStagePlain(const Kvo16s* r) {
     Kvo32s best = INT32_MAX;
     int cand = 0;
     for (int i = 0; i < 128; ++i) {
@@ -61,9 +95,27 @@ int firstStage(const Kvo16s* r) {
     return cand;
 }
 
-// Second stage: both halves of LSPCode2 against e = r - first-stage row, in one
-// pass, each half with its own best.  Term: 2 mult(w, t) t, t = e - c.
-void secondStage(const Kvo16s* e, const Kvo16s* w, int* pLow, int* pHigh) {
+// t = r - c saturated per lane; t^2 summed in pairs is at most 2^31, exact as
+// an unsigned lane (the -32768 pair included).
+int ownLspFirstStage(const Kvo16s* r) {
+    __m128i r0, r1;
+    load10(r, r0, r1);
+    Kvo64u best = kDistSatHalf;
+    int cand = 0;
+    for (int i = 0; i < 128; ++i) {
+        __m128i c0, c1;
+        load10(tab::LSPCode1[i], c0, c1);
+        const __m128i t0 = _mm_subs_epi16(r0, c0), t1 = _mm_subs_epi16(r1, c1);
+        const Kvo64u s = laneSum64(_mm_madd_epi16(t0, t0), _mm_madd_epi16(t1, t1));
+        if (s < best) {
+            best = s;
+            cand = i;
+        }
+    }
+    return cand;
+}
+
+void ownLspSecondStagePlain(const Kvo16s* e, const Kvo16s* w, int* pLow, int* pHigh) {
     Kvo32s bestLo = INT32_MAX, bestHi = INT32_MAX;
     int lo = 0, hi = 0;
     for (int i = 0; i < 32; ++i) {
@@ -90,6 +142,44 @@ void secondStage(const Kvo16s* e, const Kvo16s* w, int* pLow, int* pHigh) {
     *pLow = lo;
     *pHigh = hi;
 }
+
+// u = (w t) >> 15 has the sign of t and |u t| < 2^30, so each term is one
+// exact 32-bit product; elements 0..4 and 5..9 are summed apart in 64 bits.
+
+void ownLspSecondStage(const Kvo16s* e, const Kvo16s* w, int* pLow, int* pHigh) {
+    __m128i e0, e1, w0, w1;
+    load10(e, e0, e1);
+    load10(w, w0, w1);
+    const __m128i lane0 = _mm_cvtsi32_si128(-1);
+    Kvo64u bestLo = kDistSatHalf, bestHi = kDistSatHalf;
+    int lo = 0, hi = 0;
+    for (int i = 0; i < 32; ++i) {
+        __m128i c0, c1;
+        load10(tab::LSPCode2[i], c0, c1);
+        const __m128i t0 = _mm_subs_epi16(e0, c0), t1 = _mm_subs_epi16(e1, c1);
+        const __m128i u0 = multQ15(w0, t0), u1 = multQ15(w1, t1);
+        const __m128i pl0 = _mm_mullo_epi16(u0, t0), ph0 = _mm_mulhi_epi16(u0, t0);
+        const __m128i pl1 = _mm_mullo_epi16(u1, t1), ph1 = _mm_mulhi_epi16(u1, t1);
+        const __m128i p03 = _mm_unpacklo_epi16(pl0, ph0);  // elements 0..3
+        const __m128i p47 = _mm_unpackhi_epi16(pl0, ph0);  // elements 4..7
+        const __m128i p89 = _mm_unpacklo_epi16(pl1, ph1);  // elements 8, 9, then zeros
+        // Low half: 0..3 and 4; high half: 5..7 and 8, 9.
+        const Kvo64u sl = laneSum64(p03, _mm_and_si128(p47, lane0));
+        const Kvo64u sh = laneSum64(_mm_andnot_si128(lane0, p47), p89);
+        if (sl < bestLo) {
+            bestLo = sl;
+            lo = i;
+        }
+        if (sh < bestHi) {
+            bestHi = sh;
+            hi = i;
+        }
+    }
+    *pLow = lo;
+    *pHigh = hi;
+}
+
+namespace {
 
 // Weighted distance of a predictor's reconstruction y to its target r:
 // t = mult(y - r, fgSum), then 2 t sat16((w t) >> 11) summed.
@@ -227,9 +317,9 @@ void ownRelspwed(const Kvo16s* pLSF, const LspPredictor* fg, const Kvo16s* pHist
     for (int p = 0; p < 2; ++p) {
         Kvo16s r[kLspOrder], e[kLspOrder], y[kLspOrder];
         ownLspTarget(pLSF, pHist, fg[p], fgSumInv[p], r);
-        cand[p] = firstStage(r);
+        cand[p] = ownLspFirstStage(r);
         for (int j = 0; j < kLspOrder; ++j) e[j] = sub16(r[j], tab::LSPCode1[cand[p]][j]);
-        secondStage(e, w, &low[p], &high[p]);
+        ownLspSecondStage(e, w, &low[p], &high[p]);
         ownLspGetQuant(cand[p], low[p], high[p], y);
         dist[p] = predictorDistance(w, y, r, fgSum[p]);
     }

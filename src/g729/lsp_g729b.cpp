@@ -40,7 +40,8 @@ constexpr Kvo16s distHi(Kvo64s s) {
     return static_cast<Kvo16s>((s > INT32_MAX ? INT32_MAX : s) >> 16);
 }
 
-// Code vector of an annex B index set after both gap passes.
+// Code vector of an annex B index set.  The silence-descriptor quantiser and
+// decoder run a single gap pass (10), not the main quantiser's 10 then 5.
 void codeVectorB(int first, int second, Kvo16s* y) {
     const Kvo16s* c1 = tab::LSPCode1[tab::PtrTab_1[first]];
     const Kvo16s* lo = tab::LSPCode2[tab::PtrTab_2[0][second]];
@@ -48,7 +49,6 @@ void codeVectorB(int first, int second, Kvo16s* y) {
     for (int j = 0; j < kLspHalf; ++j) y[j] = sat16(Kvo32s{c1[j]} + lo[j]);
     for (int j = kLspHalf; j < kLspOrder; ++j) y[j] = sat16(Kvo32s{c1[j]} + hi[j]);
     ownLspExpand(y, kLspGap1);
-    ownLspExpand(y, kLspGap2);
 }
 
 KvoStatus decodeB(int p, int first, int second, Kvo16s* pPrevFreq, Kvo16s* pDstQLSF) {

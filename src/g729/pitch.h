@@ -77,6 +77,13 @@ Kvo32s dotChain(const Kvo16s* a, const Kvo16s* b, int n, Kvo32s s0, bool& ovf);
 // i.e. sat16 of the doubled chain over Q12 coefficients.  len at most kMaxLen.
 void convolveQ12(const Kvo16s* x, const Kvo16s* h, Kvo16s* y, int len);
 
+// Backward-filtered target of the annex A closed-loop search (40 samples): the
+// doubled chains over j >= i of x[j] h[j - i], normalised so that the largest
+// magnitude (0x80000000 counting as 0x7fffffff) fits 14 bits, low 16 bits of
+// each shifted sum.  Plain is the ordered saturating twin.
+void backwardTarget(const Kvo16s* h, const Kvo16s* x, Kvo16s* d);
+void backwardTargetPlain(const Kvo16s* h, const Kvo16s* x, Kvo16s* d);
+
 // Closed-loop lag window: subframe 0 searches T-3 .. T+3 from the open-loop lag T, subframe 1
 // T-5 .. T+4 from the lag of subframe 0, both kept inside 20 .. 143.
 inline void searchWindow(int T, int subFrame, int* pLower, int* pUpper) {
@@ -97,6 +104,8 @@ inline void searchWindow(int T, int subFrame, int* pLower, int* pUpper) {
 // subframe start of the excitation buffer: lag 1 .. 144 (any lag whose reads stay in the
 // buffer), fraction -1, 0 or 1.  Outputs are written in turn; a short lag reads them back.
 void decodeAdaptiveVector(Kvo16s* pExc, int lag, int fraction, int len = kSubframe);
+// The same by the scalar sums (the twin of the vector form).
+void decodeAdaptiveVectorPlain(Kvo16s* pExc, int lag, int fraction, int len = kSubframe);
 
 // Integer lag of the largest normalised correlation over lower .. upper (pCorr[0] is the value of
 // lag lower - 4); among equal values the highest lag wins.

@@ -6,6 +6,8 @@
 // is the reference's saturating chain in the reference's term order; the only short cut is the
 // adaptive vector's plain sum, taken when a bound on the samples proves that no partial sum of
 // the chain can saturate.
+#include <emmintrin.h>
+
 #include <cstring>
 
 #include "frame/impl.h"
@@ -76,7 +78,61 @@ void convolveQ12(const Kvo16s* x, const Kvo16s* h, Kvo16s* y, int len) {
     }
 }
 
-void decodeAdaptiveVector(Kvo16s* pExc, int lag, int fraction, int len) {
+namespace {
+
+// Normalisation of the backward-filtered target: the largest magnitude
+// (0x80000000 counting as 0x7fffffff) to 14 bits, low 16 bits of each shift.
+void normaliseBackward(const Kvo32s* y32, Kvo16s* d) {
+    Kvo32s max = 0;
+    for (int i = 0; i < kSubframe; ++i) {
+        const Kvo32s s = y32[i];
+        const Kvo32s a = s == INT32_MIN ? INT32_MAX : (s < 0 ? -s : s);
+        if (a > max) max = a;
+    }
+    int n = norm32(max);
+    if (n > 16) n = 16;
+    const int sh = 18 - n;
+    for (int i = 0; i < kSubframe; ++i) d[i] = lo16(y32[i] >> sh);
+}
+
+}  // namespace
+
+void backwardTargetPlain(const Kvo16s* h, const Kvo16s* x, Kvo16s* d) {
+    Kvo32s y32[kSubframe];
+    for (int i = 0; i < kSubframe; ++i) {
+        Kvo32s s = 0;
+        for (int j = i; j < kSubframe; ++j) s = mac(s, x[j], h[j - i]);
+        y32[i] = s;
+    }
+    normaliseBackward(y32, d);
+}
+
+// Every partial sum of every chain is bounded by 2 max|x| sum|h|: within 32
+// bits nothing saturates and the plain sums, taken one tap of h at a time
+// across all outputs (the form that vectorises), are the chains' values.
+void backwardTarget(const Kvo16s* h, const Kvo16s* x, Kvo16s* d) {
+    Kvo32s mx = 0;
+    Kvo64s sh = 0;
+    for (int i = 0; i < kSubframe; ++i) {
+        const Kvo32s ax = x[i] < 0 ? -Kvo32s{x[i]} : x[i];
+        if (ax > mx) mx = ax;
+        sh += h[i] < 0 ? -Kvo32s{h[i]} : h[i];
+    }
+    if (2 * mx * sh > INT32_MAX) {
+        backwardTargetPlain(h, x, d);
+        return;
+    }
+    alignas(16) Kvo32s y32[kSubframe] = {};
+    for (int k = 0; k < kSubframe; ++k) {
+        const Kvo32s hk = h[k];
+        const Kvo16s* xk = x + k;
+        for (int i = 0; i < kSubframe - k; ++i) y32[i] += xk[i] * hk;
+    }
+    for (int i = 0; i < kSubframe; ++i) y32[i] *= 2;
+    normaliseBackward(y32, d);
+}
+
+void decodeAdaptiveVectorPlain(Kvo16s* pExc, int lag, int fraction, int len) {
     const Kvo16s* x0 = pExc - lag;
     int t = -fraction;
     if (t < 0) {
@@ -136,6 +192,84 @@ void decodeAdaptiveVector(Kvo16s* pExc, int lag, int fraction, int len) {
             s = mac(s, x[1 + i], c2[3 * i]);
         }
         pExc[j] = round16(s);
+    }
+}
+
+namespace {
+
+// Sum of 20 products x[k] w[k] by three pair-summing multiplies; exact while
+// the magnitudes sum below 2^31.
+inline Kvo32s dot20(const Kvo16s* x, __m128i w0, __m128i w1, __m128i w2) {
+    Kvo64s tail;
+    std::memcpy(&tail, x + 16, sizeof tail);
+    __m128i p = _mm_madd_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(x)), w0);
+    p = _mm_add_epi32(p,
+                      _mm_madd_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(x + 8)), w1));
+    p = _mm_add_epi32(p, _mm_madd_epi16(_mm_cvtsi64_si128(tail), w2));
+    p = _mm_add_epi32(p, _mm_shuffle_epi32(p, 0x4e));
+    p = _mm_add_epi32(p, _mm_shuffle_epi32(p, 0xb1));
+    return _mm_cvtsi128_si32(p);
+}
+
+}  // namespace
+
+// One bound for the whole vector: m, the largest magnitude of every sample
+// the filter reads (the past, the old contents of the subframe, then each new
+// output as it is written), times sum|w|.  At or below 2^30 - 1 each sample's
+// product magnitudes sum below that, the plain sum is the chain's value and
+// it is taken by the vector dot product; past it, the sample goes the ordered
+// per-sample way (with its own exact magnitude test).
+void decodeAdaptiveVector(Kvo16s* pExc, int lag, int fraction, int len) {
+    const Kvo16s* x0 = pExc - lag;
+    int t = -fraction;
+    if (t < 0) {
+        t += 3;
+        --x0;
+    }
+    const Kvo16s* c1 = tab::inter_3l + t;
+    const Kvo16s* c2 = tab::inter_3l + 3 - t;
+    alignas(16) Kvo16s w[24] = {};
+    for (int i = 0; i < 10; ++i) {
+        w[9 - i] = c1[3 * i];
+        w[10 + i] = c2[3 * i];
+    }
+    Kvo32s sw = 0;
+    for (int k = 0; k < 20; ++k) sw += w[k] < 0 ? -w[k] : w[k];
+    Kvo32s m = 0;
+    for (const Kvo16s* p = x0 - 9; p < x0 + len + 10; ++p) {
+        const Kvo32s v = *p < 0 ? -Kvo32s{*p} : *p;
+        if (v > m) m = v;
+    }
+    const __m128i w0 = _mm_load_si128(reinterpret_cast<const __m128i*>(w));
+    const __m128i w1 = _mm_load_si128(reinterpret_cast<const __m128i*>(w + 8));
+    const __m128i w2 = _mm_load_si128(reinterpret_cast<const __m128i*>(w + 16));
+    for (int j = 0; j < len; ++j) {
+        const Kvo16s* xw = x0 + j - 9;
+        Kvo16s out;
+        if (Kvo64s{m} * sw <= 0x3fffffff) {
+            out = round16(2 * dot20(xw, w0, w1, w2));
+        } else {
+            Kvo64s sum = 0, mag = 0;
+            for (int k = 0; k < 20; ++k) {
+                const Kvo32s p = Kvo32s{xw[k]} * w[k];
+                sum += p;
+                mag += p < 0 ? -Kvo64s{p} : p;
+            }
+            if (mag <= 0x3fffffff) {
+                out = round16(static_cast<Kvo32s>(2 * sum));
+            } else {
+                const Kvo16s* x = x0 + j;
+                Kvo32s s = 0;
+                for (int i = 0; i < 10; ++i) {
+                    s = mac(s, x[-i], c1[3 * i]);
+                    s = mac(s, x[1 + i], c2[3 * i]);
+                }
+                out = round16(s);
+            }
+        }
+        pExc[j] = out;
+        const Kvo32s v = out < 0 ? -Kvo32s{out} : out;
+        if (v > m) m = v;
     }
 }
 

@@ -39,25 +39,6 @@ bool validSearchArgs(Kvo32s valOpenDelay, Kvo16s subFrame) {
     return valOpenDelay >= 18 && valOpenDelay <= 145 && (subFrame == 0 || subFrame == 1);
 }
 
-// Backward-filtered target of the annex A search: the doubled chains sum over j >= i of
-// x[j] h[j - i], normalised so that the largest magnitude (0x80000000 counting as 0x7fffffff)
-// fits 14 bits, low 16 bits of each shifted sum.
-void backwardTarget(const Kvo16s* h, const Kvo16s* x, Kvo16s* d) {
-    Kvo32s y32[kSubframe];
-    Kvo32s max = 0;
-    for (int i = 0; i < kSubframe; ++i) {
-        Kvo32s s = 0;
-        for (int j = i; j < kSubframe; ++j) s = pitch::mac(s, x[j], h[j - i]);
-        y32[i] = s;
-        const Kvo32s a = s == INT32_MIN ? INT32_MAX : (s < 0 ? -s : s);
-        if (a > max) max = a;
-    }
-    int n = norm32(max);
-    if (n > 16) n = 16;
-    const int sh = 18 - n;
-    for (int i = 0; i < kSubframe; ++i) d[i] = lo16(y32[i] >> sh);
-}
-
 }  // namespace
 
 namespace impl {
@@ -98,7 +79,7 @@ KvoStatus kvosAdaptiveCodebookSearch_G729A_16s(Kvo32s valOpenDelay, const Kvo16s
     pitch::searchWindow(valOpenDelay, subFrame, &lower, &upper);
 
     alignas(16) Kvo16s d[kSubframe];
-    backwardTarget(pSrcImpulseResponse, pSrcAdptTarget, d);
+    pitch::backwardTarget(pSrcImpulseResponse, pSrcAdptTarget, d);
     Kvo32s best = INT32_MIN;
     int lag = lower;
     kvosCrossCorrLagMax_Inv_16s_(d, exc, kSubframe, lower, upper, &best, &lag);

@@ -58,6 +58,19 @@ bool synth_sat_ordered(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, i
 // mem may be null for zero history.
 void synth_wrap(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len, const Kvo16s* mem,
                 int scale);
+// The same by the plain tap loop for any order (twin of the order-10 vector form).
+void synth_wrap_plain(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len,
+                      const Kvo16s* mem, int scale);
+// Zero-state impulse response of 1/A(z), order 10: y[0] = a[0], then the
+// wrapping recursion with no input.  Plain is the tap-loop twin.
+void zero_state_response(const Kvo16s* a, Kvo16s* y, int len, int scale);
+void zero_state_response_plain(const Kvo16s* a, Kvo16s* y, int len, int scale);
+
+// G.729 pre/post-processing high-pass (second order, double precision
+// feedback) over x in place at scale 12 or 13, the record updated.  Plain is
+// the general twin.
+void highpass_g729(KvoHighPassState_G729& st, Kvo16s* x, int len, int scale);
+void highpass_g729_plain(KvoHighPassState_G729& st, Kvo16s* x, int len, int scale);
 
 // Saturating residual at scale 12: y[n] from x[n-order .. n].  y must not overlap x.
 void residual_sat(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len);

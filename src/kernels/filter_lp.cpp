@@ -9,6 +9,8 @@
 // saturated outputs).  The residual filters saturate the same way but report nothing.  The
 // wrapping forms (null history, the Low twin, the zero-state response) keep the low 16 bits of
 // the plain 32-bit sum.
+#include <emmintrin.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -132,16 +134,17 @@ int synth_body_fast(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int 
     return synth_body_fast_any<SCALE>(a, order, x, y, n, len, qb, ovf);
 }
 
+// Outputs y[0..n0) are already done (with ovf); the rest by the per-sample bound.
 template <int ORDER, int SCALE>
-bool synth_sat_impl(const Kvo16s* a, int order_rt, const Kvo16s* x, Kvo16s* y, int len,
-                    const Kvo16s* mem) {
+bool synth_sat_from(const Kvo16s* a, int order_rt, const Kvo16s* x, Kvo16s* y, int len,
+                    const Kvo16s* mem, int n0, bool ovf) {
     const int order = ORDER > 0 ? ORDER : order_rt;
     QuietBound qb{abs32(a[0]), 0, 0};
     for (int k = 1; k <= order; ++k) qb.abs_rest += abs32(a[k]);
     for (int j = 0; j < order; ++j) qb.seen(mem[j]);
+    for (int j = 0; j < n0; ++j) qb.seen(y[j]);
 
-    bool ovf = false;
-    int n = 0;
+    int n = n0;
     // Head: the taps reach back into the caller's history.
     for (; n < len && n < order; ++n) {
         const Kvo16s xn = x[n];
@@ -169,13 +172,68 @@ bool synth_sat_impl(const Kvo16s* a, int order_rt, const Kvo16s* x, Kvo16s* y, i
     return ovf;
 }
 
+template <int ORDER, int SCALE>
+bool synth_sat_impl(const Kvo16s* a, int order_rt, const Kvo16s* x, Kvo16s* y, int len,
+                    const Kvo16s* mem) {
+    return synth_sat_from<ORDER, SCALE>(a, order_rt, x, y, len, mem, 0, false);
+}
+
+// Order 10 on a whole-vector bound: with X the largest input magnitude, every
+// output whose taps all stay within ylim = (2^30 - 1 - |a0| X) / sum|a_k| is
+// quiet (as QuietBound), so the loop only checks each new output against ylim
+// and starts from the history in registers, with no head loop.  ylim is kept
+// below 32767, so an output inside it has not saturated and raised no flag.
+// Any grouping of the sum is exact under the bound.  The first output beyond
+// ylim is finished exactly (its own taps were still within the bound) and the
+// per-sample path takes over from the next one.
+template <int SCALE>
+bool synth_sat10(const Kvo16s* a, const Kvo16s* x, Kvo16s* y, int len, const Kvo16s* mem) {
+    Kvo64s abs_rest = 0;
+    for (int k = 1; k <= 10; ++k) abs_rest += abs32(a[k]);
+    Kvo32s xmax = 0, ymax = 0;
+    for (int n = 0; n < len; ++n) xmax = std::max(xmax, abs32(x[n]));
+    for (int j = 0; j < 10; ++j) ymax = std::max(ymax, abs32(mem[j]));
+    const Kvo64s room = Kvo64s{0x3fffffff} - Kvo64s{abs32(a[0])} * xmax;
+    Kvo64s lim = 32766;
+    if (room < 0) return synth_sat_impl<10, SCALE>(a, 10, x, y, len, mem);
+    if (abs_rest > 0) lim = std::min(lim, room / abs_rest);
+    if (ymax > lim) return synth_sat_impl<10, SCALE>(a, 10, x, y, len, mem);
+    const Kvo32s ylim = static_cast<Kvo32s>(lim);
+
+    // Taps 3..10 as one pair-summing multiply over eight 16-bit lanes (lane i:
+    // a[3 + i] and the output i + 3 samples back), taps 1 and 2 in scalars.
+    const __m128i c38 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + 3));
+    __m128i h38 = _mm_setr_epi16(mem[7], mem[6], mem[5], mem[4], mem[3], mem[2], mem[1], mem[0]);
+    const Kvo32s c0 = a[0], c1 = a[1], c2 = a[2];
+    Kvo32s y1 = mem[9], y2 = mem[8];
+    constexpr Kvo32s r = 1 << (SCALE - 1);
+    for (int n = 0; n < len; ++n) {
+        __m128i p = _mm_madd_epi16(h38, c38);
+        p = _mm_add_epi32(p, _mm_shuffle_epi32(p, 0x4e));
+        p = _mm_add_epi32(p, _mm_shuffle_epi32(p, 0xb1));
+        const Kvo32s far = _mm_cvtsi128_si32(p);
+        const Kvo32s acc = (c0 * x[n] + r) - far - c2 * y2 - c1 * y1;
+        const Kvo32s out = acc >> SCALE;
+        if (static_cast<Kvo32u>(out + ylim) > static_cast<Kvo32u>(2 * ylim)) {
+            bool ovf = false;
+            y[n] = fast_finish<SCALE>(acc - r, ovf);
+            return synth_sat_from<10, SCALE>(a, 10, x, y, len, mem, n + 1, ovf);
+        }
+        y[n] = static_cast<Kvo16s>(out);
+        h38 = _mm_insert_epi16(_mm_slli_si128(h38, 2), y2, 0);
+        y2 = y1;
+        y1 = out;
+    }
+    return false;
+}
+
 }  // namespace
 
 bool synth_sat(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len, const Kvo16s* mem,
                int scale) {
     if (order == 10) {
-        return scale == 12 ? synth_sat_impl<10, 12>(a, 10, x, y, len, mem)
-                           : synth_sat_impl<10, 13>(a, 10, x, y, len, mem);
+        return scale == 12 ? synth_sat10<12>(a, x, y, len, mem)
+                           : synth_sat10<13>(a, x, y, len, mem);
     }
     return scale == 12 ? synth_sat_impl<0, 12>(a, order, x, y, len, mem)
                        : synth_sat_impl<0, 13>(a, order, x, y, len, mem);
@@ -191,8 +249,50 @@ bool synth_sat_ordered(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, i
     return ovf;
 }
 
+namespace {
+
+// Order 10 with the taps 3..10 as one SSE2 pair-summing multiply: the 32-bit
+// lanes wrap exactly as the plain sum does (a pair of -32768 squares gives
+// 2^31, the same value modulo 2^32), so this matches synth_wrap for any input.
+// A null x is a zero input.
+void synth_wrap10(const Kvo16s* a, const Kvo16s* x, Kvo16s* y, int len, const Kvo16s* mem,
+                  int scale) {
+    static constexpr Kvo16s kZero[10] = {};
+    const Kvo16s* m = mem != nullptr ? mem : kZero;
+    const __m128i c38 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + 3));
+    __m128i h38 = _mm_setr_epi16(m[7], m[6], m[5], m[4], m[3], m[2], m[1], m[0]);
+    const Kvo32u c0 = static_cast<Kvo32u>(a[0]), c1 = static_cast<Kvo32u>(a[1]),
+                 c2 = static_cast<Kvo32u>(a[2]);
+    Kvo32u y1 = static_cast<Kvo32u>(m[9]), y2 = static_cast<Kvo32u>(m[8]);
+    const Kvo32u r = 1u << (scale - 1);
+    for (int n = 0; n < len; ++n) {
+        __m128i p = _mm_madd_epi16(h38, c38);
+        p = _mm_add_epi32(p, _mm_shuffle_epi32(p, 0x4e));
+        p = _mm_add_epi32(p, _mm_shuffle_epi32(p, 0xb1));
+        const Kvo32u far = static_cast<Kvo32u>(_mm_cvtsi128_si32(p));
+        const Kvo32u xn = x != nullptr ? static_cast<Kvo32u>(x[n]) : 0u;
+        const Kvo32u acc = c0 * xn + r - far - c2 * y2 - c1 * y1;
+        const Kvo16s out = lo16(static_cast<Kvo32s>(acc) >> scale);
+        y[n] = out;
+        h38 = _mm_insert_epi16(_mm_slli_si128(h38, 2), static_cast<Kvo16s>(y2), 0);
+        y2 = y1;
+        y1 = static_cast<Kvo32u>(out);
+    }
+}
+
+}  // namespace
+
 void synth_wrap(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len, const Kvo16s* mem,
                 int scale) {
+    if (order == 10) {
+        synth_wrap10(a, x, y, len, mem, scale);
+        return;
+    }
+    synth_wrap_plain(a, order, x, y, len, mem, scale);
+}
+
+void synth_wrap_plain(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int len,
+                      const Kvo16s* mem, int scale) {
     const Kvo32u r = 1u << (scale - 1);
     for (int n = 0; n < len; ++n) {
         Kvo32u acc = static_cast<Kvo32u>(Kvo32s{a[0]} * x[n]) + r;
@@ -250,6 +350,26 @@ void residual_wrap(const Kvo16s* a, int order, const Kvo16s* x, Kvo16s* y, int l
         for (int k = 0; k <= order; ++k) acc += static_cast<Kvo32u>(Kvo32s{a[k]} * xp[-k]);
         y[n] = lo16(static_cast<Kvo32s>(acc) >> 12);
     }
+}
+
+void zero_state_response_plain(const Kvo16s* a, Kvo16s* y, int len, int scale) {
+    const Kvo32u r = 1u << (scale - 1);
+    y[0] = a[0];
+    for (int n = 1; n < len; ++n) {
+        Kvo32u acc = r;
+        const int taps = n < 10 ? n : 10;
+        for (int k = 1; k <= taps; ++k) acc -= static_cast<Kvo32u>(Kvo32s{a[k]} * y[n - k]);
+        y[n] = lo16(static_cast<Kvo32s>(acc) >> scale);
+    }
+}
+
+// After y[0] = a[0] the response is the wrapping synthesis of a zero input
+// from the history (0, ..., 0, a[0]).
+void zero_state_response(const Kvo16s* a, Kvo16s* y, int len, int scale) {
+    y[0] = a[0];
+    if (len < 2) return;
+    const Kvo16s hist[10] = {0, 0, 0, 0, 0, 0, 0, 0, 0, a[0]};
+    synth_wrap10(a, nullptr, y + 1, len - 1, hist, scale);
 }
 
 namespace {
@@ -323,14 +443,7 @@ KvoStatus kvosSynthesisFilterZeroStateResponse_NR_16s(const Kvo16s* pLPC, Kvo16s
     if (pLPC == nullptr || pDst == nullptr) return kvoErrNullPtr;
     if (len < 1) return kvoErrSize;
     if (scaleFactor != 12 && scaleFactor != 13) return kvoErrScaleRange;
-    const Kvo32u r = 1u << (scaleFactor - 1);
-    pDst[0] = pLPC[0];
-    for (int n = 1; n < len; ++n) {
-        Kvo32u acc = r;
-        const int taps = n < 10 ? n : 10;
-        for (int k = 1; k <= taps; ++k) acc -= static_cast<Kvo32u>(Kvo32s{pLPC[k]} * pDst[n - k]);
-        pDst[n] = lo16(static_cast<Kvo32s>(acc) >> scaleFactor);
-    }
+    zero_state_response(pLPC, pDst, len, scaleFactor);
     return kvoOk;
 }
 

@@ -67,6 +67,73 @@ KvoStatus kvosHarmonicFilter_16s_I(Kvo16s val, Kvo32s lag, Kvo16s* pSrcDst, Kvo3
     return kvoOk;
 }
 
+}  // namespace kvo::impl
+
+namespace kvo {
+
+void highpass_g729_plain(KvoHighPassState_G729& st, Kvo16s* v, int len, int scale) {
+    const Kvo64s gain = Kvo64s{1} << (16 - scale);
+    Kvo32s y1 = st.y1, y2 = st.y2;
+    Kvo16s x0 = st.x0, x1 = st.x1;
+    for (int i = 0; i < len; ++i) {
+        const Kvo16s x = v[i];
+        // y1, y2 in double precision format: hi * a + ((lo * a) >> 15).
+        Kvo64s s = Kvo64s{st.b0} * x + Kvo64s{st.b1} * x0 + Kvo64s{st.b2} * x1;
+        s += Kvo64s{st.a1} * hi(y1) + ((Kvo32s{st.a1} * lo(y1)) >> 15);
+        s += Kvo64s{st.a2} * hi(y2) + ((Kvo32s{st.a2} * lo(y2)) >> 15);
+        const Kvo32s y = sat32(s * gain);
+        x1 = x0;
+        x0 = x;
+        y2 = y1;
+        y1 = y;
+        v[i] = round16(scale == 12 ? y : double32(y));
+    }
+    st.y1 = y1;
+    st.y2 = y2;
+    st.x0 = x0;
+    st.x1 = x1;
+}
+
+namespace {
+
+// The same sums with the scale fixed: the output doubling of scale 13 folded
+// into one saturation, sat32(2 sat32(v)) being sat32(2 v).
+template <int SCALE>
+void highpass_g729_fixed(KvoHighPassState_G729& st, Kvo16s* x, int len) {
+    const Kvo64s b0 = st.b0, b1 = st.b1, b2 = st.b2;
+    const Kvo32s a1 = st.a1, a2 = st.a2;
+    Kvo32s y1 = st.y1, y2 = st.y2;
+    Kvo64s x0 = st.x0, x1 = st.x1;
+    for (int i = 0; i < len; ++i) {
+        const Kvo64s xi = x[i];
+        const Kvo64s s = b0 * xi + b1 * x0 + b2 * x1 + Kvo64s{a1 * hi(y1)} + ((a1 * lo(y1)) >> 15) +
+                         Kvo64s{a2 * hi(y2)} + ((a2 * lo(y2)) >> 15);
+        const Kvo32s y = sat32(s << (16 - SCALE));
+        x1 = x0;
+        x0 = xi;
+        y2 = y1;
+        y1 = y;
+        x[i] = round16(SCALE == 12 ? y : sat32(s << (17 - SCALE)));
+    }
+    st.y1 = y1;
+    st.y2 = y2;
+    st.x0 = static_cast<Kvo16s>(x0);
+    st.x1 = static_cast<Kvo16s>(x1);
+}
+
+}  // namespace
+
+void highpass_g729(KvoHighPassState_G729& st, Kvo16s* x, int len, int scale) {
+    if (scale == 12)
+        highpass_g729_fixed<12>(st, x, len);
+    else
+        highpass_g729_fixed<13>(st, x, len);
+}
+
+}  // namespace kvo
+
+namespace kvo::impl {
+
 KvoStatus kvosHighPassFilterSize_G729(Kvo32s* pSize) {
     if (pSize == nullptr) return kvoErrNullPtr;
     *pSize = static_cast<Kvo32s>(sizeof(KvoHighPassState_G729));
@@ -97,26 +164,7 @@ KvoStatus kvosHighPassFilter_G729_16s_ISfs(Kvo16s* pSrcDst, Kvo32s len, Kvo32s s
     if (scaleFactor != 12 && scaleFactor != 13) return kvoErrScaleRange;
     KvoHighPassState_G729 st;
     std::memcpy(&st, pMem, sizeof st);
-    const Kvo64s gain = Kvo64s{1} << (16 - scaleFactor);
-    Kvo32s y1 = st.y1, y2 = st.y2;
-    Kvo16s x0 = st.x0, x1 = st.x1;
-    for (int i = 0; i < len; ++i) {
-        const Kvo16s x = pSrcDst[i];
-        // y1, y2 in double precision format: hi * a + ((lo * a) >> 15).
-        Kvo64s s = Kvo64s{st.b0} * x + Kvo64s{st.b1} * x0 + Kvo64s{st.b2} * x1;
-        s += Kvo64s{st.a1} * hi(y1) + ((Kvo32s{st.a1} * lo(y1)) >> 15);
-        s += Kvo64s{st.a2} * hi(y2) + ((Kvo32s{st.a2} * lo(y2)) >> 15);
-        const Kvo32s y = sat32(s * gain);
-        x1 = x0;
-        x0 = x;
-        y2 = y1;
-        y1 = y;
-        pSrcDst[i] = round16(scaleFactor == 12 ? y : double32(y));
-    }
-    st.y1 = y1;
-    st.y2 = y2;
-    st.x0 = x0;
-    st.x1 = x1;
+    highpass_g729(st, pSrcDst, len, scaleFactor);
     std::memcpy(pMem, &st, sizeof st);
     return kvoOk;
 }

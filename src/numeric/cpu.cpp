@@ -26,7 +26,9 @@ __attribute__((no_sanitize("address", "undefined"))) bool detectAvx2() {
 
 extern "C" {
 using KvoBoolQuery = bool (*)();
-__attribute__((no_sanitize("address", "undefined"), used)) static KvoBoolQuery kvoResolveAvx2() {
+KvoBoolQuery kvoResolveAvx2();
+__attribute__((no_sanitize("address", "undefined"), used, visibility("hidden"))) KvoBoolQuery
+kvoResolveAvx2() {
     return kvo::detectAvx2() ? kvo::answerYes : kvo::answerNo;
 }
 }

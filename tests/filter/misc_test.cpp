@@ -6,6 +6,7 @@
 
 #include "filter_model.h"
 #include "filter_test_tables.h"
+#include "kernels/filter.h"
 #include "kvosc.h"
 
 using namespace fmodel;
@@ -224,4 +225,36 @@ TEST(TiltCompensation, ZeroReflectionIsIdentity) {
     Vec y(40);
     ASSERT_EQ(kvosTiltCompensation_G729E_16s(0, x.data(), y.data()), kvoOk);
     EXPECT_EQ(y, Vec(x.begin() + 1, x.end()));
+}
+
+// The fixed-scale high-pass against its general twin over any coefficients
+// and state (full-scale and -32768 included), input in pieces, record and
+// output byte for byte.
+TEST(HighPass, FixedScaleFormEqualsGeneralLoop) {
+    for (uint32_t seed = 1; seed <= 600; ++seed) {
+        SCOPED_TRACE(seed);
+        Rng r(seed * 6151);
+        const int sf = 12 + (seed & 1);
+        KvoHighPassState_G729 st{};
+        if (seed % 3 == 0) {
+            const Vec c = hp_coeffs(sf);
+            ASSERT_EQ(kvosHighPassFilterInit_G729(c.data(), &st), kvoOk);
+        } else {
+            const Vec c = seed % 5 == 1 ? Vec(6, -32768) : r.vec(6, 32768);
+            ASSERT_EQ(kvosHighPassFilterInit_G729(c.data(), &st), kvoOk);
+            st.y1 = static_cast<Kvo32s>(r.uni(-32768, 32767)) * 65536 + r.uni(0, 65535);
+            st.y2 = seed % 7 == 0 ? INT32_MIN : static_cast<Kvo32s>(r.uni(-32768, 32767)) * 65536;
+            st.x0 = r.s16();
+            st.x1 = r.s16();
+        }
+        Vec x = (seed / 3) % 3 == 2 ? r.square(120) : r.vec(120, (seed / 3) % 3 ? 32768 : 700);
+        Vec y1 = x, y2 = x;
+        KvoHighPassState_G729 s1 = st, s2 = st;
+        for (int n0 = 0; n0 < 120; n0 += 40) {
+            kvo::highpass_g729(s1, y1.data() + n0, 40, sf);
+            kvo::highpass_g729_plain(s2, y2.data() + n0, 40, sf);
+        }
+        ASSERT_EQ(0, std::memcmp(y1.data(), y2.data(), 120 * sizeof(int16_t)));
+        ASSERT_EQ(0, std::memcmp(&s1, &s2, sizeof s1));
+    }
 }

@@ -89,7 +89,7 @@ TEST(LsfDecode, ModelOverHundredFrames) {
                   : IndexSet{static_cast<Kvo16s>(rng() & 1), static_cast<Kvo16s>(rng() & 31),
                              static_cast<Kvo16s>(rng() & 15), 0};
         rowsB(b, &r1, &lo, &hi);
-        lspmodel::codeVector(r1, lo, hi, y);
+        lspmodel::codeVector(r1, lo, hi, y, true);
         const int bflags = lspmodel::decodeFrame(y, noise_fg[b.p], noise_fg_sum[b.p], mB, want);
         const Kvo16s bidx[3] = {b.p, b.first, b.low};
         const KvoStatus bst = kvosLSFDecode_G729B_16s(bidx, hB, q);

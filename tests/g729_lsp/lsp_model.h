@@ -90,11 +90,13 @@ inline void gapPass(int* y, int g) {
     }
 }
 
-// Code vector from the three codebook rows, with the passes 10 and 5.
-inline void codeVector(const Kvo16s* row1, const Kvo16s* rowLo, const Kvo16s* rowHi, int* y) {
+// Code vector from the three codebook rows, with the passes 10 and 5 (the
+// silence-descriptor quantiser of annex B runs the pass of 10 only).
+inline void codeVector(const Kvo16s* row1, const Kvo16s* rowLo, const Kvo16s* rowHi, int* y,
+                       bool annexB = false) {
     for (int j = 0; j < 10; ++j) y[j] = row1[j] + (j < 5 ? rowLo[j] : rowHi[j]);
     gapPass(y, 10);
-    gapPass(y, 5);
+    if (!annexB) gapPass(y, 5);
 }
 
 // Quantised LSF and the warning flags (1 low, 2 high) of a decoder frame;

@@ -1,0 +1,107 @@
+// The bounded fast paths of the pitch search against their ordered saturating
+// twins, byte for byte: random, full-scale, -32768, alternating-sign and
+// near-saturation targets and impulse responses.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+
+#include "g729/pitch.h"
+
+namespace {
+
+// Fills v (40 samples) in one of several regimes.
+void fill(std::mt19937& rng, int kind, Kvo16s* v) {
+    std::uniform_int_distribution<int> full(-32768, 32767), small(-2000, 2000), jit(0, 63);
+    for (int i = 0; i < 40; ++i) {
+        switch (kind) {
+            case 0:
+                v[i] = static_cast<Kvo16s>(small(rng));
+                break;
+            case 1:
+                v[i] = static_cast<Kvo16s>(full(rng));
+                break;
+            case 2:
+                v[i] = -32768;
+                break;
+            case 3:
+                v[i] = static_cast<Kvo16s>(i & 1 ? -32768 : 32767);
+                break;
+            case 4:
+                v[i] = static_cast<Kvo16s>(i & 1 ? -32768 + jit(rng) : 32767 - jit(rng));
+                break;
+            case 5:
+                v[i] = static_cast<Kvo16s>(i == 0 ? 4096 : small(rng) >> (i / 4));
+                break;
+            default:
+                v[i] = static_cast<Kvo16s>(small(rng) >> 4);
+                break;
+        }
+    }
+}
+
+TEST(G729PitchTwin, BackwardTargetMatchesOrderedChains) {
+    std::mt19937 rng(1729);
+    for (int n = 0; n < 6000; ++n) {
+        Kvo16s h[40], x[40], d[40], e[40];
+        fill(rng, n % 7, h);
+        fill(rng, (n / 7) % 7, x);
+        // Scale the target so that the bound sits on either side of 2^31.
+        const int shift = (n / 49) % 12;
+        for (Kvo16s& v : x) v = static_cast<Kvo16s>(v >> shift);
+        kvo::pitch::backwardTarget(h, x, d);
+        kvo::pitch::backwardTargetPlain(h, x, e);
+        SCOPED_TRACE(::testing::Message() << "seed 1729 case " << n);
+        ASSERT_EQ(0, std::memcmp(d, e, sizeof d));
+    }
+}
+
+}  // namespace
+
+namespace {
+
+// The adaptive vector at every lag and fraction, on past excitation that is
+// quiet, loud, full-scale, -32768, alternating at full scale or growing; the
+// whole buffer (history, subframe, guard) must match the scalar twin.
+TEST(G729PitchTwin, AdaptiveVectorMatchesScalarSums) {
+    std::mt19937 rng(2729);
+    std::uniform_int_distribution<int> full(-32768, 32767), small(-3000, 3000);
+    constexpr int kHist = 154, kLen = 40, kGuard = 16;
+    for (int kind = 0; kind < 6; ++kind) {
+        for (int lag = 1; lag <= 144; ++lag) {
+            for (int frac = -1; frac <= 1; ++frac) {
+                Kvo16s a[kHist + kLen + kGuard], b[kHist + kLen + kGuard];
+                for (int i = 0; i < kHist + kLen + kGuard; ++i) {
+                    switch (kind) {
+                        case 0:
+                            a[i] = static_cast<Kvo16s>(small(rng));
+                            break;
+                        case 1:
+                            a[i] = static_cast<Kvo16s>(full(rng));
+                            break;
+                        case 2:
+                            a[i] = -32768;
+                            break;
+                        case 3:
+                            a[i] = static_cast<Kvo16s>(i & 1 ? -32768 : 32767);
+                            break;
+                        case 4:
+                            a[i] = static_cast<Kvo16s>(small(rng) * (i / 10 + 1) / 2);
+                            break;
+                        default:
+                            a[i] = static_cast<Kvo16s>(i < kHist - 60 ? small(rng) : full(rng));
+                            break;
+                    }
+                }
+                std::memcpy(b, a, sizeof a);
+                kvo::pitch::decodeAdaptiveVector(a + kHist, lag, frac);
+                kvo::pitch::decodeAdaptiveVectorPlain(b + kHist, lag, frac);
+                SCOPED_TRACE(::testing::Message()
+                             << "seed 2729 kind " << kind << " lag " << lag << " frac " << frac);
+                ASSERT_EQ(0, std::memcmp(a, b, sizeof a));
+            }
+        }
+    }
+}
+
+}  // namespace

@@ -1,0 +1,223 @@
+// Helpers of the echo-path noise filter tests: filter blocks at a chosen
+// address, test signals, and a double-precision model of the suppressor for
+// gains that are fixed per bin.
+#pragma once
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "kvosc.h"
+
+namespace nftest {
+
+inline constexpr int kRates[4] = {8000, 16000, 22050, 32000};
+inline constexpr int kFrame = 16;
+inline constexpr int kDelay = 56;
+
+// A filter block in its own heap memory, placed `offset` bytes past a 64-byte boundary
+// and prefilled with `fill` before Init.
+struct Filter {
+    std::vector<uint8_t> mem;
+    KvoFilterNoise32fState* st = nullptr;
+    Kvo32s bytes = 0;
+    explicit Filter(int rate, int offset = 0, uint8_t fill = 0) {
+        EXPECT_EQ(kvosFilterNoiseGetStateSize_EC_32f(rate, &bytes), kvoOk);
+        mem.assign(static_cast<size_t>(bytes) + 128, fill);
+        auto base = reinterpret_cast<uintptr_t>(mem.data());
+        base = ((base + 63) & ~uintptr_t{63}) + static_cast<uintptr_t>(offset);
+        st = reinterpret_cast<KvoFilterNoise32fState*>(base);
+        EXPECT_EQ(kvosFilterNoiseInit_EC_32f(rate, st), kvoOk);
+    }
+    // The record inside the block (the block's first 8-byte boundary).
+    KvoFilterNoise32fState* rec() const {
+        const auto a = reinterpret_cast<uintptr_t>(st);
+        return reinterpret_cast<KvoFilterNoise32fState*>((a + 7) & ~uintptr_t{7});
+    }
+};
+
+// Per-frame results of a run.
+struct Outcome {
+    std::vector<float> out;
+    std::vector<int> flags;  // detector decisions, one per frame
+};
+
+// Detector then suppressor (flag -1) per frame.
+inline Outcome run_detect_filter(Filter& f, const std::vector<float>& x) {
+    Outcome r;
+    r.out.resize(x.size());
+    for (size_t i = 0; i + kFrame <= x.size(); i += kFrame) {
+        Kvo64f np = 0;
+        Kvo32f nm = 0;
+        Kvo32s flag = -7;
+        EXPECT_EQ(kvosFilterNoiseDetect_EC_32f64f(&x[i], &np, &nm, &flag, f.st), kvoOk);
+        r.flags.push_back(flag);
+        EXPECT_EQ(kvosFilterNoise_EC_32f(&x[i], &r.out[i], -1, f.st), kvoOk);
+    }
+    return r;
+}
+
+// Suppressor alone with the caller's noise decision for every frame.
+inline std::vector<float> run_declared(Filter& f, const std::vector<float>& x, int flag) {
+    std::vector<float> y(x.size());
+    for (size_t i = 0; i + kFrame <= x.size(); i += kFrame)
+        EXPECT_EQ(kvosFilterNoise_EC_32f(&x[i], &y[i], flag, f.st), kvoOk);
+    return y;
+}
+
+inline std::vector<float> white(size_t n, double rms, unsigned seed) {
+    std::mt19937 g(seed);
+    std::normal_distribution<double> d(0.0, rms);
+    std::vector<float> v(n);
+    for (auto& x : v) x = static_cast<float>(d(g));
+    return v;
+}
+
+// Pink (1/f) noise by a sum of first-order sections, scaled to `rms`.
+inline std::vector<double> pink_unit(size_t n, unsigned seed) {
+    std::mt19937 g(seed);
+    std::normal_distribution<double> d(0.0, 1.0);
+    std::vector<double> v(n);
+    double b[7] = {};
+    for (size_t i = 0; i < n; ++i) {
+        const double w = d(g);
+        b[0] = 0.99886 * b[0] + w * 0.0555179;
+        b[1] = 0.99332 * b[1] + w * 0.0750759;
+        b[2] = 0.96900 * b[2] + w * 0.1538520;
+        b[3] = 0.86650 * b[3] + w * 0.3104856;
+        b[4] = 0.55000 * b[4] + w * 0.5329522;
+        b[5] = -0.7616 * b[5] - w * 0.0168980;
+        v[i] = b[0] + b[1] + b[2] + b[3] + b[4] + b[5] + b[6] + w * 0.5362;
+        b[6] = w * 0.115926;
+    }
+    double e = 0;
+    for (double x : v) e += x * x;
+    e = std::sqrt(e / static_cast<double>(n));
+    for (double& x : v) x /= e;
+    return v;
+}
+inline std::vector<float> pink(size_t n, double rms, unsigned seed) {
+    std::vector<double> u = pink_unit(n, seed);
+    std::vector<float> v(n);
+    for (size_t i = 0; i < n; ++i) v[i] = static_cast<float>(rms * u[i]);
+    return v;
+}
+
+// Speech-like signal: a 120 Hz pulse train through three formant resonators (700, 1220,
+// 2600 Hz), in 0.3 s syllables with a raised-sine envelope, alternating with 0.3 s
+// pauses after 0.9 s of silence.  on[i] marks the syllables.  Peak about 1.
+inline std::vector<double> speech_like(size_t n, int rate, std::vector<char>& on) {
+    std::vector<double> s(n);
+    const int period = rate / 120;
+    for (size_t i = 0; i < n; ++i) s[i] = i % static_cast<size_t>(period) == 0 ? 1.0 : 0.0;
+    const double F[3] = {700, 1220, 2600}, Bw[3] = {90, 110, 160};
+    for (int f = 0; f < 3; ++f) {
+        const double r = std::exp(-M_PI * Bw[f] / rate), th = 2 * M_PI * F[f] / rate;
+        const double a1 = 2 * r * std::cos(th), a2 = -r * r;
+        double y1 = 0, y2 = 0, peak = 0;
+        for (size_t i = 0; i < n; ++i) {
+            const double y = s[i] + a1 * y1 + a2 * y2;
+            y2 = y1;
+            y1 = y;
+            s[i] = y;
+            peak = std::max(peak, std::fabs(y));
+        }
+        for (double& v : s) v /= peak;
+    }
+    const size_t seg = static_cast<size_t>(rate) * 3 / 10;
+    on.assign(n, 0);
+    for (size_t i = 0; i < n; ++i) {
+        const size_t k = i / seg;
+        on[i] = k >= 3 && k % 2 == 1;
+        s[i] *=
+            on[i] ? std::sin(M_PI * static_cast<double>(i % seg) / static_cast<double>(seg)) : 0.0;
+    }
+    return s;
+}
+
+inline double power(const std::vector<float>& x, size_t from, size_t to) {
+    double e = 0;
+    for (size_t i = from; i < to; ++i) e += static_cast<double>(x[i]) * x[i];
+    return e / static_cast<double>(to - from);
+}
+inline double db(double ratio) {
+    return 10.0 * std::log10(ratio);
+}
+
+// Synthesis window of 64 taps by its rule: trunc(8192 sin^2(pi i / 63)) over 12288
+// (levels 1, 2, 5) or 16384 (levels 3, 4).
+inline std::vector<double> window(bool low) {
+    std::vector<double> w(64);
+    for (int i = 0; i < 64; ++i) {
+        const double s = std::sin(M_PI * i / 63.0);
+        // (the margin keeps sin^2(pi/3) = 3/4 exact)
+        w[i] = std::floor(8192.0 * s * s + 1e-9) / (low ? 16384.0 : 12288.0);
+    }
+    return w;
+}
+
+// Mean square of the overlap-added window sums S(j) = sum_m w[j + 16 m].
+inline double window_power_gain(bool low) {
+    const std::vector<double> w = window(low);
+    double e = 0;
+    for (int j = 0; j < 16; ++j) {
+        const double s = w[j] + w[j + 16] + w[j + 32] + w[j + 48];
+        e += s * s;
+    }
+    return e / 16.0;
+}
+
+// Suppressor model for a fixed real gain G[k] per bin (k = 0..64): per frame the last
+// 128 samples (zeros before the start) are filtered by G in the DFT domain, the second
+// half is windowed and overlap-added at a hop of 16, values below 0.5 in magnitude are
+// cleared (high rule: raised to 0.05 with their sign), and the output is delayed 8 more
+// samples.  Output sample t stands for input
+// sample t - 56.  Double precision, direct DFT.
+inline std::vector<double> model_fixed_gain(const std::vector<float>& x, const double* G,
+                                            bool lowWindow, bool highRule) {
+    const std::vector<double> w = window(lowWindow);
+    const size_t n = x.size();
+    std::vector<double> ola(64, 0.0), stream(n + 8, 0.0), blk(128);
+    std::vector<double> cs(128), sn(128);
+    for (int m = 0; m < 128; ++m) {
+        cs[m] = std::cos(2 * M_PI * m / 128.0);
+        sn[m] = std::sin(2 * M_PI * m / 128.0);
+    }
+    for (size_t f = 0; f * kFrame + kFrame <= n; ++f) {
+        const long end = static_cast<long>((f + 1) * kFrame);
+        for (int m = 0; m < 128; ++m) {
+            const long at = end - 128 + m;
+            blk[m] = at >= 0 ? x[static_cast<size_t>(at)] : 0.0;
+        }
+        double re[65], im[65];
+        for (int k = 0; k < 65; ++k) {
+            re[k] = im[k] = 0;
+            for (int m = 0; m < 128; ++m) {
+                re[k] += blk[m] * cs[(k * m) % 128];
+                im[k] -= blk[m] * sn[(k * m) % 128];
+            }
+            re[k] *= G[k];
+            im[k] *= G[k];
+        }
+        for (int i = 0; i < 48; ++i) ola[i] = ola[i + 16];
+        for (int i = 48; i < 64; ++i) ola[i] = 0;
+        for (int i = 0; i < 64; ++i) {
+            const int t = 64 + i;
+            double y = re[0] + re[64] * ((t & 1) ? -1.0 : 1.0);
+            for (int k = 1; k < 64; ++k)
+                y += 2 * (re[k] * cs[(k * t) % 128] - im[k] * sn[(k * t) % 128]);
+            ola[i] += y / 128.0 * w[i];
+        }
+        for (int i = 0; i < 64; ++i) {
+            if (highRule && std::fabs(ola[i]) < 0.05) ola[i] = ola[i] < 0 ? -0.05 : 0.05;
+            if (!highRule && std::fabs(ola[i]) < 0.5) ola[i] = 0;
+        }
+        for (int i = 0; i < kFrame; ++i) stream[f * kFrame + i + 8] = ola[i];
+    }
+    stream.resize(n);
+    return stream;
+}
+
+}  // namespace nftest
