@@ -363,6 +363,15 @@ KvoStatus kvosFixedCodebookSearch_G729E_16s(Kvo16s mode, const Kvo16s* pSrcTarge
                                             const Kvo16s* pSrcImpulse, Kvo16s* pDstFixedVector,
                                             Kvo16s* pDstFltFixedVector, Kvo16s* pDstFixedIndex);
 
+/* -- G.729 hybrid window (annex E backward LPC, order 30) -- */
+/* Size of the fixed-point hybrid-window record. */
+KvoStatus kvosWinHybridGetStateSize_G729E_16s(Kvo32s* pSize);
+/* Clears the recursive part. */
+KvoStatus kvosWinHybridInit_G729E_16s(KvoG729EHybridState* pState);
+/* 145 synthesis samples (oldest first; 80 new ones enter the recursion) to 31 autocorrelations. */
+KvoStatus kvosWinHybrid_G729E_16s32s(const Kvo16s* pSrc, Kvo32s* pDst,
+                                     KvoG729EHybridState* pState);
+
 /* ---- GSM full rate ------------------------------------------------------ */
 
 /* GSM 06.10 offset compensation of 13-bit left-justified samples; in place allowed. */

@@ -166,6 +166,14 @@ typedef struct {
     Kvo16s reserved;       /* pads the record to its 20 bytes; cleared by Init */
 } KvoPhaseDispersionState_G729D;
 
+/* ---- G.729 hybrid window ---------------------------------------------- */
+
+/* Recursive part of the G.729E backward LPC hybrid window: one accumulator per
+ * lag 0..30 (Q0 sums of windowed-sample products). */
+typedef struct {
+    Kvo32s acc[31];
+} KvoG729EHybridState;
+
 /* ---- G.726 ADPCM ------------------------------------------------------- */
 
 /* State of the G.726 encoder.  Plain values, no pointers: a copy is a snapshot

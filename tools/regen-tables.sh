@@ -44,6 +44,8 @@ $gen "$root/g729" src/g729 post_tables tab_hup_s tab_hup_l facGamma1_pst facGamm
     phImpLow phImpMid
 $gen "$root/numeric" apps/coders g729_filter_tables a140 b140 a100 b100
 $gen "$root/g729" apps/coders g729_tables freq_prev_reset map1 map2
+$gen "$root/g729" src/g729 hybrid_tables hw
+$gen "$root/g729" apps/coders g729d_tables map1_6k map2_6k
 $gen "$root/g7221" src/g72x g7221_tables \
     cnstSamples2MLT_G722_7kHz cnstSamples2MLT_G722_14kHz \
     cnstMLT2Samples_G722_7kHz cnstMLT2Samples_G722_14kHz \

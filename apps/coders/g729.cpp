@@ -33,10 +33,12 @@
 #include "coders/coder.h"
 #include "coders/g729_filter_tables.h"
 #include "coders/g729_tables.h"
+#include "coders/g729d_tables.h"
 
 namespace kvosc::coders::g729 {
 
 const int kParamBits[kParams] = {8, 10, 8, 1, 13, 4, 7, 5, 13, 4, 7};
+const int kParamBits6k[kParams] = {8, 10, 8, 0, 9, 2, 6, 4, 9, 2, 6};
 
 namespace {
 
@@ -107,6 +109,38 @@ void decodeFixedVector(int sign, int index, Kvo16s* code) {
     pulsePositions(index, pos);
     std::memset(code, 0, kSubframe * sizeof(Kvo16s));
     for (int j = 0; j < 4; ++j) code[pos[j]] = ((sign >> j) & 1) ? 8191 : -8192;
+}
+
+// Annex D two-pulse code vector: a 9-bit position index (Gray-coded 4-bit
+// index into the odd positions of tracks 1 and 3, Gray-coded 5-bit index into
+// tracks 0, 2, 4 and then track 1) and two sign bits; coinciding pulses add.
+void decodeFixedVector6k(int sign, int index, Kvo16s* code) {
+    auto gray = [](int g) {
+        int v = 0;
+        for (; g; g >>= 1) v ^= g;
+        return v;
+    };
+    const int i0 = gray(index & 15), i1 = gray((index >> 4) & 31);
+    const int pos0 = 5 * (i0 >> 1) + ((i0 & 1) ? 3 : 1);
+    const int pos1 = i1 < 24 ? 5 * (i1 / 3) + 2 * (i1 % 3) : 5 * (i1 - 24) + 1;
+    std::memset(code, 0, kSubframe * sizeof(Kvo16s));
+    code[pos0] = (sign & 1) ? 8191 : -8192;
+    code[pos1] = add(code[pos1], (sign & 2) ? 8191 : -8192);
+}
+
+// Annex E ten-pulse code vector: per track a 7-bit word, the low nibble one
+// pulse (sign bit 3, position bits 0-2), bits 4-6 the other's position; the
+// second pulse has the opposite sign when it lies after the first.
+void decodeFixedVector35(const int16_t* idx, Kvo16s* code) {
+    std::memset(code, 0, kSubframe * sizeof(Kvo16s));
+    for (int t = 0; t < 5; ++t) {
+        const int e = idx[t];
+        const int p1 = (e & 7) * 5 + t, p2 = ((e >> 4) & 7) * 5 + t;
+        int sign = (e & 8) ? -4096 : 4096;
+        code[p1] = add(code[p1], sign);
+        if (p2 > p1) sign = -sign;
+        code[p2] = add(code[p2], sign);
+    }
 }
 
 // Filtered code vector: signed impulse responses at the pulses, summed in pulse order.
@@ -308,9 +342,9 @@ Encoder::~Encoder() {
     delete s_;
 }
 
-bool Encoder::frame(const int16_t* pcm, int16_t* prm) {
+bool Encoder::frame(const int16_t* pcm, int16_t* prm, Rate rate) {
     Kvo16s lspNew[kOrder];
-    return analyse(pcm, lspNew) && codeActive(lspNew, prm);
+    return analyse(pcm, lspNew) && codeActive(lspNew, prm, rate);
 }
 
 bool Encoder::analyse(const int16_t* pcm, Kvo16s* lspNew) {
@@ -321,8 +355,9 @@ bool Encoder::analyse(const int16_t* pcm, Kvo16s* lspNew) {
     return lpAnalysis(s, lspNew);
 }
 
-bool Encoder::codeActive(const Kvo16s* lspNew, int16_t* prm) {
+bool Encoder::codeActive(const Kvo16s* lspNew, int16_t* prm, Rate rate) {
     EncoderState& s = *s_;
+    const bool low = rate == Rate::k6k4 && !s.annexA;
     Kvo16s* speech = s.speech + 120;
     Kvo16s* exc = s.exc + kExcHistory;
 
@@ -373,18 +408,29 @@ bool Encoder::codeActive(const Kvo16s* lspNew, int16_t* prm) {
         // Closed-loop pitch and its index (with parity in the first subframe).
         Kvo16s delay[2], adapt[kSubframe], y1[kSubframe], gp;
         const Kvo32s open = k == 0 ? tOp : t0First;
-        if (!ok(s.annexA ? kvosAdaptiveCodebookSearch_G729A_16s(open, xn, h, exc + i0 - kExcHistory,
-                                                                delay, adapt, k)
-                         : kvosAdaptiveCodebookSearch_G729_16s(open, xn, h, exc + i0 - kExcHistory,
-                                                               delay, adapt, k)))
+        Kvo16s* excK = exc + i0 - kExcHistory;
+        if (low) {
+            // Annex D: the search leaves the vector to the caller.
+            if (!ok(kvosAdaptiveCodebookSearch_G729D_16s(open, xn, h, excK, k, delay)) ||
+                !ok(kvosDecodeAdaptiveVector_G729_16s(delay, excK, adapt)))
+                return false;
+        } else if (!ok(s.annexA ? kvosAdaptiveCodebookSearch_G729A_16s(open, xn, h, excK, delay,
+                                                                       adapt, k)
+                                : kvosAdaptiveCodebookSearch_G729_16s(open, xn, h, excK, delay,
+                                                                      adapt, k))) {
             return false;
+        }
         const int t0 = delay[0], frac = delay[1];
         if (k == 0) {
             prm[2] = static_cast<Kvo16s>(t0 <= 85 ? 3 * t0 - 58 + frac : t0 + 112);
-            prm[3] = pitchParity(prm[2]);
+            prm[3] = low ? 0 : pitchParity(prm[2]);
             t0First = t0;
             t0Min = std::max(t0 - 5, kPitMin);
             if (t0Min + 9 > kPitMax) t0Min = kPitMax - 9;
+        } else if (low) {
+            // 4 bits: whole lags at the window's ends, thirds in its middle.
+            const int t = t0 - t0Min;
+            prm[7] = static_cast<Kvo16s>(t < 3 ? t : t > 6 ? t + 6 : 3 * t + frac - 6);
         } else {
             prm[7] = static_cast<Kvo16s>(3 * (t0 - t0Min) + 2 + frac);
         }
@@ -403,21 +449,35 @@ bool Encoder::codeActive(const Kvo16s* lspNew, int16_t* prm) {
         alignas(32) Kvo16s rr[616];
         Kvo16s dn[kSubframe], code[kSubframe], y2[kSubframe], fidx[2];
         kvosCrossCorr_NormM_16s(h, xn2, kSubframe, dn);
-        kvosToeplizMatrix_G729_16s(h, rr);
-        if (!ok(s.annexA ? kvosFixedCodebookSearch_G729A_16s(dn, rr, code, fidx)
-                         : kvosFixedCodebookSearch_G729_16s(dn, rr, code, fidx, &s.searchTimes, k)))
-            return false;
-        filteredFixedVector(fidx[0], fidx[1], h, y2);
+        if (low) {
+            // Annex D: two pulses, 11 bits; the search also filters its vector.
+            if (!ok(kvosFixedCodebookSearch_G729D_16s(dn, h, code, y2, &fidx[0], &fidx[1])))
+                return false;
+        } else {
+            kvosToeplizMatrix_G729_16s(h, rr);
+            if (!ok(s.annexA
+                        ? kvosFixedCodebookSearch_G729A_16s(dn, rr, code, fidx)
+                        : kvosFixedCodebookSearch_G729_16s(dn, rr, code, fidx, &s.searchTimes, k)))
+                return false;
+            filteredFixedVector(fidx[0], fidx[1], h, y2);
+        }
         if (t0 < kSubframe) sharpen(code, t0, s.sharp);
         prm[4 + 4 * k] = fidx[1];
         prm[5 + 4 * k] = fidx[0];
 
         // Gain quantisation.
         Kvo16s gains[2], gidx[2];
-        if (!ok(kvosGainQuant_G729_16s(xn, y1, code, y2, s.energyErr, gains, gidx, tame)))
-            return false;
-        prm[6 + 4 * k] =
-            static_cast<Kvo16s>((kvo::tab::map1[gidx[0]] << 4) | kvo::tab::map2[gidx[1]]);
+        if (low) {
+            if (!ok(kvosGainQuant_G729D_16s(xn, y1, code, y2, s.energyErr, gains, gidx, tame)))
+                return false;
+            prm[6 + 4 * k] =
+                static_cast<Kvo16s>((kvo::tab::map1_6k[gidx[0]] << 3) | kvo::tab::map2_6k[gidx[1]]);
+        } else {
+            if (!ok(kvosGainQuant_G729_16s(xn, y1, code, y2, s.energyErr, gains, gidx, tame)))
+                return false;
+            prm[6 + 4 * k] =
+                static_cast<Kvo16s>((kvo::tab::map1[gidx[0]] << 4) | kvo::tab::map2[gidx[1]]);
+        }
         updateTaming(s, gains[0], t0);
         s.sharp = std::clamp<Kvo16s>(gains[0], kSharpMin, kSharpMax);
 
@@ -495,6 +555,7 @@ void Encoder::updateInactive(const Kvo16s* lspNew, const Kvo16s* aq) {
 // ============================ decoder ===================================
 
 DecoderState::DecoderState(bool a) : annexA(a), gainPrec(a ? 4096 : 16384) {
+    kvosPhaseDispersionInit_G729D_16s(&phd);
     std::memcpy(lspOld, kLspStart, sizeof lspOld);
     resetLsfHistory(prevFreq);
     std::memcpy(prevLsf, kvo::tab::freq_prev_reset, sizeof prevLsf);
@@ -503,8 +564,10 @@ DecoderState::DecoderState(bool a) : annexA(a), gainPrec(a ? 4096 : 16384) {
 
 namespace {
 
-// Pitch lag and fraction of a received index.
-void decodeLag(int index, int k, int* t0, int* frac) {
+// Pitch lag and fraction of a received index.  The 4-bit second-subframe
+// index of Annex D codes whole lags at the window's ends (t0Min + 0..2 and
+// + 7..9) and thirds around its middle (t0Min + 3 to t0Min + 6).
+void decodeLag(int index, int k, int* t0, int* frac, bool rate6k = false) {
     if (k == 0) {
         if (index < 197) {
             *t0 = ((index + 2) * 10923 >> 15) + 19;
@@ -517,6 +580,17 @@ void decodeLag(int index, int k, int* t0, int* frac) {
     }
     int t0Min = std::max(*t0 - 5, kPitMin);
     if (t0Min + 9 > kPitMax) t0Min = kPitMax - 9;
+    if (rate6k) {
+        if (index < 3 || index > 12) {
+            *t0 = t0Min + (index < 3 ? index : index - 6);
+            *frac = 0;
+        } else {
+            const int t = (index + 7) / 3;
+            *t0 = t0Min + t;
+            *frac = index + 6 - 3 * t;
+        }
+        return;
+    }
     const int i = ((index + 2) * 10923 >> 15) - 1;
     *t0 = i + t0Min;
     *frac = index - 2 - 3 * i;
@@ -572,17 +646,34 @@ Decoder::~Decoder() {
     delete s_;
 }
 
-bool Decoder::frame(const int16_t* prm, bool erased, int16_t* pcm) {
+bool Decoder::frame(const int16_t* prm, bool erased, int16_t* pcm, Rate rate) {
     Kvo16s az[2 * (kOrder + 1)];
     int t0Sub[2];
-    return synthesise(prm, erased, az, t0Sub) && postProcess(az, t0Sub, 1, pcm);
+    return synthesise(prm, erased, az, t0Sub, rate) && postProcess(az, t0Sub, 1, pcm, rate);
 }
 
-bool Decoder::synthesise(const int16_t* prm, bool erased, Kvo16s* az, int* t0Sub) {
+bool Decoder::synthesise(const int16_t* prmIn, bool erased, Kvo16s* az, int* t0Sub, Rate rate) {
     DecoderState& s = *s_;
+    // 11.8 kbit/s forward mode: the 8 kbit/s words plus ten 7-bit track words.
+    const int16_t* tracks = nullptr;
+    int16_t p8[kParams] = {};
+    const int16_t* prm = prmIn;
+    if (rate == Rate::k11k8) {
+        if (!erased && prmIn[0] != 0) return false;  // backward mode: not available
+        const int16_t m[kParams] = {prmIn[1],  prmIn[2],  prmIn[3], prmIn[4], 0,        0,
+                                    prmIn[10], prmIn[11], 0,        0,        prmIn[17]};
+        std::memcpy(p8, m, sizeof p8);
+        prm = p8;
+        tracks = prmIn + 5;
+    }
     Kvo16s* exc = s.exc + kExcHistory;
     Kvo16s* synth = s.synth + kOrder;
-    const bool parityError = !erased && ((pitchParity(prm[2]) ^ prm[3]) & 1);
+    if (erased)
+        rate = s.rate;
+    else
+        s.rate = rate;
+    const bool low = rate == Rate::k6k4;
+    const bool parityError = !erased && !low && ((pitchParity(prm[2]) ^ prm[3]) & 1);
 
     // LSP decode, or the erased frame's history update on the last LSFs.
     Kvo16s lsf[kOrder], lspNew[kOrder];
@@ -606,7 +697,7 @@ bool Decoder::synthesise(const int16_t* prm, bool erased, Kvo16s* az, int* t0Sub
         const int i0 = 40 * k;
         // Adaptive vector: decoded lag, or the last lag for a lost one.
         if (!erased && !(k == 0 && parityError)) {
-            decodeLag(prm[2 + 5 * k], k, &t0, &frac);
+            decodeLag(prm[2 + 5 * k], k, &t0, &frac, low);
             s.oldT0 = static_cast<Kvo16s>(t0);
         } else {
             t0 = s.oldT0;
@@ -621,17 +712,26 @@ bool Decoder::synthesise(const int16_t* prm, bool erased, Kvo16s* az, int* t0Sub
         Kvo16s code[kSubframe];
         int cIdx = prm[4 + 4 * k], sIdx = prm[5 + 4 * k];
         if (erased) {
-            cIdx = random(&s.seed) & 0x1fff;
-            sIdx = random(&s.seed) & 0x000f;
+            cIdx = random(&s.seed) & (low ? 0x01ff : 0x1fff);
+            sIdx = random(&s.seed) & (low ? 0x0003 : 0x000f);
         }
-        decodeFixedVector(sIdx, cIdx, code);
+        if (tracks && !erased)
+            decodeFixedVector35(tracks + 7 * k, code);
+        else if (low)
+            decodeFixedVector6k(sIdx, cIdx, code);
+        else
+            decodeFixedVector(sIdx, cIdx, code);
         if (t0 < kSubframe) sharpen(code, t0, s.sharp);
 
         // Gains.
-        const Kvo16s gidx[2] = {static_cast<Kvo16s>(prm[6 + 4 * k] >> 4),
-                                static_cast<Kvo16s>(prm[6 + 4 * k] & 15)};
-        if (!ok(kvosDecodeGain_G729_16s(energy(code), s.energyErr, erased ? nullptr : gidx,
-                                        s.gains)))
+        const int gw = prm[6 + 4 * k];
+        const Kvo16s gidx[2] = {static_cast<Kvo16s>(low ? gw >> 3 : gw >> 4),
+                                static_cast<Kvo16s>(low ? gw & 7 : gw & 15)};
+        // A lost frame decays the gains by 0.9 and 0.98 at either rate.
+        if (!ok(low && !erased
+                    ? kvosDecodeGain_G729I_16s(energy(code), 0, s.energyErr, gidx, s.gains)
+                    : kvosDecodeGain_G729_16s(energy(code), s.energyErr, erased ? nullptr : gidx,
+                                              s.gains)))
             return false;
         s.sharp = std::clamp<Kvo16s>(s.gains[0], kSharpMin, kSharpMax);
 
@@ -641,12 +741,26 @@ bool Decoder::synthesise(const int16_t* prm, bool erased, Kvo16s* az, int* t0Sub
         if (erased && !s.annexA) (s.voicing ? gc : gp) = 0;
         kvosInterpolateC_NR_G729_16s_Sfs(exc + i0, gp, code, gc, exc + i0, kSubframe, 14);
 
+        // Annex D: at 6.4 kbit/s the synthesis sees the excitation with its
+        // innovation dispersed; the adaptive codebook keeps the plain one.
+        Kvo16s excPh[kSubframe];
+        const Kvo16s* excSyn = exc + i0;
+        if (low) {
+            if (!ok(kvosPhaseDispersion_G729D_16s(exc + i0, excPh, gc, gp, code, &s.phd)))
+                return false;
+            excSyn = excPh;
+        } else {
+            kvosPhaseDispersionUpdate_G729D_16s(gp, gc, &s.phd);
+        }
+
         // Synthesis; on overflow the excitation history is scaled down and the subframe redone.
         const Kvo16s* a = az + 11 * k;
-        if (kvosSynthesisFilter_NR_16s_Sfs(a, exc + i0, synth + i0, kSubframe, 12, s.memSyn) ==
+        if (kvosSynthesisFilter_NR_16s_Sfs(a, excSyn, synth + i0, kSubframe, 12, s.memSyn) ==
             kvoWarnOverflow) {
             for (Kvo16s& e : s.exc) e = static_cast<Kvo16s>(e >> 2);
-            kvosSynthesisFilter_NR_16s_Sfs(a, exc + i0, synth + i0, kSubframe, 12, s.memSyn);
+            if (low)
+                for (Kvo16s& e : excPh) e = static_cast<Kvo16s>(e >> 2);
+            kvosSynthesisFilter_NR_16s_Sfs(a, excSyn, synth + i0, kSubframe, 12, s.memSyn);
         }
         std::memcpy(s.memSyn, synth + i0 + kSubframe - kOrder, sizeof s.memSyn);
     }
@@ -654,8 +768,10 @@ bool Decoder::synthesise(const int16_t* prm, bool erased, Kvo16s* az, int* t0Sub
     return true;
 }
 
-bool Decoder::postProcess(const Kvo16s* az, const int* t0Sub, int frameType, int16_t* pcm) {
+bool Decoder::postProcess(const Kvo16s* az, const int* t0Sub, int frameType, int16_t* pcm,
+                          Rate rate) {
     DecoderState& s = *s_;
+    const bool perSubframeLag = rate == Rate::k11k8;
     Kvo16s* synth = s.synth + kOrder;
     // Post filter, subframe by subframe, and post-processing.
     Kvo16s voicing = 0;
@@ -666,7 +782,8 @@ bool Decoder::postProcess(const Kvo16s* az, const int* t0Sub, int frameType, int
                 return false;
         } else {
             Kvo16s v;
-            if (!postFilter(s, synth + i0, az + 11 * k, t0Sub[0], frameType, pcm + i0, &v))
+            if (!postFilter(s, synth + i0, az + 11 * k, t0Sub[perSubframeLag ? k : 0], frameType,
+                            pcm + i0, &v))
                 return false;
             if (v != 0) voicing = v;
         }

@@ -65,6 +65,8 @@ struct DecoderState {
     Kvo16s memSynPst[kOrder] = {};
     Kvo16s gainPrec;
     KvoHighPassState_G729 hp;
+    KvoPhaseDispersionState_G729D phd;  // Annex D anti-sparseness
+    Rate rate = Rate::k8k;              // rate of the last good frame
 
     explicit DecoderState(bool a);
 };

@@ -8,6 +8,9 @@ namespace kvosc::coders {
 // Each assembled coder defines its record in its own file; list it here.
 extern const Coder kG729;
 extern const Coder kG729A;
+extern const Coder kG729D;
+extern const Coder kG729E;
+extern const Coder kG729I;
 extern const Coder kG726;
 extern const Coder kG722;
 extern const Coder kG728;
@@ -19,6 +22,9 @@ const std::vector<const Coder*>& all_coders() {
     static const std::vector<const Coder*> list = {
         &kG729,
         &kG729A,
+        &kG729D,
+        &kG729E,
+        &kG729I,
         &kG726,
         &kG722,
         &kG728,
