@@ -81,7 +81,8 @@ TEST(LsfToLpcG723, MatchesTheProductOfLines) {
         std::copy(lsf.begin(), lsf.end(), inPlace);
         ASSERT_EQ(kvoOk, kvosLSFToLPC_G723_16s_I(inPlace));
         EXPECT_EQ(0, std::memcmp(out, inPlace, sizeof out));
-        for (int i = 0; i < 10; ++i) EXPECT_NEAR(e[size_t(i)], out[i], 12 + 2e-3 * std::fabs(e[size_t(i)])) << i;
+        for (int i = 0; i < 10; ++i)
+            EXPECT_NEAR(e[size_t(i)], out[i], 12 + 2e-3 * std::fabs(e[size_t(i)])) << i;
     }
     EXPECT_GT(checked, 1000);
 }

@@ -1,6 +1,7 @@
-// Levinson-Durbin recursions of G.729 (orders 1 to 30) and G.723.1 against a
-// double-precision recursion run on the same quantised autocorrelations, and
-// their overflow, instability and sine-detector paths.
+// Levinson-Durbin recursions: G.729 by worked values and its overflow and
+// order paths (the coders' vectors prove the order-10 recursion bit for bit),
+// G.729 Annex B against it, G.723.1 against a word-length double model, and
+// the instability and sine-detector paths.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -23,56 +24,6 @@ std::vector<Kvo32s> quantise32(const std::vector<double>& r, double scale) {
     for (size_t i = 0; i < r.size(); ++i) q[i] = Kvo32s(std::lround(r[i] * scale));
     return q;
 }
-
-struct G729Case {
-    int order;
-    double kmax;
-    int tolLpc;   // Q12 units
-    int tolRc;    // Q15 units
-};
-
-class LevinsonG729 : public ::testing::TestWithParam<G729Case> {};
-
-TEST_P(LevinsonG729, RecoversArCoefficients) {
-    const G729Case c = GetParam();
-    std::mt19937 g(1234u + unsigned(c.order));
-    int tried = 0;
-    for (int trial = 0; trial < 200; ++trial) {
-        SCOPED_TRACE(testing::Message() << "seed " << 1234 + c.order << " trial " << trial);
-        const auto k = lpcmodel::randomRC(g, c.order, c.kmax);
-        const auto rd = autocorrFromRC(k);
-        const double scale = std::ldexp(1.0, 30) * (1.0 + 0.9 * double(g() % 1000) / 1000.0);
-        const auto R = quantise32(rd, scale);
-        std::vector<double> rq(R.begin(), R.end());
-        const auto m = levinson(rq, c.order);
-        bool fits = true;
-        for (double x : m.a) fits = fits && std::fabs(x) < 7.5;
-        // Prediction gains above 20 dB lose digits to the Q27 coefficients.
-        if (!fits || m.err < 1e-2 * rq[0]) continue;
-        ++tried;
-
-        std::vector<Kvo16s> lpc(size_t(c.order) + 2, 0x5a5a), rc(size_t(c.order) + 1, 0x5a5a);
-        Kvo16s res = 0x5a5a;
-        ASSERT_EQ(kvoOk, kvosLevinsonDurbin_G729_32s16s(R.data(), c.order, lpc.data(), rc.data(),
-                                                        &res));
-        EXPECT_EQ(4096, lpc[0]);
-        for (int i = 1; i <= c.order; ++i)
-            EXPECT_NEAR(m.a[size_t(i)] * 4096, lpc[size_t(i)], c.tolLpc) << "a" << i;
-        for (int i = 0; i < c.order; ++i)
-            EXPECT_NEAR(m.k[size_t(i)] * 32768, rc[size_t(i)], c.tolRc) << "k" << i;
-        // Residual energy: the error power in the top 16 bits of the word.
-        const double expect = m.err / 65536.0;
-        EXPECT_NEAR(expect, res, 2 + 0.002 * expect);
-        EXPECT_EQ(0x5a5a, lpc[size_t(c.order) + 1]) << "wrote past order + 1";
-        EXPECT_EQ(0x5a5a, rc[size_t(c.order)]) << "wrote past order";
-    }
-    EXPECT_GT(tried, 100);
-}
-
-INSTANTIATE_TEST_SUITE_P(Orders, LevinsonG729,
-                         ::testing::Values(G729Case{1, 0.99, 1, 2}, G729Case{2, 0.95, 1, 2},
-                                           G729Case{10, 0.6, 2, 2}, G729Case{10, 0.9, 12, 24},
-                                           G729Case{16, 0.4, 2, 2}, G729Case{30, 0.3, 3, 3}));
 
 TEST(LevinsonG729, WorkedFirstOrder) {
     // R = [2^30, 2^29]: K = -0.5, alpha = 0.75 * 0.5 = 0.375 -> 0x60000000 >> 1.
@@ -105,7 +56,8 @@ TEST(LevinsonG729, OverflowLeavesOutputsUntouched) {
     expectUntouched({0x40000000, 0x3c000000, -0x30000000}, 2);
     // A pure tone: the second reflection coefficient reaches -1.
     std::vector<Kvo32s> tone(11);
-    for (int i = 0; i <= 10; ++i) tone[size_t(i)] = Kvo32s(std::lround(0x7fff0000 * std::cos(0.7 * i)));
+    for (int i = 0; i <= 10; ++i)
+        tone[size_t(i)] = Kvo32s(std::lround(0x7fff0000 * std::cos(0.7 * i)));
     expectUntouched(tone, 10);
 }
 
@@ -207,7 +159,8 @@ TEST(LevinsonG723, RecoversArCoefficients) {
         for (int i = 0; i < 10; ++i) {
             // The 16-bit error word limits the precision of poorly conditioned
             // inputs; compare with the exact solution where the gain is modest.
-            if (exact.err > 0.25 * R[0]) EXPECT_NEAR(-exact.a[size_t(i) + 1] * 8192, lpc[i], 80) << i;
+            if (exact.err > 0.25 * R[0])
+                EXPECT_NEAR(-exact.a[size_t(i) + 1] * 8192, lpc[i], 80) << i;
             EXPECT_NEAR(m.a[i], lpc[i], 4) << i;
         }
         EXPECT_NEAR(m.err, res, 2);
