@@ -159,8 +159,9 @@ TEST(LevinsonG723, RecoversArCoefficients) {
         for (int i = 0; i < 10; ++i) {
             // The 16-bit error word limits the precision of poorly conditioned
             // inputs; compare with the exact solution where the gain is modest.
-            if (exact.err > 0.25 * R[0])
+            if (exact.err > 0.25 * R[0]) {
                 EXPECT_NEAR(-exact.a[size_t(i) + 1] * 8192, lpc[i], 80) << i;
+            }
             EXPECT_NEAR(m.a[i], lpc[i], 4) << i;
         }
         EXPECT_NEAR(m.err, res, 2);
