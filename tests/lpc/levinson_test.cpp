@@ -170,51 +170,32 @@ TEST(LevinsonG723, RecoversArCoefficients) {
     EXPECT_GT(tried, 100);
 }
 
-TEST(LevinsonG723, StopsWhenTheCorrelationIsNotPositive) {
-    // R[1] >= R[0]: stage 0 breaks; all zero, energy R[0], detector bit 1.
-    Kvo16s R[11] = {1000, 1000, 0, 0, 0, 0, 0, 0, 0, 0, 0};
-    Kvo16s lpc[10], res = 0, sine = 0x0002;
-    std::memset(lpc, 0x7f, sizeof lpc);
-    ASSERT_EQ(kvoOk, kvosLevinsonDurbin_G723_16s(R, &sine, &res, lpc));
-    for (Kvo16s v : lpc) EXPECT_EQ(0, v);
-    EXPECT_EQ(1000, res);
-    EXPECT_EQ(0x0005, sine);
-
-    // Zero energy breaks at once as well.
-    Kvo16s Z[11] = {};
-    sine = 0;
-    ASSERT_EQ(kvoOk, kvosLevinsonDurbin_G723_16s(Z, &sine, &res, lpc));
-    EXPECT_EQ(0, res);
-    EXPECT_EQ(1, sine);
-}
-
-TEST(LevinsonG723, BreakAtALaterStageKeepsEarlierCoefficients) {
-    // Order-1 stable (k = -0.5), then an impossible R[2]: the first
-    // coefficient survives, the rest are zero, one bit shifted in.
-    Kvo16s R[11] = {16384, 8192, -16384, 0, 0, 0, 0, 0, 0, 0, 0};
-    Kvo16s lpc[10], res, sine = 0;
-    ASSERT_EQ(kvoOk, kvosLevinsonDurbin_G723_16s(R, &sine, &res, lpc));
-    EXPECT_EQ(4096, lpc[0]);  // 0.5 in Q13
-    for (int i = 1; i < 10; ++i) EXPECT_EQ(0, lpc[i]);
-    EXPECT_NEAR(16384 * 0.75, res, 1);
-    EXPECT_EQ(1, sine);
-}
-
-TEST(LevinsonG723, SineDetectorHistory) {
-    // White input: bit 0; the history moves up one place and keeps 16 bits.
-    Kvo16s white[11] = {20000, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
-    Kvo16s lpc[10], res, sine = Kvo16s(0x8001);
-    ASSERT_EQ(kvoOk, kvosLevinsonDurbin_G723_16s(white, &sine, &res, lpc));
-    EXPECT_EQ(0x0002, sine);
-    EXPECT_EQ(20000, res);
-
+TEST(LevinsonG723, BreakdownsAndSineDetector) {
+    // A stage with |numerator| >= error stops the recursion: later coefficients
+    // zero, bit 1 shifted into the 16-bit detector history.  White input: bit 0.
+    struct Row {
+        Kvo16s R[3], sineIn, sineOut, lpc0, res;
+    } rows[] = {
+        {{1000, 1000, 0}, 0x0002, 0x0005, 0, 1000},         // stage 0 breaks
+        {{0, 0, 0}, 0, 1, 0, 0},                            // zero energy
+        {{16384, 8192, -16384}, 0, 1, 4096, 12288},         // stage 1 breaks, k0 = -0.5 kept
+        {{20000, 0, 0}, Kvo16s(0x8001), 0x0002, 0, 20000},  // white
+    };
+    for (const Row& r : rows) {
+        Kvo16s R[11] = {r.R[0], r.R[1], r.R[2]}, lpc[10], res = -1, sine = r.sineIn;
+        ASSERT_EQ(kvoOk, kvosLevinsonDurbin_G723_16s(R, &sine, &res, lpc));
+        EXPECT_EQ(r.lpc0, lpc[0]) << r.R[0];
+        for (int i = 1; i < 10; ++i) EXPECT_EQ(0, lpc[i]) << r.R[0];
+        EXPECT_NEAR(r.res, res, 1) << r.R[0];
+        EXPECT_EQ(r.sineOut, sine) << r.R[0];
+    }
     // A tone with a little noise: k2 close to 1 (or a breakdown), bit 1.
-    std::vector<double> r(11);
-    for (int i = 0; i <= 10; ++i) r[size_t(i)] = std::cos(0.9 * i) + (i == 0 ? 0.002 : 0.0);
-    const auto R = quantise16(r, 16000);
-    sine = 0x0003;
+    std::vector<double> t(11);
+    for (int i = 0; i <= 10; ++i) t[size_t(i)] = std::cos(0.9 * i) + (i == 0 ? 0.002 : 0.0);
+    const auto R = quantise16(t, 16000);
+    Kvo16s lpc[10], res, sine = 3;
     ASSERT_EQ(kvoOk, kvosLevinsonDurbin_G723_16s(R.data(), &sine, &res, lpc));
-    EXPECT_EQ(0x0007, sine);
+    EXPECT_EQ(7, sine);
 }
 
 }  // namespace
