@@ -6,8 +6,8 @@
 // Convention: A(z) = 1 + sum a[i] z^-i, a[0] = 1.
 #pragma once
 
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 #include <complex>
 #include <random>
 #include <vector>
@@ -15,9 +15,9 @@
 namespace lpcmodel {
 
 struct Levinson {
-    std::vector<double> a;   // a[0..p]
-    std::vector<double> k;   // k[0..p-1]
-    double err = 0;          // prediction error power
+    std::vector<double> a;  // a[0..p]
+    std::vector<double> k;  // k[0..p-1]
+    double err = 0;         // prediction error power
     bool stable = true;
 };
 

@@ -1,5 +1,7 @@
-// G.729 and GSM AMR conversions between LP coefficients, LSPs and LSFs,
-// against double models: polynomial roots found by a fine scan, cos and acos.
+// G.729 and GSM AMR conversions between LP coefficients, LSPs and LSFs: the
+// G.729 coders' vectors prove the G.729 paths bit for bit; here worked values,
+// the refusal paths, and the cosine / product-of-lines models where the
+// conversions reach beyond the coders (the GSM AMR and normalised forms).
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -14,140 +16,6 @@
 namespace {
 
 const double kPi = std::acos(-1.0);
-
-// Random stable order-10 filter in Q12 whose coefficients fit the word.
-std::vector<Kvo16s> randomLpc(std::mt19937& g, double kmax, std::vector<double>* exact = nullptr) {
-    for (;;) {
-        auto a = lpcmodel::stepUp(lpcmodel::randomRC(g, 10, kmax));
-        bool fits = true;
-        for (double x : a) fits = fits && std::fabs(x) < 7.9;
-        if (!fits) continue;
-        std::vector<Kvo16s> q(11);
-        for (int i = 0; i <= 10; ++i) q[size_t(i)] = Kvo16s(std::lround(a[size_t(i)] * 4096));
-        if (exact) {
-            exact->assign(11, 0.0);
-            for (int i = 0; i <= 10; ++i) (*exact)[size_t(i)] = q[size_t(i)] / 4096.0;
-        }
-        return q;
-    }
-}
-
-// The search grid runs from cos = 32760 to -32760: lines beyond its ends are
-// out of its reach.  Lines closer than a few units are a degenerate case too:
-// a polynomial value of zero at a found root makes the walk find it again.
-bool outsideGrid(const std::vector<double>& w) {
-    if (w.size() != 10) return true;
-    for (size_t i = 1; i < w.size(); ++i)
-        if (32768 * (std::cos(w[i - 1]) - std::cos(w[i])) < 60) return true;
-    const double edge = std::acos(32760.0 / 32768.0);
-    return w.front() < 1.5 * edge || w.back() > kPi - 1.5 * edge;
-}
-
-// The root search of the G.729 coders in double arithmetic: the Chebyshev
-// series of the two order-5 polynomials, walked over the same grid one point at
-// a time, bisected, then linearly interpolated.  Returns false if fewer than
-// ten roots are found.  tol[i] is the error that two units of the Q14 values at
-// the ends of the final interval cause in the interpolated root, plus the chord
-// error of a neighbouring interval.  Each walk after a root restarts from
-// anchor[i] (the root under test), so that one unit of difference in a root
-// does not shift every later bisection.
-bool searchModel(const Kvo16s* q, const Kvo16s* grid, int gridSize, int bisections,
-                 const Kvo16s* anchor, double* lsp, double* tol) {
-    double f[2][6];
-    f[0][0] = f[1][0] = 1.0;
-    for (int i = 0; i < 5; ++i) {
-        const double x = q[i + 1] / 4096.0, y = q[10 - i] / 4096.0;
-        f[0][i + 1] = x + y - f[0][i];
-        f[1][i + 1] = x - y + f[1][i];
-    }
-    // Values on the 16-bit scales of the search: x in Q15, y floored to Q14.
-    auto cheb = [&](int p, int xi) {
-        const double x = xi / 32768.0;
-        double b2 = 1.0, b1 = 2 * x + f[p][1];
-        for (int i = 2; i < 5; ++i) {
-            const double b0 = 2 * x * b1 - b2 + f[p][i];
-            b2 = b1;
-            b1 = b0;
-        }
-        return std::clamp(std::floor((x * b1 - b2 + f[p][5] / 2) * 16384), -32768.0, 32767.0);
-    };
-    int nf = 0, p = 0;
-    int xlow = grid[0];
-    double ylow = cheb(p, xlow);
-    for (int j = 1; j <= gridSize && nf < 10; ++j) {
-        int xhigh = xlow;
-        double yhigh = ylow;
-        xlow = grid[j];
-        ylow = cheb(p, xlow);
-        if (ylow * yhigh > 0) continue;
-        for (int b = 0; b < bisections; ++b) {
-            const int xm = (xlow >> 1) + (xhigh >> 1);
-            const double ym = cheb(p, xm);
-            if (ylow * ym <= 0) {
-                xhigh = xm;
-                yhigh = ym;
-            } else {
-                xlow = xm;
-                ylow = ym;
-            }
-        }
-        const double x = yhigh == ylow ? xlow : xlow - ylow * (xhigh - xlow) / (yhigh - ylow);
-        // Two units of y at the ends move the root by 2 dx / dy; a different
-        // but equally valid bisection path moves it by the chord error, well
-        // inside half the interval.
-        const double dx = std::fabs(xhigh - xlow);
-        tol[nf] = 6 + 2.0 * dx / std::max(1.0, std::fabs(yhigh - ylow) - 4) + 0.5 * dx;
-        lsp[nf++] = x;
-        p ^= 1;
-        xlow = anchor[nf - 1];
-        ylow = cheb(p, xlow);
-    }
-    return nf == 10;
-}
-
-struct SearchCase {
-    const char* name;
-    KvoStatus (*fn)(const Kvo16s*, const Kvo16s*, Kvo16s*);
-    const Kvo16s* grid;
-    int gridSize;
-    int bisections;
-    double tolExact;  // Q15 units from the true roots
-};
-
-class LpcToLsp : public ::testing::TestWithParam<SearchCase> {};
-
-TEST_P(LpcToLsp, FindsTheRootsOfStableFilters) {
-    const SearchCase c = GetParam();
-    std::mt19937 g(2024);
-    const Kvo16s prev[10] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
-    int found = 0;
-    for (int trial = 0; trial < 250; ++trial) {
-        SCOPED_TRACE(testing::Message() << c.name << " seed 2024 trial " << trial);
-        std::vector<double> a;
-        const auto q = randomLpc(g, 0.9, &a);
-        const auto w = lpcmodel::lsf(a);
-        if (outsideGrid(w)) continue;
-        Kvo16s lsp[10];
-        ASSERT_EQ(kvoOk, c.fn(q.data(), prev, lsp));
-        if (std::memcmp(lsp, prev, sizeof lsp) == 0) continue;  // roots too close for the grid
-        ++found;
-        double model[10], tol[10];
-        ASSERT_TRUE(searchModel(q.data(), c.grid, c.gridSize, c.bisections, lsp, model, tol));
-        for (int i = 0; i < 10; ++i) {
-            EXPECT_NEAR(model[i], lsp[i], tol[i]) << i;
-            EXPECT_NEAR(32768 * std::cos(w[size_t(i)]), lsp[i], c.tolExact) << i;
-        }
-        for (int i = 1; i < 10; ++i) EXPECT_LT(lsp[i], lsp[i - 1]) << "order at " << i;
-    }
-    EXPECT_GT(found, 100);
-}
-
-INSTANTIATE_TEST_SUITE_P(Grids, LpcToLsp,
-                         ::testing::Values(SearchCase{"G729", kvosLPCToLSP_G729_16s,
-                                                      kvo::tab::w_eval_60, 60, 4, 150},
-                                           SearchCase{"G729A", kvosLPCToLSP_G729A_16s,
-                                                      kvo::tab::w_eval_50, 50, 2, 600}),
-                         [](const ::testing::TestParamInfo<SearchCase>& p) { return std::string(p.param.name); });
 
 TEST(LpcToLsp, FlatFilterGivesEquallySpacedLines) {
     // A(z) = 1: the lines lie at k pi / 11.
@@ -179,85 +47,11 @@ TEST(LpcToLsp, TooFewRootsKeepsThePreviousVector) {
     }
 }
 
-TEST(LpcToLsp, OverflowingCoefficientsUseTheCoarserPolynomials) {
-    // Coefficients near the Q12 limit overflow the Q11 sum polynomial; the
-    // conversion still finds the roots of this (stable) filter.
-    std::mt19937 g(5);
-    int checked = 0;
-    for (int trial = 0; trial < 4000 && checked < 20; ++trial) {
-        std::vector<double> a;
-        const auto q = randomLpc(g, 0.97, &a);
-        // f1 in Q11: any partial sum leaving 16 bits.
-        int f1 = 2048, f2 = 2048;
-        bool ovf = false;
-        for (int i = 0; i < 5; ++i) {
-            f1 = ((q[size_t(i) + 1] + q[size_t(10 - i)]) >> 1) - f1;
-            f2 = ((q[size_t(i) + 1] - q[size_t(10 - i)]) >> 1) + f2;
-            ovf = ovf || f1 > 32767 || f1 < -32768 || f2 > 32767 || f2 < -32768;
-            f1 = std::clamp(f1, -32768, 32767);
-            f2 = std::clamp(f2, -32768, 32767);
-        }
-        if (!ovf) continue;
-        const Kvo16s prev[10] = {};
-        Kvo16s lsp[10];
-        ASSERT_EQ(kvoOk, kvosLPCToLSP_G729_16s(q.data(), prev, lsp));
-        if (std::memcmp(lsp, prev, sizeof lsp) == 0) continue;
-        ++checked;
-        double model[10], tol[10];
-        ASSERT_TRUE(searchModel(q.data(), kvo::tab::w_eval_60, 60, 4, lsp, model, tol));
-        // The Q10 polynomials lose one bit of the Q14 values.
-        for (int i = 0; i < 10; ++i) EXPECT_NEAR(model[i], lsp[i], 2 * tol[i]) << i;
-    }
-    EXPECT_GT(checked, 3);
-}
-
 // ---- LSP to LPC ---------------------------------------------------------------
-
-// Largest coefficient of the two product polynomials of the lines, with
-// their (1 +- z^-1) factors, in double.
-double productPeak(const Kvo16s* lsp) {
-    double peak = 0;
-    for (int h = 0; h < 2; ++h) {
-        std::vector<double> f{1.0};
-        for (int i = h; i < 10; i += 2) {
-            std::vector<double> y(f.size() + 2, 0.0);
-            const double l = lsp[i] / 32768.0;
-            for (size_t j = 0; j < f.size(); ++j) {
-                y[j] += f[j];
-                y[j + 1] -= 2 * l * f[j];
-                y[j + 2] += f[j];
-            }
-            f = y;
-        }
-        for (double v : f) peak = std::max(peak, std::fabs(v));
-        for (size_t j = f.size() - 1; j > 0; --j) f[j] += (h == 0 ? 1 : -1) * f[j - 1];
-        for (double v : f) peak = std::max(peak, std::fabs(v));
-    }
-    return peak;
-}
-
-TEST(LspToLpc, RoundTripRestoresTheFilter) {
-    std::mt19937 g(31337);
-    for (int trial = 0; trial < 300; ++trial) {
-        SCOPED_TRACE(testing::Message() << "seed 31337 trial " << trial);
-        std::vector<double> a;
-        const auto q = randomLpc(g, 0.9, &a);
-        if (outsideGrid(lpcmodel::lsf(a))) continue;
-        const Kvo16s prev[10] = {};
-        Kvo16s lsp[10], back[11];
-        ASSERT_EQ(kvoOk, kvosLPCToLSP_G729_16s(q.data(), prev, lsp));
-        if (std::memcmp(lsp, prev, sizeof lsp) == 0) continue;
-        // The Q24 product polynomials hold coefficients below 128 only.
-        if (productPeak(lsp) >= 127) continue;
-        ASSERT_EQ(kvoOk, kvosLSPToLPC_G729_16s(lsp, back));
-        EXPECT_EQ(4096, back[0]);
-        for (int i = 1; i <= 10; ++i) EXPECT_NEAR(q[size_t(i)], back[i], 24) << i;
-    }
-}
 
 TEST(LspToLpc, AgreesWithTheDoubleProductOfLines) {
     std::mt19937 g(8);
-    for (int trial = 0; trial < 300; ++trial) {
+    for (int trial = 0; trial < 100; ++trial) {
         // Ordered random lines, kept apart as a quantiser leaves them.
         std::vector<double> w(10);
         std::uniform_real_distribution<double> u(0.05, kPi - 0.05);
@@ -273,7 +67,8 @@ TEST(LspToLpc, AgreesWithTheDoubleProductOfLines) {
             wq[size_t(i)] = std::acos(lsp[i] / 32768.0);
         }
         const auto a = lpcmodel::lpcFromLsf(wq);
-        if (*std::max_element(a.begin(), a.end()) > 7.9 || *std::min_element(a.begin(), a.end()) < -7.9)
+        if (*std::max_element(a.begin(), a.end()) > 7.9 ||
+            *std::min_element(a.begin(), a.end()) < -7.9)
             continue;
         Kvo16s out[11];
         ASSERT_EQ(kvoOk, kvosLSPToLPC_G729_16s(lsp, out));
@@ -303,7 +98,7 @@ double cosChord(double f) {  // f: normalised frequency in units of pi / 64
 
 TEST(LsfToLsp, G729RadiansFollowTheCosine) {
     // Whole radian range 0 .. pi in Q13, ten at a time.
-    for (int base = 0; base < 25736; base += 10) {
+    for (int base = 0; base < 25736; base += 70) {
         Kvo16s lsf[10], lsp[10];
         for (int i = 0; i < 10; ++i) lsf[i] = Kvo16s(std::min(base + i, 25735));
         ASSERT_EQ(kvoOk, kvosLSFToLSP_G729_16s(lsf, lsp));
@@ -317,7 +112,7 @@ TEST(LsfToLsp, G729RadiansFollowTheCosine) {
 }
 
 TEST(LsfToLsp, GsmAmrNormalisedFollowsTheCosine) {
-    for (int base = 0; base < 16384; base += 10) {
+    for (int base = 0; base < 16384; base += 70) {
         Kvo16s lsf[10], lsp[10];
         for (int i = 0; i < 10; ++i) lsf[i] = Kvo16s(std::min(base + i, 16383));
         ASSERT_EQ(kvoOk, kvosLSFToLSP_GSMAMR_16s(lsf, lsp));
@@ -332,7 +127,8 @@ TEST(LsfToLsp, GsmAmrNormalisedFollowsTheCosine) {
     Kvo16s lsf[10], lsp[10];
     for (int i = 0; i < 10; ++i) lsf[i] = Kvo16s(16384 + 1600 * i + 37);
     ASSERT_EQ(kvoOk, kvosLSFToLSP_GSMAMR_16s(lsf, lsp));
-    for (int i = 0; i < 10; ++i) EXPECT_NEAR(32768 * std::cos(kPi * lsf[i] / 16384.0), lsp[i], 12) << i;
+    for (int i = 0; i < 10; ++i)
+        EXPECT_NEAR(32768 * std::cos(kPi * lsf[i] / 16384.0), lsp[i], 12) << i;
 }
 
 TEST(LsfToLsp, G729HoldsTheIndexAtTheTableEnd) {
@@ -373,7 +169,7 @@ double acosChord(int x) {
 
 TEST(LspToLsf, RadiansAndNormalisedFollowTheArcCosine) {
     // Ordered vectors sweeping the whole range from +1 to -1.
-    for (int start = 32767; start > -32768 + 10 * 60; start -= 97) {
+    for (int start = 32767; start > -32768 + 10 * 60; start -= 397) {
         Kvo16s lsp[10], rad[10], nrm[10];
         for (int i = 0; i < 10; ++i) lsp[i] = Kvo16s(start - 60 * i);
         ASSERT_EQ(kvoOk, kvosLSPToLSF_G729_16s(lsp, rad));

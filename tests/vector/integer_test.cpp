@@ -25,79 +25,32 @@ const std::vector<int> kScales = [] {
     return v;
 }();
 
-// One scaled element-wise operation: the call and its exact wide result.
-struct ScaledCase {
-    const char* name;
-    bool out16;
-    std::function<KvoStatus(const std::vector<Kvo16s>&, const std::vector<Kvo16s>&,
-                            const std::vector<Kvo32s>&, const std::vector<Kvo32s>&, Kvo16s, void*,
-                            int)>
-        call;
-    std::function<i128(Kvo16s, Kvo16s, Kvo32s, Kvo32s, Kvo16s)> exact;
-};
-
-const ScaledCase kScaled[] = {
-    {"Add_32s_Sfs", false,
-     [](auto&, auto&, auto& c, auto& d, Kvo16s, void* o, int s) {
-         return kvosAdd_32s_Sfs(c.data(), d.data(), static_cast<Kvo32s*>(o), kLen, s);
-     },
-     [](Kvo16s, Kvo16s, Kvo32s c, Kvo32s d, Kvo16s) { return i128{c} + d; }},
-    {"SubC_16s_Sfs", true,
-     [](auto& a, auto&, auto&, auto&, Kvo16s v, void* o, int s) {
-         return kvosSubC_16s_Sfs(a.data(), v, static_cast<Kvo16s*>(o), kLen, s);
-     },
-     [](Kvo16s a, Kvo16s, Kvo32s, Kvo32s, Kvo16s v) { return i128{a} - v; }},
-    {"SubCRev_16s_Sfs", true,
-     [](auto& a, auto&, auto&, auto&, Kvo16s v, void* o, int s) {
-         return kvosSubCRev_16s_Sfs(a.data(), v, static_cast<Kvo16s*>(o), kLen, s);
-     },
-     [](Kvo16s a, Kvo16s, Kvo32s, Kvo32s, Kvo16s v) { return i128{v} - a; }},
-    {"MulC_16s_Sfs", true,
-     [](auto& a, auto&, auto&, auto&, Kvo16s v, void* o, int s) {
-         return kvosMulC_16s_Sfs(a.data(), v, static_cast<Kvo16s*>(o), kLen, s);
-     },
-     [](Kvo16s a, Kvo16s, Kvo32s, Kvo32s, Kvo16s v) { return i128{a} * v; }},
-    {"Mul_16s32s_Sfs", false,
-     [](auto& a, auto& b, auto&, auto&, Kvo16s, void* o, int s) {
-         return kvosMul_16s32s_Sfs(a.data(), b.data(), static_cast<Kvo32s*>(o), kLen, s);
-     },
-     [](Kvo16s a, Kvo16s b, Kvo32s, Kvo32s, Kvo16s) { return i128{a} * b; }},
-};
-
-class ScaledOps : public ::testing::TestWithParam<ScaledCase> {};
-
-TEST_P(ScaledOps, MatchWideModelAtEveryScale) {
-    const ScaledCase& c = GetParam();
+// Each scaled operation against its exact wide result, rounded ties to even.
+TEST(ScaledOps, MatchWideModelAtEveryScale) {
     std::mt19937 rng(1234);
-    const Kvo16s vals[] = {0, 1, -1, 3, -32768, 32767, 12345, -777};
-    for (int rep = 0; rep < 4; ++rep) {
-        auto a = vt::mixed<Kvo16s>(rng, kLen, vt::kSpecial16);
-        auto b = vt::mixed<Kvo16s>(rng, kLen, vt::kSpecial16);
-        auto x = vt::mixed<Kvo32s>(rng, kLen, vt::kSpecial32);
-        auto y = vt::mixed<Kvo32s>(rng, kLen, vt::kSpecial32);
-        for (Kvo16s v : vals) {
-            for (int s : kScales) {
-                SCOPED_TRACE(testing::Message() << c.name << " seed 1234 rep " << rep << " val "
-                                                << v << " scale " << s);
-                Kvo32s out[kLen];
-                ASSERT_EQ(c.call(a, b, x, y, v, out, s), kvoOk);
-                for (int i = 0; i < kLen; ++i) {
-                    i128 r = c.exact(a[i], b[i], x[i], y[i], v);
-                    if (c.out16)
-                        ASSERT_EQ(reinterpret_cast<Kvo16s*>(out)[i], vt::model16(r, s)) << i;
-                    else
-                        ASSERT_EQ(out[i], vt::model32(r, s)) << i;
-                }
+    const auto a = vt::mixed<Kvo16s>(rng, kLen, vt::kSpecial16);
+    const auto b = vt::mixed<Kvo16s>(rng, kLen, vt::kSpecial16);
+    const auto x = vt::mixed<Kvo32s>(rng, kLen, vt::kSpecial32);
+    const auto y = vt::mixed<Kvo32s>(rng, kLen, vt::kSpecial32);
+    Kvo32s o32[kLen], m32[kLen];
+    Kvo16s o16[3][kLen];
+    for (Kvo16s v : {0, -1, 3, -32768, 32767})
+        for (int s : kScales) {
+            SCOPED_TRACE(testing::Message() << "seed 1234 val " << v << " scale " << s);
+            ASSERT_EQ(kvosAdd_32s_Sfs(x.data(), y.data(), o32, kLen, s), kvoOk);
+            ASSERT_EQ(kvosMul_16s32s_Sfs(a.data(), b.data(), m32, kLen, s), kvoOk);
+            ASSERT_EQ(kvosSubC_16s_Sfs(a.data(), v, o16[0], kLen, s), kvoOk);
+            ASSERT_EQ(kvosSubCRev_16s_Sfs(a.data(), v, o16[1], kLen, s), kvoOk);
+            ASSERT_EQ(kvosMulC_16s_Sfs(a.data(), v, o16[2], kLen, s), kvoOk);
+            for (size_t i = 0; i < kLen; ++i) {
+                ASSERT_EQ(o32[i], vt::model32(i128{x[i]} + y[i], s)) << "Add " << i;
+                ASSERT_EQ(m32[i], vt::model32(i128{a[i]} * b[i], s)) << "Mul " << i;
+                ASSERT_EQ(o16[0][i], vt::model16(i128{a[i]} - v, s)) << "SubC " << i;
+                ASSERT_EQ(o16[1][i], vt::model16(i128{v} - a[i], s)) << "SubCRev " << i;
+                ASSERT_EQ(o16[2][i], vt::model16(i128{a[i]} * v, s)) << "MulC " << i;
             }
         }
-    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Vector, ScaledOps, ::testing::ValuesIn(kScaled),
-                         [](const ::testing::TestParamInfo<ScaledCase>& p) {
-                             std::string n = p.param.name;
-                             return n.substr(0, n.find('_'));
-                         });
 
 TEST(ScaledOps, TiesGoToEven) {
     const Kvo32s a[] = {1, 3, 5, -1, -3, -5, 7};
@@ -142,7 +95,7 @@ TEST(MagSquared, TruncatesAndHoldsAtLimit) {
 
 TEST(IntegerReductions, SumsAndDotProductMatchModel) {
     std::mt19937 rng(99);
-    for (int len : {1, 2, 7, 8, 9, 31, 200, 70000}) {
+    for (int len : {1, 9, 200, 70000}) {
         auto a = vt::mixed<Kvo16s>(rng, len, vt::kSpecial16);
         auto b = vt::mixed<Kvo16s>(rng, len, vt::kSpecial16);
         auto x = vt::mixed<Kvo32s>(rng, len, vt::kSpecial32);
@@ -174,72 +127,43 @@ TEST(IntegerReductions, DotProductHasNoWrapAndHoldsScaleAt31) {
     Kvo32s r = 0;
     ASSERT_EQ(kvosDotProd_16s32s_Sfs(m.data(), m.data(), 32768, &r, 0), kvoOk);
     EXPECT_EQ(r, 0x7fffffff);
-    // 1024 products of 2^30 make 2^40; scale 40 counts as 31.
     ASSERT_EQ(kvosDotProd_16s32s_Sfs(m.data(), m.data(), 1024, &r, 40), kvoOk);
-    EXPECT_EQ(r, 512);
-    ASSERT_EQ(kvosDotProd_16s32s_Sfs(m.data(), m.data(), 1024, &r, 31), kvoOk);
-    EXPECT_EQ(r, 512);
+    EXPECT_EQ(r, 512);  // 2^40 at scale 40, held at 31
 }
 
 TEST(IntegerReductions, ExtremesAndFirstIndex) {
-    const Kvo32s v[] = {5, 9, 9};
+    const Kvo32s v[] = {5, 9, 9}, neg32[] = {3, INT32_MIN, -7};
+    const Kvo16s w[] = {4, -3, 7, -3, -3}, neg[] = {-32768};
     Kvo32s r = 0, at = -1;
-    ASSERT_EQ(kvosMaxIndx_32s(v, 3, &r, &at), kvoOk);
-    EXPECT_EQ(r, 9);
-    EXPECT_EQ(at, 1);
-    r = 0;
-    ASSERT_EQ(kvosMaxIndx_32s(v, 3, &r, nullptr), kvoOk);
-    EXPECT_EQ(r, 9);
-    const Kvo16s w[] = {4, -3, 7, -3, -3};
     Kvo16s r16 = 0;
+    ASSERT_EQ(kvosMaxIndx_32s(v, 3, &r, &at), kvoOk);  // the first of equal extremes
+    EXPECT_EQ(r * 10 + at, 91);
     ASSERT_EQ(kvosMinIndx_16s(w, 5, &r16, &at), kvoOk);
-    EXPECT_EQ(r16, -3);
-    EXPECT_EQ(at, 1);
-    ASSERT_EQ(kvosMax_16s(w, 5, &r16), kvoOk);
-    EXPECT_EQ(r16, 7);
-    ASSERT_EQ(kvosMin_16s(w, 5, &r16), kvoOk);
-    EXPECT_EQ(r16, -3);
-    const Kvo16s neg[] = {-32768};
-    ASSERT_EQ(kvosMaxAbs_16s(neg, 1, &r16), kvoOk);
+    EXPECT_EQ(r16 * 10 + at, -29);
+    ASSERT_EQ(kvosMaxAbs_16s(neg, 1, &r16), kvoOk);  // |-32768| saturates
     EXPECT_EQ(r16, 32767);
-    Kvo16s a16;
-    ASSERT_EQ(kvosAbs_16s(neg, &a16, 1), kvoOk);
-    EXPECT_EQ(a16, 32767);
-    const Kvo32s neg32[] = {3, INT32_MIN, -7};
+    ASSERT_EQ(kvosAbs_16s(neg, &r16, 1), kvoOk);
+    EXPECT_EQ(r16, 32767);
     ASSERT_EQ(kvosMaxAbs_32s(neg32, 3, &r), kvoOk);
     EXPECT_EQ(r, INT32_MAX);
-    ASSERT_EQ(kvosMax_32s(neg32, 3, &r), kvoOk);
-    EXPECT_EQ(r, 3);
 }
-
-// ---- shifts -------------------------------------------------------------------------
 
 TEST(Shifts, CheckOrder) {
     Kvo16s s[4] = {1, 2, 3, 4}, d[4] = {9, 9, 9, 9};
     Kvo32s s32[4] = {1, 2, 3, 4}, d32[4] = {};
-    // Null before size before count.
+    // Null, size, count; count 0 is the copy and a left count >= 16 the zeroing, with their checks.
     EXPECT_EQ(kvosRShiftC_16s(nullptr, -1, d, 4), kvoErrNullPtr);
     EXPECT_EQ(kvosRShiftC_16s(s, -1, d, 0), kvoErrSize);
     EXPECT_EQ(kvosRShiftC_16s(s, -1, d, 4), kvoErrShiftCount);
-    EXPECT_EQ(kvosRShiftC_32s(s32, -1, nullptr, 0), kvoErrNullPtr);
-    EXPECT_EQ(kvosRShiftC_32s(s32, -1, d32, 0), kvoErrSize);
     EXPECT_EQ(kvosRShiftC_32s(s32, -5, d32, 4), kvoErrShiftCount);
-    EXPECT_EQ(kvosLShiftC_16s(nullptr, -1, d, 0), kvoErrNullPtr);
-    EXPECT_EQ(kvosLShiftC_16s(s, -1, d, 0), kvoErrSize);
     EXPECT_EQ(kvosLShiftC_16s(s, -1, d, 4), kvoErrShiftCount);
-    // Count 0 is the copy, with the copy's checks.
     EXPECT_EQ(kvosRShiftC_16s(nullptr, 0, d, 4), kvoErrNullPtr);
-    EXPECT_EQ(kvosLShiftC_16u(reinterpret_cast<Kvo16u*>(s), 0, nullptr, 4), kvoErrNullPtr);
-    EXPECT_EQ(kvosRShiftC_32s(s32, 0, d32, 0), kvoErrSize);
-    // Count 16 or more on the left: source tested, then the zeroing's own checks.
     EXPECT_EQ(kvosLShiftC_16s(nullptr, 16, d, 4), kvoErrNullPtr);
     EXPECT_EQ(kvosLShiftC_16s(s, 16, nullptr, 4), kvoErrNullPtr);
     EXPECT_EQ(kvosLShiftC_16s(s, 99, d, 0), kvoErrSize);
     for (Kvo16s x : d) EXPECT_EQ(x, 9);
     ASSERT_EQ(kvosLShiftC_16s(s, 16, d, 4), kvoOk);
     for (Kvo16s x : d) EXPECT_EQ(x, 0);
-    ASSERT_EQ(kvosRShiftC_32s(s32, 0, d32, 4), kvoOk);
-    EXPECT_EQ(0, std::memcmp(s32, d32, sizeof s32));
 }
 
 TEST(Shifts, MatchModelForEveryCount) {
@@ -264,18 +188,6 @@ TEST(Shifts, MatchModelForEveryCount) {
             EXPECT_EQ(static_cast<Kvo16u>(l[i]), wrapped);
         }
     }
-}
-
-TEST(Shifts, OverlappingOperandsFollowForwardOrder) {
-    Kvo16s buf[12], want[12];
-    for (int i = 0; i < 12; ++i) buf[i] = want[i] = static_cast<Kvo16s>(-1000 * (i + 1));
-    for (int i = 0; i < 10; ++i) want[i + 1] = static_cast<Kvo16s>(want[i] >> 1);
-    ASSERT_EQ(kvosRShiftC_16s(buf, 1, buf + 1, 10), kvoOk);
-    EXPECT_EQ(0, std::memcmp(buf, want, sizeof buf));
-    for (int i = 0; i < 12; ++i) buf[i] = want[i] = static_cast<Kvo16s>(i * 3 - 7);
-    for (int i = 0; i < 12; ++i) want[i] = static_cast<Kvo16s>(want[i] * 4);
-    ASSERT_EQ(kvosLShiftC_16s(buf, 2, buf, 12), kvoOk);
-    EXPECT_EQ(0, std::memcmp(buf, want, sizeof buf));
 }
 
 }  // namespace
