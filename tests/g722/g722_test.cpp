@@ -290,8 +290,12 @@ TEST(G722Plc, DownsampleMatchesModel) {
 constexpr size_t kState = sizeof(KvoG722State) + 16;
 const std::initializer_list<std::pair<Kvo32s, KvoStatus>> kBadPairs = {
     {0, kvoErrSize}, {-2, kvoErrSize}, {3, kvoErrSize}};
-void encInit(void* p) { kvosSBADPCMEncodeInit_G722_16s(static_cast<Kvo8u*>(p)); }
-void decInit(void* p) { kvosSBADPCMDecodeInit_G722_16s(static_cast<Kvo8u*>(p)); }
+void encInit(void* p) {
+    kvosSBADPCMEncodeInit_G722_16s(static_cast<Kvo8u*>(p));
+}
+void decInit(void* p) {
+    kvosSBADPCMDecodeInit_G722_16s(static_cast<Kvo8u*>(p));
+}
 
 TEST(G722Args, EveryExport) {
     for (int dir = 0; dir < 2; ++dir) {

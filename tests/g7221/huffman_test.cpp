@@ -37,7 +37,8 @@ void expectCode(int cat, int pi, const std::vector<Kvo16s>& coef, const std::vec
     const int d = kDim[cat];
     for (int v = 0; v < 20 / d; ++v) {
         int index = 0;
-        for (int j = 0; j < d; ++j) index = index * (kMaxBin[cat] + 1) + std::min(bin[v * d + j], kMaxBin[cat]);
+        for (int j = 0; j < d; ++j)
+            index = index * (kMaxBin[cat] + 1) + std::min(bin[v * d + j], kMaxBin[cat]);
         put(codes[cat][index], counts[cat][index]);
         for (int j = 0; j < d; ++j)
             if (bin[v * d + j] != 0) put(coef[v * d + j] > 0, 1);

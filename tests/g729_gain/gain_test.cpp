@@ -41,7 +41,8 @@ Subframe make(std::mt19937& rng, double gp, double gc) {
     s.y1 = gsig::harmonic(40, 20 + rng() % 100, 3000, rng());
     std::normal_distribution<double> nd(0, 1);
     s.x.resize(40);
-    for (int n = 0; n < 40; ++n) s.x[n] = gsig::clip(gp * s.y1[n] + gc * s.y2[n] / 8192.0 + 150 * nd(rng));
+    for (int n = 0; n < 40; ++n)
+        s.x[n] = gsig::clip(gp * s.y1[n] + gc * s.y2[n] / 8192.0 + 150 * nd(rng));
     return s;
 }
 

@@ -20,7 +20,9 @@ using i16 = int16_t;
 using i32 = int32_t;
 using Vec = std::vector<i16>;
 
-i16 sat16(int64_t v) { return v > 32767 ? 32767 : (v < -32768 ? -32768 : i16(v)); }
+i16 sat16(int64_t v) {
+    return v > 32767 ? 32767 : (v < -32768 ? -32768 : i16(v));
+}
 
 struct Rng {
     std::mt19937 g;
@@ -118,7 +120,8 @@ struct Model {
         if (onset && cls < 2) ++cls;
         prevClass = cls, prevCb = cb;
         Vec ltp(40), disp(40, 0);
-        for (int n = 0; n < 40; ++n) ltp[n] = sat16(exc[n] - sat16((i32{inno[n]} * cb + 8192) >> 14));
+        for (int n = 0; n < 40; ++n)
+            ltp[n] = sat16(exc[n] - sat16((i32{inno[n]} * cb + 8192) >> 14));
         for (int p = 0; p < 40; ++p)
             for (int k = 0; k < 40 && inno[p]; ++k) {
                 const int j = (k - p + 40) % 40;
@@ -127,7 +130,8 @@ struct Model {
                 disp[k] = sat16(disp[k] + sat16((h * inno[p]) >> 15));
             }
         inno = disp;
-        for (int n = 0; n < 40; ++n) out[n] = sat16(sat16((i32{inno[n]} * cb + 8192) >> 14) + ltp[n]);
+        for (int n = 0; n < 40; ++n)
+            out[n] = sat16(sat16((i32{inno[n]} * cb + 8192) >> 14) + ltp[n]);
     }
 };
 

@@ -77,11 +77,16 @@ TEST(GsmFrFilters, ChunkedInPlaceRunsAgree) {
         SCOPED_TRACE(which);
         auto run = [&](Kvo16s* b, int n, KvoHighPassState_GSMFR& hp, Kvo16s* mem) {
             switch (which) {
-                case 0: return kvosHighPassFilter_GSMFR_16s(b, b, n, &hp);
-                case 1: return kvosPreemphasize_GSMFR_16s(b, b, n, mem);
-                case 2: return kvosDeemphasize_GSMFR_16s_I(b, n, mem);
-                case 3: return kvosShortTermAnalysisFilter_GSMFR_16s_I(rc, b, n, mem);
-                default: return kvosShortTermSynthesisFilter_GSMFR_16s(rc, b, b, n, mem);
+                case 0:
+                    return kvosHighPassFilter_GSMFR_16s(b, b, n, &hp);
+                case 1:
+                    return kvosPreemphasize_GSMFR_16s(b, b, n, mem);
+                case 2:
+                    return kvosDeemphasize_GSMFR_16s_I(b, n, mem);
+                case 3:
+                    return kvosShortTermAnalysisFilter_GSMFR_16s_I(rc, b, n, mem);
+                default:
+                    return kvosShortTermSynthesisFilter_GSMFR_16s(rc, b, b, n, mem);
             }
         };
         std::vector<Kvo16s> whole = x, pieces = x;
@@ -201,8 +206,7 @@ TEST(GsmFrWeighting, ElevenTapModelAndScalarTwin) {
 
 // The standard's form: mult_r(FAC, (2c - 7) << 12), plus 2^(e-1), shifted by e.
 TEST(GsmFrApcm, EqualsTheStandardsForm) {
-    static const Kvo16s kFac[9] = {-32768, 18431, 20479, 22527, 24575,
-                                   26623,  28671, 30719, 32767};
+    static const Kvo16s kFac[9] = {-32768, 18431, 20479, 22527, 24575, 26623, 28671, 30719, 32767};
     Kvo16s codes[13], out[13];
     for (int i = 0; i < 13; ++i) codes[i] = static_cast<Kvo16s>(i % 8);
     for (Kvo16s m : kFac)
@@ -217,10 +221,14 @@ TEST(GsmFrApcm, EqualsTheStandardsForm) {
 
 Kvo16s draw(std::mt19937& rng, int kind) {
     switch (kind) {
-        case 0: return static_cast<Kvo16s>(rng());
-        case 1: return static_cast<Kvo16s>(rng() & 1 ? -32768 : 32767);
-        case 2: return static_cast<Kvo16s>(static_cast<int>(rng() % 2001) - 1000);
-        default: return static_cast<Kvo16s>(rng() % 3 == 0 ? -32768 : rng());
+        case 0:
+            return static_cast<Kvo16s>(rng());
+        case 1:
+            return static_cast<Kvo16s>(rng() & 1 ? -32768 : 32767);
+        case 2:
+            return static_cast<Kvo16s>(static_cast<int>(rng() % 2001) - 1000);
+        default:
+            return static_cast<Kvo16s>(rng() % 3 == 0 ? -32768 : rng());
     }
 }
 
@@ -283,16 +291,14 @@ TEST(GsmFrArgs, EveryExport) {
         auto x = t.inout<Kvo16s>("pSrcDst", 4);
         auto n = len4(t);
         auto m = t.inout<Kvo16s>("pMem", 1);
-        t.run([&](const BadArgs::Call& c) {
-            return kvosDeemphasize_GSMFR_16s_I(c(x), c(n), c(m));
-        });
+        t.run(
+            [&](const BadArgs::Call& c) { return kvosDeemphasize_GSMFR_16s_I(c(x), c(n), c(m)); });
     }
     {
         BadArgs t("kvosSchur_GSMFR_32s16s");
         auto s = t.in<Kvo32s>("pSrc", 9);
         auto d = t.out<Kvo16s>("pDst", 8);
-        auto o = t.value<Kvo32s>("order", 8,
-                                 {{0, kvoErrSize}, {9, kvoErrSize}, {-1, kvoErrSize}});
+        auto o = t.value<Kvo32s>("order", 8, {{0, kvoErrSize}, {9, kvoErrSize}, {-1, kvoErrSize}});
         t.run([&](const BadArgs::Call& c) { return kvosSchur_GSMFR_32s16s(c(s), c(d), c(o)); });
     }
     {

@@ -17,7 +17,9 @@ namespace {
 constexpr double kTarget = 1623.4912;  // -26.1 dB re 32768
 constexpr double kMaxGainDb = 11.6;
 
-double db(double v) { return 20.0 * std::log10(v); }
+double db(double v) {
+    return 20.0 * std::log10(v);
+}
 
 // Voiced talker: harmonics of a gliding pitch under a syllable envelope with a
 // pause of about 0.3 s every 3 s, scaled by k.
@@ -82,7 +84,9 @@ TEST(ALCBehaviour, TalkersAreBroughtToTheTargetWithinTheGainLimits) {
         const std::vector<Kvo16s> y = run(s, x, &g);
         EXPECT_NEAR(db(level(y) / kTarget), r.outDb, r.outTol);
         EXPECT_LE(db(*std::max_element(g.begin(), g.end())), r.maxGainDb + 1e-5);
-        if (r.offset == -20.0) EXPECT_NEAR(db(g.back()), kMaxGainDb, 0.01);
+        if (r.offset == -20.0) {
+            EXPECT_NEAR(db(g.back()), kMaxGainDb, 0.01);
+        }
         if (r.offset != -8.0) continue;
         const double fin = db(g.back());
         EXPECT_NEAR(fin, 8.0, 2.0);
