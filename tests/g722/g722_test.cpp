@@ -50,6 +50,23 @@ TEST(G722Adpcm, StartStateAndFirstPairOfSilence) {
     EXPECT_EQ(code[1], 3);
 }
 
+// The (vectorised) quantizers against a linear scan of the decision levels, at
+// scale factors beyond the coder's range too (a damaged record may hold any).
+TEST(G722Adpcm, QuantizersMatchLinearSearch) {
+    using namespace kvo::tab;
+    for (int det : {8, 32, 777, 9999, 16384, 32767, -3}) {
+        for (int e = -32768; e <= 32767; e += 7) {
+            const int neg = e < 0, mag = neg ? (32767 - e) & 32767 : e;
+            int k = 1;
+            while (k < 30 && ((table_quant_q6[k] * det) >> 12) <= mag) ++k;
+            ASSERT_EQ(kvo::g722QuantL(e, det), table_misil[neg ? 0 : 1][k]) << e << " " << det;
+            const int pos = mag >= ((564 * det) >> 12);
+            ASSERT_EQ(kvo::g722QuantH(e, det), neg ? (pos ? 0 : 1) : (pos ? 2 : 3))
+                << e << " " << det;
+        }
+    }
+}
+
 TEST(G722Adpcm, ModeIsReadAsSixteenBits) {
     const auto x = noise(1600, 8000, 4);
     std::vector<Kvo16s> code(x.size());
