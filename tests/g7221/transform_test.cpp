@@ -1,12 +1,10 @@
 // G.722.1 transform steps beyond the recorded data: full-scale and saturating
-// inputs against an operator-by-operator model of the 16/32-bit fixed-point
-// arithmetic (saturating add, negate, doubled multiply-accumulate, shift,
-// round), accuracy against a double-precision DCT-IV, the zero frames, and the
-// synthesis windowing at full scale against a 64-bit model.
+// inputs against an operator-by-operator model of the fixed-point arithmetic
+// (saturating add, negate, doubled multiply-accumulate, shift, round), the
+// zero frames, and the synthesis windowing at full scale against a 64-bit model.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <random>
 #include <vector>
@@ -144,7 +142,12 @@ std::vector<std::vector<int16_t>> fullScaleFrames(int len, uint32_t seed) {
     }
     frames.push_back(alt);
     frames.push_back(pairs);
-    for (int r = 0; r < 40; ++r) {
+    // the inverse's later folds add negate(b): a = -1 (from the pair -2, 0) and
+    // b = -32768 (from -32768, -32768) give 32766, not 32767
+    std::vector<int16_t> fold(len, 0);
+    fold[0] = -2, fold[2] = fold[3] = -32768;
+    frames.push_back(fold);
+    for (int r = 0; r < 24; ++r) {
         std::vector<int16_t> f(len);
         for (auto& v : f)
             v = r % 2 ? static_cast<int16_t>(rng())
@@ -180,81 +183,6 @@ TEST(G7221Transform, FullScaleMatchesOperatorModel) {
         }
 }
 
-// a - b in the inverse's later folds is a + negate(b): with b = -32768 and
-// a = -1 the difference is 32766, not 32767.  Stage 0 turns input pairs
-// (-32768, -32768) into -32768 and (-2, 0) into -1 (dither 0 or 1 alike).
-TEST(G7221Transform, InverseFoldNegatesBeforeAdding) {
-    for (int len : {320, 640}) {
-        std::vector<int16_t> x(len, 0);
-        // stage-0 outputs 0 and 1 come from input pairs 0 and 1
-        x[0] = -2;  // output 0 = (sat(-2 + d) + 0) >> 1 = -1
-        x[1] = 0;
-        x[2] = -32768;  // output 1 = (sat(-32768 + d) - 32768) >> 1 = -32768
-        x[3] = -32768;
-        Hits h;
-        const auto want = modelDct(x, true, h);
-        EXPECT_EQ(run(true, x), want) << len;
-        EXPECT_GT(h.fold, 0);
-    }
-}
-
-// Double-precision DCT-IV, X[k] = sum x[n] cos(pi (n + 1/2)(k + 1/2) / N).
-std::vector<double> dct4(const std::vector<double>& x) {
-    const size_t n = x.size();
-    std::vector<double> X(n);
-    for (size_t k = 0; k < n; ++k) {
-        double s = 0;
-        for (size_t i = 0; i < n; ++i) s += x[i] * std::cos(M_PI * (i + 0.5) * (k + 0.5) / n);
-        X[k] = s;
-    }
-    return X;
-}
-
-// Gain and signal-to-error ratio (dB) of y against the reference X.
-std::pair<double, double> fit(const std::vector<int16_t>& y, const std::vector<double>& X) {
-    double xy = 0, xx = 0;
-    for (size_t i = 0; i < X.size(); ++i) {
-        xy += X[i] * y[i];
-        xx += X[i] * X[i];
-    }
-    const double g = xy / xx;
-    double e = 0, s = 0;
-    for (size_t i = 0; i < X.size(); ++i) {
-        e += (y[i] - g * X[i]) * (y[i] - g * X[i]);
-        s += g * X[i] * g * X[i];
-    }
-    return {g, 10 * std::log10(s / e)};
-}
-
-TEST(G7221Transform, ApproximatesDct4) {
-    std::mt19937 rng(2024);
-    for (int len : {320, 640})
-        for (bool inverse : {false, true}) {
-            SCOPED_TRACE(::testing::Message() << (inverse ? "inverse" : "forward") << " " << len);
-            double gain0 = 0;
-            for (int r = 0; r < 3; ++r) {
-                std::vector<int16_t> x(len);
-                std::vector<double> xd(len);
-                for (int i = 0; i < len; ++i) {
-                    // the inverse has gain: keep its input as small as the decoder's
-                    const int amp = inverse ? 300 : 4000;
-                    x[i] = static_cast<int16_t>(static_cast<int>(rng() % (2 * amp + 1)) - amp);
-                    xd[i] = x[i];
-                    if (!inverse && len == 320) xd[i] += kvo::tab::cnstAnalBias_G722[i];
-                }
-                auto y = run(inverse, x);
-                if (inverse && len == 320)
-                    for (int i = 0; i < len; ++i) y[i] -= kvo::tab::cnstSynthesisBias7khz_G722[i];
-                const auto [g, snr] = fit(y, dct4(xd));
-                // the 640-point rotation rows are the published ones, a little
-                // off the exact angles: a lower bound that both lengths meet
-                EXPECT_GT(snr, 30.0);
-                if (r == 0) gain0 = g;
-                EXPECT_NEAR(g, gain0, 1e-3 * std::abs(gain0));  // a fixed scale
-            }
-        }
-}
-
 TEST(G7221Transform, ZeroFrames) {
     const std::vector<int16_t> z320(320, 0), z640(640, 0);
     // the dither bit alone shifts out of (d + 0) >> 1: only the bias is left
@@ -264,31 +192,12 @@ TEST(G7221Transform, ZeroFrames) {
     EXPECT_EQ(run(true, z640), z640);
     EXPECT_EQ(run(false, z640), z640);
     // at 320 the forward transform of a zero frame is that of the analysis bias
-    std::vector<int16_t> biasIn(kvo::tab::cnstAnalBias_G722, kvo::tab::cnstAnalBias_G722 + 320);
-    std::vector<int16_t> y(320), viaBias(320);
+    std::vector<int16_t> y(320);
     ASSERT_EQ(kvosDCTFwd_G722_16s(z320.data(), y.data()), kvoOk);
     Hits h;
     auto want = modelDct(z320, false, h);
     EXPECT_EQ(y, want);
     EXPECT_NE(y, z320);
-}
-
-// The transform's exact 32-bit path relies on these bounds of the matrices,
-// and the rotation sums on pair values that never reach -32768.
-TEST(G7221Transform, TableBoundsHold) {
-    int fwd = 0, inv = 0;
-    for (int i = 0; i < 10; ++i)
-        for (int j = 0; j < 10; ++j) {
-            fwd = std::max(fwd, std::abs(int{kvo::tab::cnstDct10Fwd_G722[i][j]}));
-            inv = std::max(inv, std::abs(int{kvo::tab::cnstDct10Inv_G722[i][j]}));
-        }
-    EXPECT_EQ(fwd, kvo::kDct10FwdMax);
-    EXPECT_EQ(inv, kvo::kDct10InvMax);
-    for (int k = 0; k < 630; ++k)
-        for (int e = 0; e < 2; ++e) {
-            EXPECT_GT(kvo::tab::cnstCosSinFwd_G722[k][e], -32768);
-            EXPECT_GT(kvo::tab::cosTable[k][e], -32768);
-        }
 }
 
 // Synthesis windowing saturates at full scale (the window pairs sum to about

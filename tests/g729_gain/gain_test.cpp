@@ -1,7 +1,7 @@
-// G.729 gain quantisation: the 8 kbit/s encoder against the basic-operator model over runs of
-// subframes (gains, indices and the predictor memory), both encoders against the best pair of
-// the whole codebook in double precision, the decoders against the encoders through the
-// published index maps, erased frames, and the argument checks.
+// G.729 gain quantisation. The 8 kbit/s encoder and decoder are proven bit for bit by the
+// vector sets; here: both encoders against the best pair of the whole codebook in double
+// precision, the decoders against the encoders through the published index maps, taming,
+// erased frames, and the argument checks.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -11,7 +11,6 @@
 #include "g729/gain_tables.h"
 #include "g729/pitch.h"
 #include "g729_gain/gain_test_tables.h"
-#include "g729_pitch/g729_model.h"
 #include "g729_pitch/signals.h"
 #include "kvosc.h"
 #include "numeric/arith.h"
@@ -25,32 +24,25 @@ using kvo::tab::gbk1_6k;
 using kvo::tab::gbk2;
 using kvo::tab::gbk2_6k;
 
-// One subframe of encoder data built from chosen true gains: target = gp y1 + gc y2 / 8192 plus
-// some noise, y2 the filtered fixed vector (the Q12 filter applied to the Q13 pulses): a code
-// gain of g (Q1 value 2g) adds g y2 / 8192 to the target.
+// One subframe: target = gp y1 + gc y2 / 8192 plus noise, y2 the Q12 filter applied to the Q13
+// pulses (a code gain g, Q1 value 2g, adds g y2 / 8192 to the target).
 struct Subframe {
     Vec x, y1, code, y2;
-    double gp, gc;
 };
 
-Subframe make(std::mt19937& rng, int level) {
+Subframe make(std::mt19937& rng, double gp, double gc) {
     Subframe s;
     s.code.assign(40, 0);
-    for (int k = 0; k < 4; ++k)  // one pulse per track k, k + 5, k + 10, ...
+    for (int k = 0; k < 4; ++k)  // one pulse per track
         s.code[k + 5 * (rng() % 8)] = static_cast<Kvo16s>((rng() & 1) ? 8192 : -8192);
     Vec h = gsig::impulse(rng);
     s.y2.resize(40);
     kvo::pitch::convolveQ12(s.code.data(), h.data(), s.y2.data(), 40);
-    static const int amps[] = {30, 300, 3000, 12000};
-    s.y1 = gsig::harmonic(40, 20 + rng() % 100, amps[level % 4], rng());
-    std::uniform_real_distribution<double> up(0.0, 1.2), uc(0.0, 1.0);
-    s.gp = up(rng);
-    s.gc = uc(rng) * amps[level % 4] / 400.0 * (level == 5 ? 40 : 1);
+    s.y1 = gsig::harmonic(40, 20 + rng() % 100, 3000, rng());
     std::normal_distribution<double> nd(0, 1);
     s.x.resize(40);
     for (int n = 0; n < 40; ++n)
-        s.x[n] =
-            gsig::clip(s.gp * s.y1[n] + s.gc * s.y2[n] / 8192.0 + 0.05 * amps[level % 4] * nd(rng));
+        s.x[n] = gsig::clip(gp * s.y1[n] + gc * s.y2[n] / 8192.0 + 150 * nd(rng));
     return s;
 }
 
@@ -61,40 +53,6 @@ double residual(const Subframe& s, double gp, double gc) {
         e += r * r;
     }
     return e;
-}
-
-TEST(G729Gain, EncoderMatchesReferenceModelOverARun) {
-    std::mt19937 rng(2024);
-    Kvo16s past[4] = {-14336, -14336, -14336, -14336};
-    Kvo16s mpast[4] = {-14336, -14336, -14336, -14336};
-    for (int frame = 0; frame < 600; ++frame) {
-        SCOPED_TRACE(frame);
-        Subframe s = make(rng, frame % 6);
-        if (frame % 37 == 0) s.x = gsig::anyLevel(40, rng);  // unrelated or full-scale target
-        if (frame % 41 == 0) s.y1 = gsig::anyLevel(40, rng);
-        const Kvo16s tame = static_cast<Kvo16s>(frame % 5 == 0);
-        Kvo16s q[2], idx[2];
-        ASSERT_EQ(kvosGainQuant_G729_16s(s.x.data(), s.y1.data(), s.code.data(), s.y2.data(), past,
-                                         q, idx, tame),
-                  kvoOk);
-        Kvo16s co[4], g[5], e[5];
-        gmodel::G_pitch(s.x.data(), s.y1.data(), co, 40);
-        if (co[2] <= 0) co[3] = -15;
-        g[0] = co[0];
-        e[0] = static_cast<Kvo16s>(-co[1]);
-        g[1] = static_cast<Kvo16s>(co[2] == -32768 ? 32767 : -co[2]);
-        e[1] = static_cast<Kvo16s>(-(co[3] + 1));
-        gmodel::Corr_xy2(s.x.data(), s.y1.data(), s.y2.data(), g, e);
-        Kvo16s mq0, mq1;
-        int i1, i2;
-        gmodel::Qua_gain(s.code.data(), g, e, &mq0, &mq1, tame, mpast, &i1, &i2);
-        ASSERT_EQ(idx[0], i1);
-        ASSERT_EQ(idx[1], i2);
-        ASSERT_EQ(q[0], mq0);
-        ASSERT_EQ(q[1], mq1);
-        for (int k = 0; k < 4; ++k) ASSERT_EQ(past[k], mpast[k]);
-        if (tame) EXPECT_LT(q[0], 16383);
-    }
 }
 
 // Both rates: the chosen pair is nearly as good as the best of the whole codebook, and the
@@ -109,17 +67,11 @@ TEST(G729Gain, QuantisedGainsAreNearOptimalAndDecodeToTheSame) {
         double worst = 0, sumRatio = 0, gcTrack = 4.0;
         for (int frame = 0; frame < 100; ++frame) {
             SCOPED_TRACE(frame);
-            // One level for the whole run, so the moving-average predictor can follow the code
-            // gain (a jump of 40 dB between subframes is outside the codebook's range).
-            Subframe s = make(rng, 2);
-            // A slowly varying code gain, as in speech: the predictor follows it.
+            // a slowly varying code gain, as in speech: the predictor follows it
             gcTrack *= std::exp(std::uniform_real_distribution<double>(-0.35, 0.35)(rng));
             gcTrack = std::min(std::max(gcTrack, 0.5), 20.0);
-            s.gc = gcTrack;
-            s.gp = std::uniform_real_distribution<double>(0.2, 1.0)(rng);
-            std::normal_distribution<double> nd(0, 1);
-            for (int n = 0; n < 40; ++n)
-                s.x[n] = gsig::clip(s.gp * s.y1[n] + s.gc * s.y2[n] / 8192.0 + 150 * nd(rng));
+            const Subframe s =
+                make(rng, std::uniform_real_distribution<double>(0.2, 1.0)(rng), gcTrack);
             Kvo32s energy = 0;
             for (int n = 0; n < 40; ++n) energy += Kvo32s{s.code[n]} * s.code[n];
             // Predicted code gain of this subframe: gcode0 2^-exp.
@@ -174,69 +126,23 @@ TEST(G729Gain, QuantisedGainsAreNearOptimalAndDecodeToTheSame) {
     }
 }
 
-// Every raw pair decodes, through the published maps, to that pair's gains.
+// Every raw pair decodes, through the published maps, to that pair's pitch gain; only the
+// low 3 and 4 bits of the coded indices count.
 TEST(G729Gain, IndexMapsRoundTrip) {
     for (int r1 = 0; r1 < 8; ++r1)
         for (int r2 = 0; r2 < 16; ++r2) {
-            Kvo16s past[4] = {0, 0, 0, 0}, q[2];
+            Kvo16s past[4] = {}, p2[4] = {}, p6[4] = {}, q[2], q2[2], q6[2];
             const Kvo16s coded[2] = {kvo::tab::map1[r1], kvo::tab::map2[r2]};
-            ASSERT_EQ(kvosDecodeGain_G729_16s(1 << 26, past, coded, q), kvoOk);
-            EXPECT_EQ(q[0], gbk1[r1][0] + gbk2[r2][0]);
-            // Only the low 3 and 4 bits of the coded indices count.
             const Kvo16s high[2] = {static_cast<Kvo16s>(coded[0] | 0x7ff8),
                                     static_cast<Kvo16s>(coded[1] | 0x7ff0)};
-            Kvo16s past2[4] = {0, 0, 0, 0}, q2[2];
-            ASSERT_EQ(kvosDecodeGain_G729_16s(1 << 26, past2, high, q2), kvoOk);
-            EXPECT_EQ(q2[0], q[0]);
-            EXPECT_EQ(q2[1], q[1]);
+            ASSERT_EQ(kvosDecodeGain_G729_16s(1 << 26, past, coded, q), kvoOk);
+            ASSERT_EQ(kvosDecodeGain_G729_16s(1 << 26, p2, high, q2), kvoOk);
+            EXPECT_EQ(q[0], gbk1[r1][0] + gbk2[r2][0]);
+            EXPECT_TRUE(q2[0] == q[0] && q2[1] == q[1]);
             if (r2 >= 8) continue;
-            Kvo16s p6[4] = {0, 0, 0, 0}, q6[2];
             const Kvo16s c6[2] = {kvo::tab::map1_6k[r1], kvo::tab::map2_6k[r2]};
             ASSERT_EQ(kvosDecodeGain_G729I_16s(1 << 26, 32767, p6, c6, q6), kvoOk);
             EXPECT_EQ(q6[0], gbk1_6k[r1][0] + gbk2_6k[r2][0]);
-        }
-}
-
-// Worked values: the new predictor entry is 20 log10 of the code-part sum (Q13 or, at 6.4 kbit/s,
-// half the Q14 sum) in Q10, and the code gain is that factor times the predicted gain.
-TEST(G729Gain, PredictorEntryIsTheDecibelsOfTheCodebookFactor) {
-    for (int c1 = 0; c1 < 8; ++c1)
-        for (int c2 = 0; c2 < 8; ++c2) {
-            Kvo16s past[4] = {-14336, -14336, -14336, -14336}, q[2];
-            const Kvo16s coded[2] = {static_cast<Kvo16s>(c1), static_cast<Kvo16s>(c2)};
-            ASSERT_EQ(kvosDecodeGain_G729_16s(4 * 8192 * 8192, past, coded, q), kvoOk);
-            const int i1 = [&] {
-                for (int r = 0; r < 8; ++r)
-                    if (kvo::tab::map1[r] == c1) return r;
-                return -1;
-            }();
-            const int i2 = [&] {
-                for (int r = 0; r < 16; ++r)
-                    if (kvo::tab::map2[r] == c2) return r;
-                return -1;
-            }();
-            const double f = (gbk1[i1][1] + gbk2[i2][1]) / 8192.0;
-            EXPECT_NEAR(past[0] / 1024.0, 20 * std::log10(f), 0.02) << c1 << " " << c2;
-            for (int k = 1; k < 4; ++k) EXPECT_EQ(past[k], -14336);
-
-            Kvo16s p6[4] = {-14336, -14336, -14336, -14336}, q6[2];
-            ASSERT_EQ(kvosDecodeGain_G729I_16s(4 * 8192 * 8192, 32767, p6, coded, q6), kvoOk);
-            const int j1 = [&] {
-                for (int r = 0; r < 8; ++r)
-                    if (kvo::tab::map1_6k[r] == c1) return r;
-                return -1;
-            }();
-            const int j2 = [&] {
-                for (int r = 0; r < 8; ++r)
-                    if (kvo::tab::map2_6k[r] == c2) return r;
-                return -1;
-            }();
-            const double f6 = (gbk1_6k[j1][1] + gbk2_6k[j2][1]) / 16384.0;
-            // (A zero factor, stage rows (5849, 0) and (3988, 0), has no logarithm: the entry is
-            // then the fixed value of the zero input.)
-            if (f6 > 0) EXPECT_NEAR(p6[0] / 1024.0, 20 * std::log10(f6), 0.02) << c1 << " " << c2;
-            // Same predicted gain at both rates: the code gains are in the ratio of the factors.
-            if (f > 0.3 && f6 > 0.3) EXPECT_NEAR(q6[1] / f6, q[1] / f, 0.01 * q[1] / f + 2);
         }
 }
 
@@ -268,7 +174,7 @@ TEST(G729Gain, TamingLimitsThePitchGain) {
     std::mt19937 rng(12);
     for (int rate = 0; rate < 2; ++rate)
         for (int k = 0; k < 50; ++k) {
-            Subframe s = make(rng, 2);
+            Subframe s = make(rng, 1.2, 0);
             for (int n = 0; n < 40; ++n) s.x[n] = gsig::clip(1.2 * s.y1[n]);
             Kvo16s past[4] = {-14336, -14336, -14336, -14336}, q[2], idx[2];
             ASSERT_EQ(rate ? kvosGainQuant_G729D_16s(s.x.data(), s.y1.data(), s.code.data(),
