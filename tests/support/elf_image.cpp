@@ -12,9 +12,6 @@ namespace kvosc::test {
 bool ElfImage::Section::writable() const {
     return flags & SHF_WRITE;
 }
-bool ElfImage::Section::executable() const {
-    return flags & SHF_EXECINSTR;
-}
 
 ElfImage::ElfImage(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -116,13 +113,6 @@ const ElfImage::Section* ElfImage::section(const std::string& name) const {
     return nullptr;
 }
 
-const ElfImage::Section* ElfImage::section_at(uint64_t vaddr) const {
-    for (const auto& s : sections_)
-        if ((s.flags & SHF_ALLOC) && s.size && vaddr >= s.addr && vaddr - s.addr < s.size)
-            return &s;
-    return nullptr;
-}
-
 const ElfImage::Symbol* ElfImage::find_symtab(const std::string& name) const {
     for (const auto& s : symtab_)
         if (s.name == name) return &s;
@@ -168,16 +158,6 @@ std::string ElfImage::runpath() const {
     auto v = dynamic_value(DT_RUNPATH);
     if (!v) v = dynamic_value(DT_RPATH);
     return v ? dynstr(*v) : std::string();
-}
-
-std::vector<uint8_t> ElfImage::bytes_at(uint64_t vaddr, size_t n) const {
-    for (const auto& s : segments_) {
-        if (s.type != PT_LOAD || vaddr < s.vaddr || vaddr + n > s.vaddr + s.filesz) continue;
-        uint64_t off = s.offset + (vaddr - s.vaddr);
-        if (off + n > file_.size()) break;
-        return std::vector<uint8_t>(file_.begin() + off, file_.begin() + off + n);
-    }
-    return {};
 }
 
 std::string mapping_permissions(const void* addr) {
