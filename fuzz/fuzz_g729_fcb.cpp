@@ -1,7 +1,5 @@
-// Fuzz target of the G.729 algebraic codebook: arbitrary targets, impulse
-// responses, matrices, subframe numbers and modes for every export.
-// Invariants: the status, the number and amplitudes of the pulses, and for the
-// main search the index words decoding to the code vector.
+// Fuzz target of the G.729 algebraic codebook searches: status, pulse count
+// and amplitudes, and the main search's index words decoding to its vector.
 #include "common.h"
 #include "kvosc.h"
 

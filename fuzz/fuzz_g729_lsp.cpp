@@ -1,7 +1,5 @@
 // Fuzz target of the G.729 LSP decoders and quantisers: arbitrary indices,
-// histories and input vectors.  Refused calls write nothing, every decoded
-// vector passes the stability limits it reports, and the main and G.729.1
-// decoders agree.
+// histories and input vectors.
 #include "common.h"
 #include "kvosc.h"
 

@@ -1,7 +1,5 @@
 // Fuzz target of the G.729 pitch and gain decoders and the searches built on
-// them.  Checked: refused calls write nothing; the past excitation is never
-// written; the adaptive vector equals the ordered saturating chain; search
-// results stay in their windows; gain indices stay in their tables.
+// them; the adaptive vector is checked against the ordered saturating chain.
 #include "common.h"
 #include "g729/pitch_tables.h"
 #include "kvosc.h"

@@ -1,10 +1,5 @@
-// Fuzz target of the G.729 post-processing stages: arbitrary residuals,
-// speech, LP sets, gains, delays, frame types and phase-dispersion records,
-// every buffer exactly the span the call may touch (history included).
-// Invariants: the long-term delay lies in its window or is 0 with a plain
-// copy; residual histories change only at the subframe; the short-term filter
-// leaves its memory alone; in-place and out-of-place preemphasis agree; the
-// phase-dispersion record keeps its counters in range.
+// Fuzz target of the G.729 post-processing stages: arbitrary residuals, speech,
+// LP sets, gains, delays, frame types and phase-dispersion records.
 #include "common.h"
 #include "kvosc.h"
 

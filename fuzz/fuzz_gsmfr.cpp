@@ -1,9 +1,6 @@
 // Fuzz target of the GSM full-rate steps, driven as a decoder by arbitrary
-// parameter words (76 a frame, not limited to their field widths): APCM
-// inverse quantisation, long-term synthesis from the result, the short-term
-// synthesis lattice, deemphasis; then the encoder-side steps on the decoded
-// frame (offset compensation, preemphasis, Schur, analysis lattice, weighting
-// filter, lag search).  The SIMD kernels are checked against their plain twins.
+// parameter words, then the encoder-side steps on the decoded frame; the SIMD
+// kernels are checked against their plain twins.
 #include "common.h"
 #include "gsmfr/gsmfr.h"
 #include "gsmfr/gsmfr_tables.h"

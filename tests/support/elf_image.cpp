@@ -54,8 +54,7 @@ void ElfImage::parse() {
             error_ = "truncated program header table";
             return;
         }
-        segments_.push_back(
-            {ph.p_type, ph.p_flags, ph.p_offset, ph.p_vaddr, ph.p_filesz, ph.p_memsz});
+        segments_.push_back({ph.p_type, ph.p_flags, ph.p_vaddr, ph.p_memsz});
     }
     std::vector<Elf64_Shdr> sh(eh.e_shnum);
     for (unsigned i = 0; i < eh.e_shnum; ++i)
@@ -113,16 +112,16 @@ const ElfImage::Section* ElfImage::section(const std::string& name) const {
     return nullptr;
 }
 
-const ElfImage::Symbol* ElfImage::find_symtab(const std::string& name) const {
-    for (const auto& s : symtab_)
-        if (s.name == name) return &s;
+static const ElfImage::Symbol* find(const std::vector<ElfImage::Symbol>& v, const std::string& n) {
+    for (const auto& s : v)
+        if (s.name == n) return &s;
     return nullptr;
 }
-
+const ElfImage::Symbol* ElfImage::find_symtab(const std::string& name) const {
+    return find(symtab_, name);
+}
 const ElfImage::Symbol* ElfImage::find_dynsym(const std::string& name) const {
-    for (const auto& s : dynsym_)
-        if (s.name == name) return &s;
-    return nullptr;
+    return find(dynsym_, name);
 }
 
 std::optional<ElfImage::Segment> ElfImage::segment(uint32_t type) const {
@@ -132,8 +131,8 @@ std::optional<ElfImage::Segment> ElfImage::segment(uint32_t type) const {
 }
 
 std::optional<uint64_t> ElfImage::dynamic_value(int64_t tag) const {
-    for (const auto& d : dynamic_)
-        if (d.tag == tag) return d.value;
+    for (const auto& [t, v] : dynamic_)
+        if (t == tag) return v;
     return std::nullopt;
 }
 
@@ -144,8 +143,8 @@ std::string ElfImage::dynstr(uint64_t off) const {
 
 std::vector<std::string> ElfImage::needed() const {
     std::vector<std::string> out;
-    for (const auto& d : dynamic_)
-        if (d.tag == DT_NEEDED) out.push_back(dynstr(d.value));
+    for (const auto& [t, v] : dynamic_)
+        if (t == DT_NEEDED) out.push_back(dynstr(v));
     return out;
 }
 

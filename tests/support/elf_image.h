@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kvosc::test {
@@ -20,7 +21,7 @@ class ElfImage {
     };
     struct Segment {
         uint32_t type = 0, flags = 0;
-        uint64_t offset = 0, vaddr = 0, filesz = 0, memsz = 0;
+        uint64_t vaddr = 0, memsz = 0;
     };
     struct Symbol {
         std::string name;
@@ -28,10 +29,6 @@ class ElfImage {
         uint8_t bind = 0, type = 0, visibility = 0;
         uint16_t shndx = 0;  // 0 = undefined
         bool defined() const { return shndx != 0; }
-    };
-    struct Dynamic {
-        int64_t tag = 0;
-        uint64_t value = 0;
     };
 
     // Reads and parses the file; error() tells why when it fails.
@@ -64,7 +61,7 @@ class ElfImage {
     std::vector<Section> sections_;
     std::vector<Segment> segments_;
     std::vector<Symbol> symtab_, dynsym_;
-    std::vector<Dynamic> dynamic_;
+    std::vector<std::pair<int64_t, uint64_t>> dynamic_;  // tag, value
 };
 
 // Permission string ("r--p", "r-xp" ...) of the mapping of this process that
