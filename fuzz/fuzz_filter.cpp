@@ -1,141 +1,58 @@
-// Fuzz target of the filter kernels: arbitrary lengths, orders, coefficients, histories and
-// states, every buffer on the heap at exactly the size the call may touch, so that any read or
-// write outside the documented span is caught.  The saturating fast paths are also checked
-// against the plain ordered chain.
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
-
+// Fuzz target of the filter kernels: arbitrary lengths, orders, coefficients,
+// histories and states, every buffer exactly the size the call may touch.  The
+// saturating fast paths are also checked against the plain ordered chain.
+#include "common.h"
 #include "kernels/filter.h"
 #include "kvosc.h"
 
-namespace {
-
-struct Input {
-    const uint8_t* p;
-    size_t n;
-    uint8_t byte() {
-        if (n == 0) return 0;
-        --n;
-        return *p++;
-    }
-    Kvo16s s16() { return static_cast<Kvo16s>(byte() | (byte() << 8)); }
-};
-
-// Exact-size heap vector filled from the input (one element for an empty span).
-struct Buf {
-    Kvo16s* v;
-    Buf(Input& in, int n) {
-        v = static_cast<Kvo16s*>(std::malloc(sizeof(Kvo16s) * (n > 0 ? n : 1)));
-        for (int i = 0; i < n; ++i) v[i] = in.s16();
-    }
-    ~Buf() { std::free(v); }
-    Buf(const Buf&) = delete;
-    Buf& operator=(const Buf&) = delete;
-};
-
-}  // namespace
+using kvosc::fuzz::HeapBuf;
+using B = HeapBuf<Kvo16s>;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Input in{data, size};
-    const int which = in.byte() % 13;
-    const int len = in.byte() % 130 - 2;   // -2 .. 127
-    const int order = in.byte() % 34 - 1;  // -1 .. 32
-    const int sf = 11 + in.byte() % 4;     // 11 .. 14
-    const bool with_mem = in.byte() & 1;
-    const int n = len > 0 ? len : 0;
-    const int m = order > 0 ? order : 0;
-    switch (which) {
-        case 0: {
-            Buf a(in, 11), mem(in, 10), src(in, n), dst(in, n);
-            kvosSynthesisFilter_NR_16s_Sfs(a.v, src.v, dst.v, len, sf, with_mem ? mem.v : nullptr);
-            break;
-        }
-        case 1: {
-            Buf a(in, 11), mem(in, 10), io(in, n);
-            kvosSynthesisFilter_NR_16s_ISfs(a.v, io.v, len, sf, with_mem ? mem.v : nullptr);
-            break;
-        }
-        case 2: {
-            Buf a(in, 11), mem(in, 10), io(in, n);
-            kvosSynthesisFilterLow_NR_16s_ISfs(a.v, io.v, len, sf, with_mem ? mem.v : nullptr);
-            break;
-        }
-        case 3: {
-            Buf a(in, m + 1), mem(in, m), src(in, n), dst(in, n);
-            kvosSynthesisFilter_G729E_16s(a.v, order, src.v, dst.v, len,
-                                          with_mem ? mem.v : nullptr);
-            break;
-        }
-        case 4: {
-            Buf a(in, m + 1), mem(in, m), io(in, n);
-            kvosSynthesisFilter_G729E_16s_I(a.v, order, io.v, len, with_mem ? mem.v : nullptr);
-            break;
-        }
-        case 5: {
-            Buf a(in, 11), dst(in, n);
-            kvosSynthesisFilterZeroStateResponse_NR_16s(a.v, dst.v, len, sf);
-            break;
-        }
-        case 6: {
-            Buf a(in, 11), src(in, 50), dst(in, 40);
-            kvosResidualFilter_G729_16s(src.v + 10, a.v, dst.v);
-            break;
-        }
-        case 7: {
-            const int span = m <= n ? m + n : 0;  // refused when order > len
-            Buf a(in, m + 1), src(in, span), dst(in, n);
-            kvosResidualFilter_G729E_16s(a.v, order, src.v + (span ? m : 0), dst.v, len);
-            break;
-        }
-        case 8: {
-            Buf c(in, 22), src(in, 50), dst(in, 40), mem(in, 10);
-            if (with_mem)
-                kvosIIR16s_G729_16s(c.v, src.v, dst.v, mem.v);
-            else
-                kvosIIR16sLow_G729_16s(c.v, src.v, dst.v, mem.v);
-            break;
-        }
-        case 9: {
-            const int lag = m;
-            Buf src(in, lag + n), dst(in, n);
-            const Kvo16s val = in.s16();
-            if (with_mem)
-                kvosHarmonicFilter_NR_16s(val, lag, src.v + lag, dst.v, len);
-            else
-                kvosHarmonicFilter_16s_I(val, lag, src.v + lag, len);
-            break;
-        }
-        case 10: {
-            Buf c(in, 6), io(in, n);
-            auto* st =
-                static_cast<KvoHighPassState_G729*>(std::malloc(sizeof(KvoHighPassState_G729)));
-            kvosHighPassFilterInit_G729(c.v, st);
-            st->y1 = static_cast<Kvo32s>(static_cast<Kvo32u>(static_cast<Kvo16u>(in.s16())) << 16 |
-                                         static_cast<Kvo16u>(in.s16()));
-            st->y2 = static_cast<Kvo32s>(static_cast<Kvo32u>(static_cast<Kvo16u>(in.s16())) << 16 |
-                                         static_cast<Kvo16u>(in.s16()));
-            kvosHighPassFilter_G729_16s_ISfs(io.v, len, sf, st);
-            std::free(st);
-            break;
-        }
-        case 11: {
-            Buf src(in, 41), dst(in, 40);
-            kvosTiltCompensation_G729E_16s(in.s16(), src.v, dst.v);
-            break;
-        }
-        default:
-            if (n > 0 && m > 0) {
-                Buf a(in, m + 1), mem(in, m), src(in, n + m), y1(in, n), y2(in, n);
-                const int s = 12 + (sf & 1);
-                const bool f1 = kvo::synth_sat(a.v, m, src.v + m, y1.v, n, mem.v, s);
-                const bool f2 = kvo::synth_sat_ordered(a.v, m, src.v + m, y2.v, n, mem.v, s);
-                if (f1 != f2 || std::memcmp(y1.v, y2.v, sizeof(Kvo16s) * n) != 0) std::abort();
-                kvo::residual_sat(a.v, m, src.v + m, y1.v, n);
-                kvo::residual_sat_ordered(a.v, m, src.v + m, y2.v, n);
-                if (std::memcmp(y1.v, y2.v, sizeof(Kvo16s) * n) != 0) std::abort();
-            }
-            break;
+    FuzzedDataProvider fdp(data, size);
+    const int which = fdp.ConsumeIntegralInRange(0, 12), len = fdp.ConsumeIntegralInRange(-2, 127);
+    const int order = fdp.ConsumeIntegralInRange(-1, 32), sf = fdp.ConsumeIntegralInRange(11, 14);
+    const bool flag = fdp.ConsumeBool();
+    const Kvo16s val = fdp.ConsumeIntegral<Kvo16s>();
+    const size_t n = len > 0 ? size_t(len) : 0, m = order > 0 ? size_t(order) : 0;
+    const bool anyOrder = which == 3 || which == 4 || which == 7 || which == 12;
+    B a(fdp, anyOrder ? m + 1 : 11), mem(fdp, anyOrder ? m : 10);
+    Kvo16s* mp = flag ? mem.data() : nullptr;
+    // src doubles as the in-place vector; history (order or lag) lies before the pointer
+    const size_t span = m <= n ? m + n : 0;  // refused when order > len
+    size_t srcN = n, dstN = n, lead = 0;
+    if (which == 6 || which == 8) srcN = 50, dstN = 40, lead = which == 6 ? 10 : 0;
+    if (which == 11) srcN = 41, dstN = 40;
+    if (which == 7) srcN = span, lead = span ? m : 0;
+    if (which == 9 || which == 12) srcN = m + n, lead = m;
+    B src(fdp, srcN), dst(dstN), y2(n), c(fdp, which == 8 ? 22 : 6);
+    Kvo16s* x = src + lead;
+    if (which == 0) kvosSynthesisFilter_NR_16s_Sfs(a, x, dst, len, sf, mp);
+    if (which == 1) kvosSynthesisFilter_NR_16s_ISfs(a, x, len, sf, mp);
+    if (which == 2) kvosSynthesisFilterLow_NR_16s_ISfs(a, x, len, sf, mp);
+    if (which == 3) kvosSynthesisFilter_G729E_16s(a, order, x, dst, len, mp);
+    if (which == 4) kvosSynthesisFilter_G729E_16s_I(a, order, x, len, mp);
+    if (which == 5) kvosSynthesisFilterZeroStateResponse_NR_16s(a, dst, len, sf);
+    if (which == 6) kvosResidualFilter_G729_16s(x, a, dst);
+    if (which == 7) kvosResidualFilter_G729E_16s(a, order, x, dst, len);
+    if (which == 8) (flag ? kvosIIR16s_G729_16s : kvosIIR16sLow_G729_16s)(c, x, dst, mem);
+    if (which == 9 && flag) kvosHarmonicFilter_NR_16s(val, Kvo32s(m), x, dst, len);
+    if (which == 9 && !flag) kvosHarmonicFilter_16s_I(val, Kvo32s(m), x, len);
+    if (which == 11) kvosTiltCompensation_G729E_16s(val, x, dst);
+    if (which == 10) {
+        HeapBuf<KvoHighPassState_G729> st(1);
+        kvosHighPassFilterInit_G729(c, st);
+        st[0].y1 = fdp.ConsumeIntegral<Kvo32s>(), st[0].y2 = fdp.ConsumeIntegral<Kvo32s>();
+        kvosHighPassFilter_G729_16s_ISfs(x, len, sf, st);
+    }
+    if (which == 12 && n && m) {  // the fast saturating chains against the ordered ones
+        const int s = 12 + (sf & 1);
+        const bool f1 = kvo::synth_sat(a, int(m), x, dst, int(n), mem, s);
+        KVOSC_FUZZ_CHECK(f1 == kvo::synth_sat_ordered(a, int(m), x, y2, int(n), mem, s));
+        KVOSC_FUZZ_CHECK(dst.same_as(y2, n));
+        kvo::residual_sat(a, int(m), x, dst, int(n));
+        kvo::residual_sat_ordered(a, int(m), x, y2, int(n));
+        KVOSC_FUZZ_CHECK(dst.same_as(y2, n));
     }
     return 0;
 }

@@ -1,9 +1,6 @@
 // Fuzz target of the library frame: the version record is constant and
-// self-consistent whatever else runs, and the internal allocation wrappers
-// give null for every non-positive length and a usable block otherwise.
-#include <cstdio>
-#include <cstring>
-
+// self-consistent, and the allocation wrappers give null for every
+// non-positive length and a usable block otherwise.
 #include "common.h"
 #include "frame/alloc.h"
 #include "kvosc.h"
@@ -16,16 +13,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::snprintf(text, sizeof text, "%d.%d.%d (r%d)", v->versionMajor, v->versionMinor,
                   v->buildMajor, v->revision);
     KVOSC_FUZZ_CHECK(std::strcmp(text, v->versionText) == 0);
-
-    int32_t len = fdp.ConsumeIntegralInRange<int32_t>(-(1 << 20), 1 << 16);
-    bool floats = fdp.ConsumeBool();
+    const int32_t len = fdp.ConsumeIntegralInRange<int32_t>(-(1 << 20), 1 << 16);
+    const bool floats = fdp.ConsumeBool();
     void* p = floats ? kvo::kvosMalloc_32f(len) : kvo::kvosMalloc_8u(len);
-    if (len <= 0) {
-        KVOSC_FUZZ_CHECK(p == nullptr);
-    } else {
-        KVOSC_FUZZ_CHECK(p != nullptr);
-        std::memset(p, 0x5a, static_cast<size_t>(len) * (floats ? 4 : 1));  // whole block usable
-        kvo::kvosFree(p);
-    }
+    KVOSC_FUZZ_CHECK((p != nullptr) == (len > 0));
+    if (p) std::memset(p, 0x5a, size_t(len) * (floats ? 4 : 1)), kvo::kvosFree(p);  // all usable
     return 0;
 }

@@ -1,153 +1,73 @@
-// Fuzz target for the vector layer: the first byte picks an operation, the next
-// bytes give a scale or shift count and a length, the rest is sample data.
-// Buffers are heap blocks of exactly the length used, so any read or write
-// past the end is caught.  SIMD paths are compared with their plain loops.
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
-
+// Fuzz target of the vector layer: an operation, a scale or shift count, a
+// length and sample data, every buffer exactly the length used.  SIMD paths
+// are compared with their plain loops.
+#include "common.h"
 #include "numeric/vector.h"
 
+using kvosc::fuzz::HeapBuf;
 using namespace kvo;
 
-namespace {
-
-template <class T>
-T* take(const uint8_t*& p, size_t& left, Kvo32s len) {
-    T* b = static_cast<T*>(std::malloc(sizeof(T) * static_cast<size_t>(len)));
-    size_t want = sizeof(T) * static_cast<size_t>(len);
-    size_t n = want < left ? want : left;
-    std::memset(b, 0, want);
-    if (n) std::memcpy(b, p, n);
-    p += n;
-    left -= n;
-    return b;
-}
-
-void check(bool ok) {
-    if (!ok) std::abort();
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size < 4) return 0;
-    const int op = data[0] % 16;
-    const Kvo32s scale = static_cast<int8_t>(data[1]);
-    const Kvo32s len = 1 + ((data[2] | (data[3] << 8)) % 300);
-    const uint8_t* p = data + 4;
-    size_t left = size - 4;
-
-    Kvo16s* a = take<Kvo16s>(p, left, len);
-    Kvo16s* b = take<Kvo16s>(p, left, len);
-    Kvo32s* x = take<Kvo32s>(p, left, len);
-    Kvo32f* f = take<Kvo32f>(p, left, len);
-    Kvo16s* d16 = static_cast<Kvo16s*>(std::malloc(sizeof(Kvo16s) * len));
-    Kvo16s* e16 = static_cast<Kvo16s*>(std::malloc(sizeof(Kvo16s) * len));
-    Kvo32s* d32 = static_cast<Kvo32s*>(std::malloc(sizeof(Kvo32s) * len));
-    Kvo32f* d32f = static_cast<Kvo32f*>(std::malloc(sizeof(Kvo32f) * len));
-    Kvo8u* d8 = static_cast<Kvo8u*>(std::malloc(len));
+    FuzzedDataProvider fdp(data, size);
+    const int op = fdp.ConsumeIntegralInRange(0, 15);
+    const Kvo32s scale = fdp.ConsumeIntegral<int8_t>(), len = fdp.ConsumeIntegralInRange(1, 300);
+    const size_t n = size_t(len);
+    HeapBuf<Kvo16s> a(fdp, n), b(fdp, n), d16(n), e16(n);
+    HeapBuf<Kvo32s> x(fdp, n), d32(n);
+    HeapBuf<Kvo32f> f(fdp, n), d32f(n);
+    HeapBuf<Kvo8u> d8(n);
     Kvo32s r32 = 0, idx = 0;
     Kvo16s r16 = 0;
-
-    switch (op) {
-        case 0:
-            vec_scalar::add_16s(a, b, d16, len);
-            vec_sse2::add_16s(a, b, e16, len);
-            check(std::memcmp(d16, e16, sizeof(Kvo16s) * len) == 0);
-            kvosSub_16s(a, b, d16, len);
-            break;
-        case 1:
-            if (scale >= 0 && scale <= 30) {
-                vec_scalar::mulc_16s_sfs(a, b[0], d16, len, scale);
-                vec_sse2::mulc_16s_sfs(a, b[0], e16, len, scale);
-                check(std::memcmp(d16, e16, sizeof(Kvo16s) * len) == 0);
-            }
-            kvosMulC_16s_Sfs(a, b[0], a, len, scale);  // in place
-            break;
-        case 2:
-            check(vec_scalar::dotprod_16s64s(a, b, len) == vec_sse2::dotprod_16s64s(a, b, len));
-            kvosDotProd_16s32s_Sfs(a, b, len, &r32, scale);
-            break;
-        case 3:
-            kvosAdd_32s_Sfs(x, x, d32, len, scale);
-            kvosSum_32s_Sfs(x, len, &r32, scale);
-            break;
-        case 4:
-            kvosSubC_16s_Sfs(a, b[0], d16, len, scale);
-            kvosSubCRev_16s_Sfs(a, b[0], d16, len, scale);
-            break;
-        case 5:
-            kvosMul_16s32s_Sfs(a, b, d32, len, scale);
-            break;
-        case 6:
-            if (len >= 2)
-                kvosMagSquared_32sc32s_Sfs(reinterpret_cast<const Kvo32sc*>(x), d32, len / 2,
-                                           scale);
-            break;
-        case 7:
-            kvosRShiftC_16s(a, scale, d16, len);
-            kvosLShiftC_16s(a, scale, d16, len);
-            kvosRShiftC_32s(x, scale, d32, len);
-            break;
-        case 8:
-            kvosLinToALaw_16s8u(a, d8, len);
-            kvosLinToMuLaw_16s8u(a, d8, len);
-            break;
-        case 9:
-            kvosSum_16s32s_Sfs(a, len, &r32, scale);
-            kvosSum_16s_Sfs(a, len, &r16, scale);
-            break;
-        case 10:
-            kvosMaxIndx_32s(x, len, &r32, &idx);
-            check(idx >= 0 && idx < len && x[idx] == r32);
-            kvosMinIndx_16s(a, len, &r16, &idx);
-            check(idx >= 0 && idx < len && a[idx] == r16);
-            kvosMaxAbs_16s(a, len, &r16);
-            check(r16 >= 0);
-            break;
-        case 11: {
-            Kvo32f s = 0;
-            kvosSum_32f(f, len, &s, scale & 1);
-            kvosDotProd_32f(f, f, len, &s);
-            break;
-        }
-        case 12: {
-            // pSrc2 bias elements into f, len2 covering the rest of f.
-            Kvo32s bias = (scale & 0x7f) % len;
-            Kvo32s l1 = 1 + (b[0] & 0x7fff) % len;
-            kvosConvBiased_32f(f, l1, f + bias, len - bias, d32f, len, bias);
-            break;
-        }
-        case 13:
-            kvosThreshold_LTAbs_32f(f, d32f, len, 0.5f);
-            kvosThreshold_LTValGTVal_32f(f, d32f, len, -1.0f, -1.0f, 1.0f, 1.0f);
-            break;
-        case 14: {
-            Kvo64f* g = take<Kvo64f>(p, left, len);
-            Kvo64f* o = static_cast<Kvo64f*>(std::malloc(sizeof(Kvo64f) * len));
-            kvosThreshold_LTInv_64f(g, o, len, (scale & 1) ? 0.0 : 1e-3);
-            kvosConvert_64f32f(g, d32f, len);
-            std::free(o);
-            std::free(g);
-            break;
-        }
-        default: {
-            Kvo32s shift = (scale & 15) % len;
-            kvosMove_16s(a, a + shift, len - shift);
-            kvosAdd_16s(a, a + shift, a, len - shift);
-            break;
-        }
+    Kvo32f rf = 0;
+    if (op == 0) {
+        vec_scalar::add_16s(a, b, d16, len);
+        vec_sse2::add_16s(a, b, e16, len);
+        KVOSC_FUZZ_CHECK(d16.same_as(e16, n));
+        kvosSub_16s(a, b, d16, len);
     }
-
-    std::free(a);
-    std::free(b);
-    std::free(x);
-    std::free(f);
-    std::free(d16);
-    std::free(e16);
-    std::free(d32);
-    std::free(d32f);
-    std::free(d8);
+    if (op == 1 && scale >= 0 && scale <= 30) {
+        vec_scalar::mulc_16s_sfs(a, b[0], d16, len, scale);
+        vec_sse2::mulc_16s_sfs(a, b[0], e16, len, scale);
+        KVOSC_FUZZ_CHECK(d16.same_as(e16, n));
+    }
+    if (op == 1) kvosMulC_16s_Sfs(a, b[0], a, len, scale);  // in place
+    if (op == 2) {
+        KVOSC_FUZZ_CHECK(vec_scalar::dotprod_16s64s(a, b, len) ==
+                         vec_sse2::dotprod_16s64s(a, b, len));
+        kvosDotProd_16s32s_Sfs(a, b, len, &r32, scale);
+    }
+    if (op == 3) kvosAdd_32s_Sfs(x, x, d32, len, scale), kvosSum_32s_Sfs(x, len, &r32, scale);
+    if (op == 4) kvosSubC_16s_Sfs(a, b[0], d16, len, scale);
+    if (op == 4) kvosSubCRev_16s_Sfs(a, b[0], d16, len, scale);
+    if (op == 5) kvosMul_16s32s_Sfs(a, b, d32, len, scale);
+    if (op == 6)
+        kvosMagSquared_32sc32s_Sfs(reinterpret_cast<Kvo32sc*>(x.data()), d32, len / 2, scale);
+    if (op == 7) kvosRShiftC_16s(a, scale, d16, len), kvosLShiftC_16s(a, scale, d16, len);
+    if (op == 7) kvosRShiftC_32s(x, scale, d32, len);
+    if (op == 8) kvosLinToALaw_16s8u(a, d8, len), kvosLinToMuLaw_16s8u(a, d8, len);
+    if (op == 9) kvosSum_16s32s_Sfs(a, len, &r32, scale), kvosSum_16s_Sfs(a, len, &r16, scale);
+    if (op == 10) {
+        kvosMaxIndx_32s(x, len, &r32, &idx);
+        KVOSC_FUZZ_CHECK(idx >= 0 && idx < len && x[idx] == r32);
+        kvosMinIndx_16s(a, len, &r16, &idx);
+        KVOSC_FUZZ_CHECK(idx >= 0 && idx < len && a[idx] == r16);
+        kvosMaxAbs_16s(a, len, &r16);
+        KVOSC_FUZZ_CHECK(r16 >= 0);
+    }
+    if (op == 11) kvosSum_32f(f, len, &rf, scale & 1), kvosDotProd_32f(f, f, len, &rf);
+    if (op == 12) {  // pSrc2 `bias` elements into f, len2 covering the rest of f
+        const Kvo32s bias = (scale & 0x7f) % len, l1 = 1 + (b[0] & 0x7fff) % len;
+        kvosConvBiased_32f(f, l1, f + bias, len - bias, d32f, len, bias);
+    }
+    if (op == 13) kvosThreshold_LTAbs_32f(f, d32f, len, 0.5f);
+    if (op == 13) kvosThreshold_LTValGTVal_32f(f, d32f, len, -1.0f, -1.0f, 1.0f, 1.0f);
+    if (op == 14) {
+        HeapBuf<Kvo64f> g(fdp, n), o(n);
+        kvosThreshold_LTInv_64f(g, o, len, (scale & 1) ? 0.0 : 1e-3);
+        kvosConvert_64f32f(g, d32f, len);
+    }
+    const Kvo32s shift = (scale & 15) % len;
+    if (op == 15)
+        kvosMove_16s(a, a + shift, len - shift), kvosAdd_16s(a, a + shift, a, len - shift);
     return 0;
 }

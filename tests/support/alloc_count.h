@@ -26,12 +26,9 @@ class AllocCounter {
     AllocCounter& operator=(const AllocCounter&) = delete;
 
     long allocations() const;  // blocks obtained since the guard was made
-    long frees() const;        // blocks released (free of null not counted)
-    size_t bytes() const;      // bytes requested by those allocations
 
   private:
-    long alloc0_, free0_;
-    size_t bytes0_;
+    long alloc0_;
 };
 
 // True when allocations are observed in this build (always on glibc and under

@@ -1,36 +1,21 @@
-// Table-driven checker of an export's argument tests.
-//
-// Describe the arguments once, with the status each fault must give; the
-// checker calls the function once per fault (each pointer null, each bad
-// value) and checks that
-//   - the returned status is the expected one;
-//   - on an error (negative status) nothing was written: every output,
-//     in/out vector and state record is byte-identical to what it held
-//     before the call (outputs are filled with a canary pattern first);
-//   - nothing was written around any buffer (guard bytes before and after
-//     each one), and inputs were not written, in every case including the
-//     valid call.
-// By default a null pointer combined with each bad value must still give the
-// pointer's status (nulls are tested first), and the call with all good
-// arguments must return kvoOk (so the checker cannot pass a function that
-// rejects everything).
+// Table-driven checker of an export's argument tests.  Describe the
+// arguments once, with the status each fault must give; the checker calls the
+// function once per fault (each pointer null, each bad value, and by default
+// each null combined with each bad value, where the null must win) plus once
+// with all arguments good (must give kvoOk), and checks the status, that a
+// failed call wrote nothing (outputs are canary-filled first), and that no
+// call wrote to an input or to the guard bytes around any buffer.
 //
 //   kvosc::test::BadArgs t("kvosMul_NR_16s_Sfs");
 //   auto a   = t.in<Kvo16s>("pSrc1", 40);
-//   auto b   = t.in<Kvo16s>("pSrc2", 40);
 //   auto y   = t.out<Kvo16s>("pDst", 40);
 //   auto len = t.value<Kvo32s>("len", 40, {{0, kvoErrSize}, {-1, kvoErrSize}});
-//   auto sf  = t.value<Kvo32s>("scaleFactor", 15, {{-1, kvoErrScaleRange}});
-//   t.run([&](const kvosc::test::BadArgs::Call& c) {
-//       return kvosMul_NR_16s_Sfs(c(a), c(b), c(y), c(len), c(sf));
-//   });
+//   t.run([&](const kvosc::test::BadArgs::Call& c) { return f(c(a), c(y), c(len)); });
 //
-// Options: t.optional(p) (null is legal, no null case), t.null_status(p, st)
-// (another status than kvoErrNullPtr), t.valid_status(st) or
-// t.skip_valid_call(), t.nulls_first(false) (no automatic null+value pairs),
-// t.combo(st, {t.null(p), t.bad(v, k)}) for any further combination (k is the
-// index of the bad value in its list).  A state record is prepared by a
-// callback before every case: t.state("pState", bytes, [](void* p){ Init(p); }).
+// Options: t.optional(p) (null is legal), t.null_status(p, st), t.valid_status(st),
+// t.skip_valid_call(), t.nulls_first(false), t.combo(st, {t.null(p), t.bad(v, k)})
+// (k: index of the bad value in its list), t.state("pState", bytes, init) for a
+// record prepared by init before every case.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -53,18 +38,11 @@ namespace kvosc::test {
 
 class BadArgs {
   public:
-    template <class T>
-    struct Ptr {
-        size_t id;
-    };
-    template <class T>
-    struct Val {
-        size_t id;
-    };
-    struct Fault {
-        size_t id;
-        int bad;  // -1: the pointer is null; k >= 0: the k-th bad value
-    };
+    // clang-format off
+    template <class T> struct Ptr { size_t id; };
+    template <class T> struct Val { size_t id; };
+    struct Fault { size_t id; int bad; };  // bad -1: the pointer is null; k >= 0: k-th bad value
+    // clang-format on
     struct Report {
         int cases = 0;     // calls made
         int failures = 0;  // cases with a wrong status or a modified buffer
@@ -100,15 +78,6 @@ class BadArgs {
         return p;
     }
 
-    template <class P>
-    void optional(P p) {
-        args_[p.id].nullable = false;
-    }
-    template <class P>
-    void null_status(P p, KvoStatus st) {
-        args_[p.id].null_status = st;
-    }
-
     // ---- value arguments ---------------------------------------------------
     template <class T>
     Val<T> value(const char* name, T good,
@@ -128,14 +97,12 @@ class BadArgs {
     }
 
     // ---- cases ---------------------------------------------------------------
-    template <class P>
-    Fault null(P p) const {
-        return {p.id, -1};
-    }
-    template <class T>
-    Fault bad(Val<T> v, int k) const {
-        return {v.id, k};
-    }
+    // clang-format off
+    template <class P> Fault null(P p) const { return {p.id, -1}; }
+    template <class T> Fault bad(Val<T> v, int k) const { return {v.id, k}; }
+    template <class P> void optional(P p) { args_[p.id].nullable = false; }
+    template <class P> void null_status(P p, KvoStatus st) { args_[p.id].null_status = st; }
+    // clang-format on
     void combo(KvoStatus expected, std::vector<Fault> faults) {
         extra_.push_back({std::move(faults), expected});
     }

@@ -12,9 +12,6 @@ namespace kvosc::test {
 bool ElfImage::Section::writable() const {
     return flags & SHF_WRITE;
 }
-bool ElfImage::Section::executable() const {
-    return flags & SHF_EXECINSTR;
-}
 
 ElfImage::ElfImage(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -57,8 +54,7 @@ void ElfImage::parse() {
             error_ = "truncated program header table";
             return;
         }
-        segments_.push_back(
-            {ph.p_type, ph.p_flags, ph.p_offset, ph.p_vaddr, ph.p_filesz, ph.p_memsz});
+        segments_.push_back({ph.p_type, ph.p_flags, ph.p_vaddr, ph.p_memsz});
     }
     std::vector<Elf64_Shdr> sh(eh.e_shnum);
     for (unsigned i = 0; i < eh.e_shnum; ++i)
@@ -116,23 +112,16 @@ const ElfImage::Section* ElfImage::section(const std::string& name) const {
     return nullptr;
 }
 
-const ElfImage::Section* ElfImage::section_at(uint64_t vaddr) const {
-    for (const auto& s : sections_)
-        if ((s.flags & SHF_ALLOC) && s.size && vaddr >= s.addr && vaddr - s.addr < s.size)
-            return &s;
+static const ElfImage::Symbol* find(const std::vector<ElfImage::Symbol>& v, const std::string& n) {
+    for (const auto& s : v)
+        if (s.name == n) return &s;
     return nullptr;
 }
-
 const ElfImage::Symbol* ElfImage::find_symtab(const std::string& name) const {
-    for (const auto& s : symtab_)
-        if (s.name == name) return &s;
-    return nullptr;
+    return find(symtab_, name);
 }
-
 const ElfImage::Symbol* ElfImage::find_dynsym(const std::string& name) const {
-    for (const auto& s : dynsym_)
-        if (s.name == name) return &s;
-    return nullptr;
+    return find(dynsym_, name);
 }
 
 std::optional<ElfImage::Segment> ElfImage::segment(uint32_t type) const {
@@ -142,8 +131,8 @@ std::optional<ElfImage::Segment> ElfImage::segment(uint32_t type) const {
 }
 
 std::optional<uint64_t> ElfImage::dynamic_value(int64_t tag) const {
-    for (const auto& d : dynamic_)
-        if (d.tag == tag) return d.value;
+    for (const auto& [t, v] : dynamic_)
+        if (t == tag) return v;
     return std::nullopt;
 }
 
@@ -154,8 +143,8 @@ std::string ElfImage::dynstr(uint64_t off) const {
 
 std::vector<std::string> ElfImage::needed() const {
     std::vector<std::string> out;
-    for (const auto& d : dynamic_)
-        if (d.tag == DT_NEEDED) out.push_back(dynstr(d.value));
+    for (const auto& [t, v] : dynamic_)
+        if (t == DT_NEEDED) out.push_back(dynstr(v));
     return out;
 }
 
@@ -168,16 +157,6 @@ std::string ElfImage::runpath() const {
     auto v = dynamic_value(DT_RUNPATH);
     if (!v) v = dynamic_value(DT_RPATH);
     return v ? dynstr(*v) : std::string();
-}
-
-std::vector<uint8_t> ElfImage::bytes_at(uint64_t vaddr, size_t n) const {
-    for (const auto& s : segments_) {
-        if (s.type != PT_LOAD || vaddr < s.vaddr || vaddr + n > s.vaddr + s.filesz) continue;
-        uint64_t off = s.offset + (vaddr - s.vaddr);
-        if (off + n > file_.size()) break;
-        return std::vector<uint8_t>(file_.begin() + off, file_.begin() + off + n);
-    }
-    return {};
 }
 
 std::string mapping_permissions(const void* addr) {

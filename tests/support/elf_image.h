@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kvosc::test {
@@ -17,11 +18,10 @@ class ElfImage {
         uint32_t type = 0;
         uint64_t flags = 0, addr = 0, offset = 0, size = 0;
         bool writable() const;
-        bool executable() const;
     };
     struct Segment {
         uint32_t type = 0, flags = 0;
-        uint64_t offset = 0, vaddr = 0, filesz = 0, memsz = 0;
+        uint64_t vaddr = 0, memsz = 0;
     };
     struct Symbol {
         std::string name;
@@ -30,10 +30,6 @@ class ElfImage {
         uint16_t shndx = 0;  // 0 = undefined
         bool defined() const { return shndx != 0; }
     };
-    struct Dynamic {
-        int64_t tag = 0;
-        uint64_t value = 0;
-    };
 
     // Reads and parses the file; error() tells why when it fails.
     explicit ElfImage(const std::string& path);
@@ -41,13 +37,10 @@ class ElfImage {
     const std::string& error() const { return error_; }
 
     const std::vector<Section>& sections() const { return sections_; }
-    const std::vector<Segment>& segments() const { return segments_; }
     const std::vector<Symbol>& symtab() const { return symtab_; }  // .symtab (may be empty)
     const std::vector<Symbol>& dynsym() const { return dynsym_; }  // .dynsym
-    const std::vector<Dynamic>& dynamic() const { return dynamic_; }
 
     const Section* section(const std::string& name) const;
-    const Section* section_at(uint64_t vaddr) const;  // allocated section holding vaddr
     const Symbol* find_symtab(const std::string& name) const;
     const Symbol* find_dynsym(const std::string& name) const;
     std::optional<Segment> segment(uint32_t type) const;  // first of that type
@@ -57,10 +50,6 @@ class ElfImage {
     std::string soname() const;
     std::string runpath() const;
     std::optional<uint64_t> dynamic_value(int64_t tag) const;
-
-    // n bytes of the file image at virtual address vaddr (empty when out of
-    // the file-backed part of a loadable segment).
-    std::vector<uint8_t> bytes_at(uint64_t vaddr, size_t n) const;
 
   private:
     void parse();
@@ -72,7 +61,7 @@ class ElfImage {
     std::vector<Section> sections_;
     std::vector<Segment> segments_;
     std::vector<Symbol> symtab_, dynsym_;
-    std::vector<Dynamic> dynamic_;
+    std::vector<std::pair<int64_t, uint64_t>> dynamic_;  // tag, value
 };
 
 // Permission string ("r--p", "r-xp" ...) of the mapping of this process that

@@ -1,11 +1,7 @@
 #include "support/paths.h"
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
 
 #include <cstdlib>
 #include <cstring>
@@ -53,46 +49,6 @@ std::string vector_dir_or_skip(const std::string& set) {
                                           msg.c_str()) = ::testing::Message();
     }
     return "";
-}
-
-std::vector<std::string> files_in(const std::string& dir) {
-    std::vector<std::string> names;
-    DIR* d = opendir(dir.c_str());
-    if (!d) return names;
-    while (dirent* e = readdir(d)) {
-        struct stat st;
-        std::string full = dir + "/" + e->d_name;
-        if (stat(full.c_str(), &st) == 0 && S_ISREG(st.st_mode)) names.push_back(e->d_name);
-    }
-    closedir(d);
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-std::string make_temp_dir() {
-    const char* base = std::getenv("TMPDIR");
-    std::string templ = std::string(base && *base ? base : "/tmp") + "/kvosc-test-XXXXXX";
-    std::vector<char> buf(templ.begin(), templ.end());
-    buf.push_back(0);
-    return mkdtemp(buf.data()) ? std::string(buf.data()) : std::string();
-}
-
-void remove_tree(const std::string& dir) {
-    if (dir.empty()) return;
-    if (DIR* d = opendir(dir.c_str())) {
-        while (dirent* e = readdir(d)) {
-            std::string n = e->d_name;
-            if (n == "." || n == "..") continue;
-            std::string full = dir + "/" + n;
-            struct stat st;
-            if (lstat(full.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
-                remove_tree(full);
-            else
-                unlink(full.c_str());
-        }
-        closedir(d);
-    }
-    rmdir(dir.c_str());
 }
 
 }  // namespace kvosc::test
