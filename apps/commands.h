@@ -12,4 +12,5 @@ int cmd_code(bool encode, const char* coder, const std::vector<std::string>& arg
 int cmd_verify(const char* coder, const char* dir);
 int cmd_sample(const char* out);
 int cmd_denoise(const std::vector<std::string>& args);
+int cmd_alc(const std::vector<std::string>& args);
 }  // namespace kvosc

@@ -5,6 +5,7 @@
 //   kvosc encode|decode CODER [--option value ...] IN OUT   (audio: WAV or raw 16-bit)
 //   kvosc verify CODER DIR
 //   kvosc denoise [--level N] IN OUT  noise filter of the echo path
+//   kvosc alc IN OUT                  G.169 automatic level control
 //   kvosc sample OUT               write the built-in sample (8 kHz, 16-bit LE)
 #include <cstdio>
 #include <cstring>
@@ -26,6 +27,7 @@ void help() {
         "       kvosc encode CODER [options] IN OUT | decode CODER [options] IN OUT\n"
         "       kvosc verify CODER DIR\n"
         "       kvosc denoise [--level 0-5] [--rate HZ] IN OUT\n"
+        "       kvosc alc [--target DB] [--ceiling DB] [--max-gain DB] IN OUT\n"
         "       kvosc sample OUT\n");
 }
 
@@ -58,6 +60,7 @@ int main(int argc, char** argv) {
         if (rest != 1) return usage("sample needs OUT");
         return kvosc::cmd_sample(argv[2]);
     }
+    if (cmd == "alc") return kvosc::cmd_alc(std::vector<std::string>(argv + 2, argv + argc));
     if (cmd == "denoise")
         return kvosc::cmd_denoise(std::vector<std::string>(argv + 2, argv + argc));
     return usage(("unknown command '" + cmd + "'").c_str());
