@@ -32,21 +32,6 @@ TEST(HarmonicFilter, NonRecursiveMatchesWideModel) {
     EXPECT_EQ(y[0], 151);
 }
 
-TEST(HarmonicFilter, InPlaceMatchesChainModel) {
-    for (uint32_t seed = 1; seed <= 60; ++seed) {
-        SCOPED_TRACE(seed);
-        Rng r(seed * 11);
-        const int lag = r.uni(0, 45), len = r.uni(1, 80);
-        const i16 val = seed % 5 ? r.s16() : i16{-32768};
-        Vec buf = seed % 2 ? r.vec(lag + len, 32768) : r.square(lag + len);
-        Vec want = buf;
-        Ops o;
-        for (int n = lag; n < lag + len; ++n) want[n] = o.add(want[n], o.mult(val, want[n - lag]));
-        ASSERT_EQ(kvosHarmonicFilter_16s_I(val, lag, buf.data() + lag, len), kvoOk);
-        EXPECT_EQ(buf, want);
-    }
-}
-
 TEST(HarmonicFilter, InPlaceWorkedValues) {
     // Lag 0, gain 0.5: each sample times 1.5, rounded down, saturated.
     i16 v[4] = {100, -3, 30000, -32768};
@@ -135,17 +120,6 @@ TEST(HighPass, PublishedFiltersMatchChainModelAcrossCalls) {
     }
 }
 
-TEST(HighPass, ZeroInputStaysZero) {
-    const Vec c = hp_coeffs(12);
-    KvoHighPassState_G729 st;
-    ASSERT_EQ(kvosHighPassFilterInit_G729(c.data(), &st), kvoOk);
-    Vec v(80, 0);
-    ASSERT_EQ(kvosHighPassFilter_G729_16s_ISfs(v.data(), 80, 12, &st), kvoOk);
-    EXPECT_EQ(v, Vec(80, 0));
-    EXPECT_EQ(st.y1, 0);
-    EXPECT_EQ(st.y2, 0);
-}
-
 // A gain far above one: the state saturates to 0x7fffffff and the rounded output holds 32767
 // (the rounding add does not wrap); at scale 13 the doubling saturates as well.
 TEST(HighPass, SaturatesWithoutWrapping) {
@@ -173,29 +147,6 @@ TEST(HighPass, SaturatesWithoutWrapping) {
     EXPECT_EQ(st.y2, 1000 << 16);
 }
 
-TEST(HighPass, InitWritesTheWholeRecord) {
-    const Vec c = hp_coeffs(13);
-    Kvo32s size = 0;
-    ASSERT_EQ(kvosHighPassFilterSize_G729(&size), kvoOk);
-    ASSERT_EQ(size, static_cast<Kvo32s>(sizeof(KvoHighPassState_G729)));
-    std::vector<unsigned char> m0(size, 0x00), m1(size, 0xff);
-    ASSERT_EQ(
-        kvosHighPassFilterInit_G729(c.data(), reinterpret_cast<KvoHighPassState_G729*>(m0.data())),
-        kvoOk);
-    ASSERT_EQ(
-        kvosHighPassFilterInit_G729(c.data(), reinterpret_cast<KvoHighPassState_G729*>(m1.data())),
-        kvoOk);
-    EXPECT_EQ(m0, m1);
-    KvoHighPassState_G729 st;
-    std::memcpy(&st, m0.data(), sizeof st);
-    EXPECT_EQ(st.a0, c[0]);
-    EXPECT_EQ(st.a1, c[1]);
-    EXPECT_EQ(st.a2, c[2]);
-    EXPECT_EQ(st.b0, c[3]);
-    EXPECT_EQ(st.b1, c[4]);
-    EXPECT_EQ(st.b2, c[5]);
-}
-
 TEST(TiltCompensation, MatchesChainModel) {
     for (uint32_t seed = 1; seed <= 80; ++seed) {
         SCOPED_TRACE(seed);
@@ -219,19 +170,11 @@ TEST(TiltCompensation, MatchesChainModel) {
     }
 }
 
-TEST(TiltCompensation, ZeroReflectionIsIdentity) {
-    Rng r(9);
-    const Vec x = r.vec(41, 32768);
-    Vec y(40);
-    ASSERT_EQ(kvosTiltCompensation_G729E_16s(0, x.data(), y.data()), kvoOk);
-    EXPECT_EQ(y, Vec(x.begin() + 1, x.end()));
-}
-
 // The fixed-scale high-pass against its general twin over any coefficients
 // and state (full-scale and -32768 included), input in pieces, record and
 // output byte for byte.
 TEST(HighPass, FixedScaleFormEqualsGeneralLoop) {
-    for (uint32_t seed = 1; seed <= 600; ++seed) {
+    for (uint32_t seed = 1; seed <= 200; ++seed) {
         SCOPED_TRACE(seed);
         Rng r(seed * 6151);
         const int sf = 12 + (seed & 1);
