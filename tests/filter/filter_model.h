@@ -69,7 +69,6 @@ struct Ops {
     i16 extract_h(i32 x) { return static_cast<i16>(x >> 16); }
     i16 round(i32 x) { return extract_h(L_add(x, 0x8000)); }
     i16 add(i16 a, i16 b) { return sat_s(i32{a} + b); }
-    i16 mult(i16 a, i16 b) { return sat_s((i32{a} * b) >> 15); }
     i16 mult_r(i16 a, i16 b) { return sat_s((i32{a} * b + 16384) >> 15); }
 };
 

@@ -143,56 +143,6 @@ TEST(Synthesis, IntegratorSaturatesAndWarns) {
     EXPECT_EQ(y[0], 500);
 }
 
-// History carried by the caller across calls equals one long call.
-TEST(Synthesis, HistoryAcrossCallsEqualsOneCall) {
-    for (uint32_t seed = 1; seed <= 20; ++seed) {
-        SCOPED_TRACE(seed);
-        Rng r(seed + 77);
-        const int order = seed % 2 ? 10 : r.uni(1, 16);
-        const Vec a = make_lpc(r, seed % 3, order);
-        const Vec x = make_input(r, (seed / 2) % 3, 200);
-        const Vec mem0 = r.vec(order, 3000);
-        Vec whole(200);
-        const KvoStatus st_whole = kvosSynthesisFilter_G729E_16s(a.data(), order, x.data(),
-                                                                 whole.data(), 200, mem0.data());
-        Vec parts(200);
-        Vec mem = mem0;
-        bool any_warn = false;
-        const int cuts[] = {0, 37, 40, 120, 163, 200};
-        for (int c = 0; c + 1 < 6; ++c) {
-            const int n0 = cuts[c], n = cuts[c + 1] - cuts[c];
-            KvoStatus st = kvosSynthesisFilter_G729E_16s(a.data(), order, x.data() + n0,
-                                                         parts.data() + n0, n, mem.data());
-            any_warn |= st == kvoWarnOverflow;
-            for (int j = 0; j < order; ++j) {  // oldest first
-                int idx = n0 + n - order + j;
-                mem[j] = idx >= 0 ? parts[idx] : mem0[order + idx];
-            }
-        }
-        EXPECT_EQ(parts, whole);
-        EXPECT_EQ(any_warn, st_whole == kvoWarnOverflow);
-    }
-}
-
-// The bounded fast path against the plain ordered chain, bit for bit, with the flag.
-TEST(Synthesis, FastPathEqualsOrderedChain) {
-    for (uint32_t seed = 1; seed <= 300; ++seed) {
-        SCOPED_TRACE(seed);
-        Rng r(seed * 31);
-        const int order = seed % 4 ? 10 : r.uni(1, 30);
-        const int sf = 12 + r.uni(0, 1);
-        const int len = r.uni(1, 100);
-        const Vec a = make_lpc(r, seed % 3, order);
-        const Vec x = make_input(r, r.uni(0, 2), len);
-        const Vec mem = r.vec(order, r.uni(0, 1) ? 32768 : 100);
-        Vec y1(len), y2(len);
-        bool f1 = kvo::synth_sat(a.data(), order, x.data(), y1.data(), len, mem.data(), sf);
-        bool f2 = kvo::synth_sat_ordered(a.data(), order, x.data(), y2.data(), len, mem.data(), sf);
-        EXPECT_EQ(f1, f2);
-        EXPECT_EQ(0, std::memcmp(y1.data(), y2.data(), len * sizeof(int16_t)));
-    }
-}
-
 TEST(Residual, FastPathEqualsOrderedChain) {
     for (uint32_t seed = 1; seed <= 300; ++seed) {
         SCOPED_TRACE(seed);
@@ -285,19 +235,18 @@ TEST(WeightingIIR, SubframesEqualWholeSignalModel) {
     }
 }
 
-// Order 10 on inputs that cross the whole-vector bound part way: a quiet start
-// then a loud burst, a resonant filter ringing up from a small input, loud
-// history with quiet input, -32768 and alternating full-scale input, in
-// place and out of place; bit for bit and flag for flag with the ordered chain.
-TEST(Synthesis, Order10BoundCrossingEqualsOrderedChain) {
-    for (uint32_t seed = 1; seed <= 2000; ++seed) {
+// Fast path against the ordered chain (flag included) on inputs crossing the whole-vector
+// bound part way: quiet then loud, resonance, -32768, alternating full scale.
+TEST(Synthesis, FastPathEqualsOrderedChain) {
+    for (uint32_t seed = 1; seed <= 400; ++seed) {
         SCOPED_TRACE(seed);
         Rng r(seed * 7919);
         const int sf = 12 + (seed & 1);
         const int len = r.uni(1, 80);
-        Vec a = make_lpc(r, seed % 3, 10);
-        if (seed % 5 == 0) {  // a sharp resonance: 1 - 1.9 z^-1 + 0.95 z^-2 in Q12
-            a.assign(11, 0);
+        const int order = seed % 4 ? 10 : r.uni(1, 30);
+        Vec a = make_lpc(r, seed % 3, order);
+        if (seed % 5 == 0 && order >= 2) {  // a sharp resonance: 1 - 1.9 z^-1 + 0.95 z^-2 in Q12
+            a.assign(order + 1, 0);
             a[0] = 4096;
             a[1] = -7782;
             a[2] = 3891;
@@ -323,15 +272,15 @@ TEST(Synthesis, Order10BoundCrossingEqualsOrderedChain) {
                     break;
             }
         }
-        const Vec mem = r.vec(10, seed % 4 == 0 ? 32768 : r.uni(0, 1) ? 3000 : 20);
+        const Vec mem = r.vec(order, seed % 4 == 0 ? 32768 : r.uni(0, 1) ? 3000 : 20);
         Vec y1(len), y2(len);
-        const bool f1 = kvo::synth_sat(a.data(), 10, x.data(), y1.data(), len, mem.data(), sf);
+        const bool f1 = kvo::synth_sat(a.data(), order, x.data(), y1.data(), len, mem.data(), sf);
         const bool f2 =
-            kvo::synth_sat_ordered(a.data(), 10, x.data(), y2.data(), len, mem.data(), sf);
+            kvo::synth_sat_ordered(a.data(), order, x.data(), y2.data(), len, mem.data(), sf);
         EXPECT_EQ(f1, f2);
         ASSERT_EQ(0, std::memcmp(y1.data(), y2.data(), len * sizeof(int16_t)));
         Vec io = x;
-        EXPECT_EQ(kvo::synth_sat(a.data(), 10, io.data(), io.data(), len, mem.data(), sf), f2);
+        EXPECT_EQ(kvo::synth_sat(a.data(), order, io.data(), io.data(), len, mem.data(), sf), f2);
         ASSERT_EQ(0, std::memcmp(io.data(), y2.data(), len * sizeof(int16_t)));
     }
 }
@@ -340,7 +289,7 @@ TEST(Synthesis, Order10BoundCrossingEqualsOrderedChain) {
 // (-32768 included), full-scale, -32768 and alternating input, loud or null
 // history, both scales, in place and out of place.
 TEST(Synthesis, WrapOrder10EqualsPlainLoop) {
-    for (uint32_t seed = 1; seed <= 1500; ++seed) {
+    for (uint32_t seed = 1; seed <= 300; ++seed) {
         SCOPED_TRACE(seed);
         Rng r(seed * 104729);
         const int sf = 12 + (seed & 1);
@@ -379,7 +328,7 @@ TEST(Synthesis, WrapOrder10EqualsPlainLoop) {
 // The order-10 zero-state response against its tap-loop twin on any
 // coefficients, including all -32768 and full-scale alternating sets.
 TEST(ZeroStateResponse, VectorFormEqualsPlainLoop) {
-    for (uint32_t seed = 1; seed <= 1000; ++seed) {
+    for (uint32_t seed = 1; seed <= 200; ++seed) {
         SCOPED_TRACE(seed);
         Rng r(seed * 7727);
         const int sf = 12 + (seed & 1);

@@ -1,5 +1,5 @@
-// Harmonic filters, the G.729 high-pass filter and the annex E tilt compensation against
-// basic-operator models, with worked values.
+// Harmonic filters, the high-pass filter (edges and its fixed-scale twin; the published
+// coefficients are proven by the coder vectors) and the tilt compensation.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -32,21 +32,6 @@ TEST(HarmonicFilter, NonRecursiveMatchesWideModel) {
     EXPECT_EQ(y[0], 151);
 }
 
-TEST(HarmonicFilter, InPlaceMatchesChainModel) {
-    for (uint32_t seed = 1; seed <= 60; ++seed) {
-        SCOPED_TRACE(seed);
-        Rng r(seed * 11);
-        const int lag = r.uni(0, 45), len = r.uni(1, 80);
-        const i16 val = seed % 5 ? r.s16() : i16{-32768};
-        Vec buf = seed % 2 ? r.vec(lag + len, 32768) : r.square(lag + len);
-        Vec want = buf;
-        Ops o;
-        for (int n = lag; n < lag + len; ++n) want[n] = o.add(want[n], o.mult(val, want[n - lag]));
-        ASSERT_EQ(kvosHarmonicFilter_16s_I(val, lag, buf.data() + lag, len), kvoOk);
-        EXPECT_EQ(buf, want);
-    }
-}
-
 TEST(HarmonicFilter, InPlaceWorkedValues) {
     // Lag 0, gain 0.5: each sample times 1.5, rounded down, saturated.
     i16 v[4] = {100, -3, 30000, -32768};
@@ -69,32 +54,6 @@ TEST(HarmonicFilter, InPlaceWorkedValues) {
 
 namespace {
 
-// High-pass filter by the basic-operator chain, output history as a double precision pair.
-struct HpModel {
-    i16 a1, a2, b0, b1, b2;
-    i16 y1_hi = 0, y1_lo = 0, y2_hi = 0, y2_lo = 0, x0 = 0, x1 = 0;
-    i32 mpy(Ops& o, i16 h, i16 l, i16 n) { return o.L_mac(o.L_mult(h, n), o.mult(l, n), 1); }
-    void run(Vec& v, int sf) {
-        Ops o;
-        for (auto& s : v) {
-            i16 x2 = x1;
-            x1 = x0;
-            x0 = s;
-            i32 t = mpy(o, y1_hi, y1_lo, a1);
-            t = o.L_add(t, mpy(o, y2_hi, y2_lo, a2));
-            t = o.L_mac(t, x0, b0);
-            t = o.L_mac(t, x1, b1);
-            t = o.L_mac(t, x2, b2);
-            t = o.L_shl(t, 15 - sf);
-            s = sf == 12 ? o.round(t) : o.round(o.L_shl(t, 1));
-            y2_hi = y1_hi;
-            y2_lo = y1_lo;
-            y1_hi = static_cast<i16>(t >> 16);
-            y1_lo = static_cast<i16>((t >> 1) - (i32{y1_hi} << 15));
-        }
-    }
-};
-
 Vec hp_coeffs(int sf) {
     const i16* a = sf == 12 ? kvo::tab::a140 : kvo::tab::a100;
     const i16* b = sf == 12 ? kvo::tab::b140 : kvo::tab::b100;
@@ -102,49 +61,6 @@ Vec hp_coeffs(int sf) {
 }
 
 }  // namespace
-
-TEST(HighPass, PublishedFiltersMatchChainModelAcrossCalls) {
-    for (uint32_t seed = 1; seed <= 40; ++seed) {
-        SCOPED_TRACE(seed);
-        Rng r(seed * 5);
-        const int sf = 12 + (seed & 1);
-        const Vec c = hp_coeffs(sf);
-        const Vec x =
-            (seed / 2) % 3 == 2 ? r.square(400) : r.vec(400, (seed / 2) % 3 ? 32768 : 800);
-        HpModel m{c[1], c[2], c[3], c[4], c[5]};
-        Vec want = x;
-        m.run(want, sf);
-
-        Kvo32s size = 0;
-        ASSERT_EQ(kvosHighPassFilterSize_G729(&size), kvoOk);
-        std::vector<unsigned char> mem(size);
-        auto* st = reinterpret_cast<KvoHighPassState_G729*>(mem.data());
-        ASSERT_EQ(kvosHighPassFilterInit_G729(c.data(), st), kvoOk);
-        Vec y = x;
-        const int cuts[] = {0, 1, 80, 83, 160, 400};
-        for (int k = 0; k + 1 < 6; ++k)
-            ASSERT_EQ(
-                kvosHighPassFilter_G729_16s_ISfs(y.data() + cuts[k], cuts[k + 1] - cuts[k], sf, st),
-                kvoOk);
-        EXPECT_EQ(y, want);
-        // The record holds the last two inputs and the full-precision outputs.
-        EXPECT_EQ(st->x0, x[399]);
-        EXPECT_EQ(st->x1, x[398]);
-        EXPECT_EQ(st->y1 >> 16, m.y1_hi);
-        EXPECT_EQ((st->y1 >> 1) & 0x7fff, m.y1_lo);
-    }
-}
-
-TEST(HighPass, ZeroInputStaysZero) {
-    const Vec c = hp_coeffs(12);
-    KvoHighPassState_G729 st;
-    ASSERT_EQ(kvosHighPassFilterInit_G729(c.data(), &st), kvoOk);
-    Vec v(80, 0);
-    ASSERT_EQ(kvosHighPassFilter_G729_16s_ISfs(v.data(), 80, 12, &st), kvoOk);
-    EXPECT_EQ(v, Vec(80, 0));
-    EXPECT_EQ(st.y1, 0);
-    EXPECT_EQ(st.y2, 0);
-}
 
 // A gain far above one: the state saturates to 0x7fffffff and the rounded output holds 32767
 // (the rounding add does not wrap); at scale 13 the doubling saturates as well.
@@ -173,29 +89,6 @@ TEST(HighPass, SaturatesWithoutWrapping) {
     EXPECT_EQ(st.y2, 1000 << 16);
 }
 
-TEST(HighPass, InitWritesTheWholeRecord) {
-    const Vec c = hp_coeffs(13);
-    Kvo32s size = 0;
-    ASSERT_EQ(kvosHighPassFilterSize_G729(&size), kvoOk);
-    ASSERT_EQ(size, static_cast<Kvo32s>(sizeof(KvoHighPassState_G729)));
-    std::vector<unsigned char> m0(size, 0x00), m1(size, 0xff);
-    ASSERT_EQ(
-        kvosHighPassFilterInit_G729(c.data(), reinterpret_cast<KvoHighPassState_G729*>(m0.data())),
-        kvoOk);
-    ASSERT_EQ(
-        kvosHighPassFilterInit_G729(c.data(), reinterpret_cast<KvoHighPassState_G729*>(m1.data())),
-        kvoOk);
-    EXPECT_EQ(m0, m1);
-    KvoHighPassState_G729 st;
-    std::memcpy(&st, m0.data(), sizeof st);
-    EXPECT_EQ(st.a0, c[0]);
-    EXPECT_EQ(st.a1, c[1]);
-    EXPECT_EQ(st.a2, c[2]);
-    EXPECT_EQ(st.b0, c[3]);
-    EXPECT_EQ(st.b1, c[4]);
-    EXPECT_EQ(st.b2, c[5]);
-}
-
 TEST(TiltCompensation, MatchesChainModel) {
     for (uint32_t seed = 1; seed <= 80; ++seed) {
         SCOPED_TRACE(seed);
@@ -219,19 +112,11 @@ TEST(TiltCompensation, MatchesChainModel) {
     }
 }
 
-TEST(TiltCompensation, ZeroReflectionIsIdentity) {
-    Rng r(9);
-    const Vec x = r.vec(41, 32768);
-    Vec y(40);
-    ASSERT_EQ(kvosTiltCompensation_G729E_16s(0, x.data(), y.data()), kvoOk);
-    EXPECT_EQ(y, Vec(x.begin() + 1, x.end()));
-}
-
 // The fixed-scale high-pass against its general twin over any coefficients
 // and state (full-scale and -32768 included), input in pieces, record and
 // output byte for byte.
 TEST(HighPass, FixedScaleFormEqualsGeneralLoop) {
-    for (uint32_t seed = 1; seed <= 600; ++seed) {
+    for (uint32_t seed = 1; seed <= 200; ++seed) {
         SCOPED_TRACE(seed);
         Rng r(seed * 6151);
         const int sf = 12 + (seed & 1);

@@ -183,30 +183,6 @@ TEST(NoiseFilterEC, DetectorConvergesWithinItsRun) {
     }
 }
 
-// The run length after a jump of the noise power: 3 (min(trunc(long/noise), 3) + 1) at
-// 8000 Hz, so a tenfold rise waits 12 frames.
-TEST(NoiseFilterEC, DetectorWaitsLongerAfterThePowerMoves) {
-    std::vector<float> x(8000 * 3);
-    std::mt19937 g(4);
-    std::normal_distribution<double> d(0.0, 1.0);
-    double acc = 0;
-    for (size_t i = 0; i < x.size(); ++i) {
-        acc = 0.95 * acc + d(g);
-        x[i] = static_cast<float>(acc * (i < 8000 ? 100.0 : 1000.0));
-    }
-    Filter f(8000);
-    const KvoFilterNoise32fState* s = f.rec();
-    int max_need = 0;
-    for (size_t i = 0; i < x.size(); i += 16) {
-        Kvo64f np;
-        Kvo32f nm;
-        Kvo32s flag;
-        ASSERT_EQ(kvosFilterNoiseDetect_EC_32f64f(&x[i], &np, &nm, &flag, f.st), kvoOk);
-        max_need = std::max(max_need, s->needRun);
-    }
-    EXPECT_EQ(max_need, 12);
-}
-
 // Steady tones (between the FFT bins, as real tones are) are never taken as noise, and
 // pass the suppressor with the window's gain.
 TEST(NoiseFilterEC, TonesAreNotNoise) {

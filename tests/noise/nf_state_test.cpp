@@ -35,49 +35,6 @@ TEST(NoiseFilterEC, BlockSizeFollowsTheFftQueryAndTheRate) {
     EXPECT_EQ(size, 77);
 }
 
-TEST(NoiseFilterEC, InitWritesTheStartState) {
-    for (int rate : kRates) {
-        SCOPED_TRACE(rate);
-        Filter f(rate, 0, 0xff);
-        const KvoFilterNoise32fState* s = f.rec();
-        const bool nb = rate == 8000;
-        EXPECT_EQ(s->sampleFreq, rate);
-        EXPECT_EQ(s->shortWin, rate * 128 / 8000);
-        EXPECT_EQ(s->longWin, rate * 1024 / 8000);
-        EXPECT_EQ(s->maxRunFactor, rate * 3 / 8000);
-        EXPECT_EQ(s->capacity, s->longWin);
-        EXPECT_EQ(s->fill, 0);
-        EXPECT_EQ(s->zcLimit, nb ? 56 : 28);
-        EXPECT_EQ(s->peakWin, nb ? 4 : 6);
-        EXPECT_EQ(s->zcFloor, nb ? 6 : 2);
-        EXPECT_FLOAT_EQ(s->longRatio, nb ? 1.08f : 1.3f);
-        EXPECT_EQ(s->level, 5);
-        EXPECT_EQ(s->levelResolved, 0);
-        EXPECT_EQ(s->rampCount, rate / 40);
-        EXPECT_EQ(s->startCount, 400);
-        EXPECT_EQ(s->smoothMode, 1);
-        EXPECT_EQ(s->smoothLen, 1.0);
-        EXPECT_EQ(s->needRun, 3);
-        EXPECT_FLOAT_EQ(s->ratioLimit, 3.0f);
-        EXPECT_FLOAT_EQ(s->strength, 0.03125f);
-        EXPECT_FLOAT_EQ(s->floorHigh, 0.275f);
-        for (int k = 0; k < 65; ++k) {
-            EXPECT_EQ(s->invNoiseSpec[k], 1.0);
-            EXPECT_EQ(s->noiseSpec[k], 0.0);
-        }
-        for (int i = 0; i < s->longWin; ++i) ASSERT_EQ(s->pBuffer[i], 0.0f);
-        // Kernels of 2v + 1 taps: floor(min(p, 2v - p) / 2) + 0.5, normalised to a sum of 1.
-        for (int v = 0; v < 9; ++v) {
-            double sum = 0;
-            for (int p = 0; p <= 2 * v; ++p) sum += std::floor(std::min(p, 2 * v - p) / 2) + 0.5;
-            for (int p = 0; p <= 2 * v; ++p)
-                EXPECT_NEAR(s->pSmooth[v][p], (std::floor(std::min(p, 2 * v - p) / 2) + 0.5) / sum,
-                            1e-7);
-        }
-        EXPECT_FLOAT_EQ(s->pSmooth[2][2], 3.0f / 7.0f);
-    }
-}
-
 TEST(NoiseFilterEC, SynthesisWindowsFollowTheirRule) {
     const std::vector<double> hi = window(false), lo = window(true);
     for (int i = 0; i < 64; ++i) {
@@ -286,14 +243,10 @@ TEST(NoiseFilterEC, DamagedRecordIsRefused) {
     const Case cases[] = {
         {"fill above capacity", [](KvoFilterNoise32fState* s) { s->fill = s->capacity + 1; },
          false},
-        {"negative fill", [](KvoFilterNoise32fState* s) { s->fill = -16; }, false},
         {"reference fill", [](KvoFilterNoise32fState* s) { s->refFill = 1 << 30; }, false},
         {"rate", [](KvoFilterNoise32fState* s) { s->sampleFreq = 11025; }, false},
-        {"rate of another record", [](KvoFilterNoise32fState* s) { s->sampleFreq = 8000; }, false},
         {"short window", [](KvoFilterNoise32fState* s) { s->shortWin = 4096; }, false},
         {"band edge", [](KvoFilterNoise32fState* s) { s->bandEdge2 = 60; }, false},
-        {"band sum width", [](KvoFilterNoise32fState* s) { s->bandSumWin = 0; }, false},
-        {"peak window", [](KvoFilterNoise32fState* s) { s->peakWin = 0; }, false},
         {"history pointer", [](KvoFilterNoise32fState* s) { s->pBuffer += 1; }, false},
         {"kernel pointer", [](KvoFilterNoise32fState* s) { s->pSmooth[8] = s->kernels; }, false},
         {"FFT identity",
@@ -303,7 +256,6 @@ TEST(NoiseFilterEC, DamagedRecordIsRefused) {
          false},
         {"level", [](KvoFilterNoise32fState* s) { s->level = 7; }, true},
         {"smoothing mode", [](KvoFilterNoise32fState* s) { s->smoothMode = 3; }, true},
-        {"smoothing length", [](KvoFilterNoise32fState* s) { s->smoothLen = 9.0; }, true},
         {"smoothing length NaN", [](KvoFilterNoise32fState* s) { s->smoothLen = std::nan(""); },
          true},
     };
