@@ -30,16 +30,6 @@ Kvo32s mpy32Model(Kvo32s x, Kvo32s y) {
 
 }  // namespace
 
-TEST(Fixed, NormTablesAreFloorLog2) {
-    EXPECT_EQ(NormTable[0], 7);
-    EXPECT_EQ(NormTable2[0], 15);
-    for (int i = 1; i < 256; ++i) {
-        int l = int(std::floor(std::log2(double(i))));
-        EXPECT_EQ(NormTable[i], 6 - l) << i;
-        EXPECT_EQ(NormTable2[i], 14 - l) << i;
-    }
-}
-
 TEST(Fixed, SixteenBitTerms) {
     // Every a against the extreme and a few random b.
     std::mt19937 g(20261123);
