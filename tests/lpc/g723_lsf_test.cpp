@@ -87,14 +87,6 @@ TEST(LsfToLpcG723, MatchesTheProductOfLines) {
     EXPECT_GT(checked, 300);
 }
 
-TEST(LsfToLpcG723, FlatSpectrum) {
-    // Lines at k pi / 11: A(z) = 1.
-    Kvo16s lsf[10], out[10];
-    for (int k = 1; k <= 10; ++k) lsf[k - 1] = Kvo16s(std::lround(32768.0 * k / 11));
-    ASSERT_EQ(kvoOk, kvosLSFToLPC_G723_16s(lsf, out));
-    for (int i = 0; i < 10; ++i) EXPECT_NEAR(0, out[i], 3) << i;
-}
-
 // Random stable filter as G.723.1 coefficients (Q13) that fit the word, and
 // the exact LSFs of its bandwidth-expanded version.
 bool randomFilter(std::mt19937& g, double kmax, Kvo16s* lpc, std::vector<double>* w) {

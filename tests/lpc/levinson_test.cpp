@@ -1,7 +1,6 @@
-// Levinson-Durbin recursions: G.729 by worked values and its overflow and
-// order paths (the coders' vectors prove the order-10 recursion bit for bit),
-// G.729 Annex B against it, G.723.1 against a word-length double model, and
-// the instability and sine-detector paths.
+// Levinson-Durbin recursions: G.729 by a worked value (order limits in args_test)
+// (the coders' vectors prove the order-10 recursion bit for bit), G.723.1
+// against a word-length double model, and its instability and sine paths.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -17,14 +16,6 @@ namespace {
 using lpcmodel::autocorrFromRC;
 using lpcmodel::levinson;
 
-// Autocorrelation of an AR process, scaled so that R[0] fills the word as the
-// energy-normalised autocorrelation does.
-std::vector<Kvo32s> quantise32(const std::vector<double>& r, double scale) {
-    std::vector<Kvo32s> q(r.size());
-    for (size_t i = 0; i < r.size(); ++i) q[i] = Kvo32s(std::lround(r[i] * scale));
-    return q;
-}
-
 TEST(LevinsonG729, WorkedFirstOrder) {
     // R = [2^30, 2^29]: K = -0.5, alpha = 0.75 * 0.5 = 0.375 -> 0x60000000 >> 1.
     const Kvo32s R[2] = {0x40000000, 0x20000000};
@@ -34,68 +25,6 @@ TEST(LevinsonG729, WorkedFirstOrder) {
     EXPECT_EQ(-2048, lpc[1]);
     EXPECT_NEAR(-16384, rc[0], 1);
     EXPECT_NEAR(0x3000, res, 1);
-}
-
-// Outputs untouched and the warning returned.
-void expectUntouched(const std::vector<Kvo32s>& R, int order) {
-    std::vector<Kvo16s> lpc(size_t(order) + 1, 0x1234), rc(size_t(order), 0x1234);
-    Kvo16s res = 0x1234;
-    EXPECT_EQ(kvoWarnOverflow,
-              kvosLevinsonDurbin_G729_32s16s(R.data(), order, lpc.data(), rc.data(), &res));
-    for (Kvo16s v : lpc) EXPECT_EQ(0x1234, v);
-    for (Kvo16s v : rc) EXPECT_EQ(0x1234, v);
-    EXPECT_EQ(0x1234, res);
-}
-
-TEST(LevinsonG729, OverflowLeavesOutputsUntouched) {
-    // Energy too small for the recursion.
-    expectUntouched({0xffff, 100, 50, 0, 0, 0, 0, 0, 0, 0, 0}, 10);
-    expectUntouched({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 10);
-    expectUntouched({-0xffff, 0, 0}, 2);
-    // Not positive definite: R[2] far from what R[0], R[1] allow gives |k2| > 1.
-    expectUntouched({0x40000000, 0x3c000000, -0x30000000}, 2);
-    // A pure tone: the second reflection coefficient reaches -1.
-    std::vector<Kvo32s> tone(11);
-    for (int i = 0; i <= 10; ++i)
-        tone[size_t(i)] = Kvo32s(std::lround(0x7fff0000 * std::cos(0.7 * i)));
-    expectUntouched(tone, 10);
-}
-
-TEST(LevinsonG729, OrderLimits) {
-    std::vector<Kvo32s> R(32, 0);
-    R[0] = 0x40000000;
-    Kvo16s lpc[32], rc[32], res;
-    EXPECT_EQ(kvoOk, kvosLevinsonDurbin_G729_32s16s(R.data(), 30, lpc, rc, &res));
-    // White input: the filter is 1 and the energy stays.
-    for (int i = 1; i <= 30; ++i) EXPECT_EQ(0, lpc[i]);
-    EXPECT_NEAR(0x4000, res, 1);
-    EXPECT_EQ(kvoErrRange, kvosLevinsonDurbin_G729_32s16s(R.data(), 31, lpc, rc, &res));
-    EXPECT_EQ(kvoErrRange, kvosLevinsonDurbin_G729_32s16s(R.data(), 0, lpc, rc, &res));
-    EXPECT_EQ(kvoErrRange, kvosLevinsonDurbin_G729_32s16s(R.data(), -1, lpc, rc, &res));
-}
-
-TEST(LevinsonG729B, MatchesOrderTenAndKeepsTwoReflections) {
-    std::mt19937 g(77);
-    for (int trial = 0; trial < 20; ++trial) {
-        const auto R = quantise32(autocorrFromRC(lpcmodel::randomRC(g, 10, 0.5)), 0x7f000000);
-        Kvo16s lpc[11], rc[10], res, lpcB[11], rcB[3] = {9, 9, 9}, resB;
-        ASSERT_EQ(kvoOk, kvosLevinsonDurbin_G729_32s16s(R.data(), 10, lpc, rc, &res));
-        ASSERT_EQ(kvoOk, kvosLevinsonDurbin_G729B(R.data(), lpcB, rcB, &resB));
-        EXPECT_EQ(0, std::memcmp(lpc, lpcB, sizeof lpc));
-        EXPECT_EQ(rc[0], rcB[0]);
-        EXPECT_EQ(rc[1], rcB[1]);
-        EXPECT_EQ(9, rcB[2]);
-        EXPECT_EQ(res, resB);
-    }
-    // Unstable: status passed through, every output (reflections included) kept.
-    const Kvo32s bad[11] = {0x40000000, 0x3c000000, -0x30000000, 0, 0, 0, 0, 0, 0, 0, 0};
-    Kvo16s lpc[11], rc[2] = {7, 8}, res = 5;
-    std::memset(lpc, 0x11, sizeof lpc);
-    EXPECT_EQ(kvoWarnOverflow, kvosLevinsonDurbin_G729B(bad, lpc, rc, &res));
-    EXPECT_EQ(7, rc[0]);
-    EXPECT_EQ(8, rc[1]);
-    EXPECT_EQ(5, res);
-    EXPECT_EQ(0x1111, lpc[0]);
 }
 
 // ---- G.723.1 ----------------------------------------------------------------

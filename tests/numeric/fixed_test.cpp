@@ -30,28 +30,6 @@ Kvo32s mpy32Model(Kvo32s x, Kvo32s y) {
 
 }  // namespace
 
-TEST(Fixed, NormTablesAreFloorLog2) {
-    EXPECT_EQ(NormTable[0], 7);
-    EXPECT_EQ(NormTable2[0], 15);
-    for (int i = 1; i < 256; ++i) {
-        int l = int(std::floor(std::log2(double(i))));
-        EXPECT_EQ(NormTable[i], 6 - l) << i;
-        EXPECT_EQ(NormTable2[i], 14 - l) << i;
-    }
-}
-
-TEST(Fixed, SixteenBitTerms) {
-    // Every a against the extreme and a few random b.
-    std::mt19937 g(20261123);
-    for (Kvo16s b : {-32768, -32767, -1, 0, 1, 32767, int(int16_t(g())), int(int16_t(g()))})
-        for (int a = -32768; a < 32768; ++a) {
-            i128 p = i128{a} * b;
-            ASSERT_EQ(mulQ15(Kvo16s(a), b), Kvo32s(model::floorShift(p, 15))) << a << " " << b;
-            ASSERT_EQ(mulQ15R(Kvo16s(a), b), Kvo32s(model::roundHalfUp(p, 15))) << a << " " << b;
-            ASSERT_EQ(sat16(Kvo32s(p)), model::c16(p));
-        }
-}
-
 TEST(Fixed, ThirtyTwoBitTerms) {
     const auto xs = model::operands32(200000, 1), ys = model::operands32(200000, 2);
     const auto& e = model::edges32();

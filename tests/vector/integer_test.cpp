@@ -122,15 +122,6 @@ TEST(IntegerReductions, SumsAndDotProductMatchModel) {
     }
 }
 
-TEST(IntegerReductions, DotProductHasNoWrapAndHoldsScaleAt31) {
-    std::vector<Kvo16s> m(32768, -32768);
-    Kvo32s r = 0;
-    ASSERT_EQ(kvosDotProd_16s32s_Sfs(m.data(), m.data(), 32768, &r, 0), kvoOk);
-    EXPECT_EQ(r, 0x7fffffff);
-    ASSERT_EQ(kvosDotProd_16s32s_Sfs(m.data(), m.data(), 1024, &r, 40), kvoOk);
-    EXPECT_EQ(r, 512);  // 2^40 at scale 40, held at 31
-}
-
 TEST(IntegerReductions, ExtremesAndFirstIndex) {
     const Kvo32s v[] = {5, 9, 9}, neg32[] = {3, INT32_MIN, -7};
     const Kvo16s w[] = {4, -3, 7, -3, -3}, neg[] = {-32768};
