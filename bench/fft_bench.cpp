@@ -13,14 +13,14 @@ namespace {
 
 struct OwnFft {
     std::vector<Kvo8u> mem, init, work;
-    kvo::KvoFFTSpec32f* spec = nullptr;
+    kvo::KvoFFTSpec32f* fftSpec = nullptr;
     explicit OwnFft(int order) {
         Kvo32s s = 0, i = 0, w = 0;
         kvo::kvosFFTGetSize_R_32f(order, 8, 0, &s, &i, &w);
         mem.resize(s);
         init.resize(i + 1);
         work.resize(w + 1);
-        kvo::kvosFFTInit_R_32f(&spec, order, 8, 0, mem.data(), init.data());
+        kvo::kvosFFTInit_R_32f(&fftSpec, order, 8, 0, mem.data(), init.data());
     }
 };
 
@@ -38,7 +38,7 @@ void BM_FftFwdPack(benchmark::State& st) {
     auto x = signal(1 << order);
     std::vector<float> y(x.size());
     for (auto _ : st) {
-        kvo::kvosFFTFwd_RToPack_32f(x.data(), y.data(), f.spec, f.work.data());
+        kvo::kvosFFTFwd_RToPack_32f(x.data(), y.data(), f.fftSpec, f.work.data());
         benchmark::DoNotOptimize(y.data());
     }
 }
@@ -50,7 +50,7 @@ void BM_FftInvPack(benchmark::State& st) {
     auto x = signal(1 << order);
     std::vector<float> y(x.size());
     for (auto _ : st) {
-        kvo::kvosFFTInv_PackToR_32f(x.data(), y.data(), f.spec, f.work.data());
+        kvo::kvosFFTInv_PackToR_32f(x.data(), y.data(), f.fftSpec, f.work.data());
         benchmark::DoNotOptimize(y.data());
     }
 }

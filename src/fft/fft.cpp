@@ -631,11 +631,11 @@ KvoStatus kvosFFTGetSize_R_32f(Kvo32s order, Kvo32s flag, Kvo32s hint, Kvo32s* p
     if (!flagValid(flag)) return kvoErrFftFlag;
     if (order > kMaxOrder) return kvoErrFftOrder;
     const Layout l = layoutFor(order);
-    const std::int64_t spec = l.recordBytes + 64;
+    const std::int64_t fftSpec = l.recordBytes + 64;
     const std::int64_t work = l.workBytes > 0 ? l.workBytes + 64 : 0;
     // The sizes travel as signed 32-bit counts: an order whose tables do not fit is refused.
-    if (spec > INT32_MAX || work > INT32_MAX) return kvoErrFftOrder;
-    *pSpecSize = static_cast<Kvo32s>(spec);
+    if (fftSpec > INT32_MAX || work > INT32_MAX) return kvoErrFftOrder;
+    *pSpecSize = static_cast<Kvo32s>(fftSpec);
     *pInitSize = order > 10 ? 64 : 0;
     *pWorkSize = static_cast<Kvo32s>(work);
     return kvoOk;

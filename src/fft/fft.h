@@ -16,7 +16,7 @@
 // The inverse first undoes the recombination into a staging copy of the half-length complex
 // spectrum, then runs the forward kernel with real and imaginary parts exchanged (which
 // computes the inverse transform).  The work buffer therefore holds 2N floats.  All tables
-// are computed at Init in double precision and rounded to float, into the specification
+// are computed at Init in double precision and rounded to float, into the FFT record
 // memory.  SSE2 paths cover the gather, the passes and both recombinations; they perform the
 // same operations in the same order as the scalar code.
 //
@@ -61,7 +61,7 @@ struct KvoFFTSpec16s {
     Kvo32s workSize;   // bytes of scratch, without alignment slack
     Kvo32s allocated;  // 1 if the memory was allocated by the library
     Kvo32s reserved;
-    KvoFFTSpec32f* pSpec32f;  // inner float specification, behind this record
+    KvoFFTSpec32f* pSpec32f;  // inner float FFT record, behind this record
     const void* self;         // address of this record, checked with the tag
 };
 

@@ -51,10 +51,10 @@ KvoStatus kvosFFTGetSize_R_16s32s(Kvo32s order, Kvo32s flag, Kvo32s hint, Kvo32s
     if (pSpecSize == nullptr || pInitSize == nullptr || pWorkSize == nullptr) return kvoErrNullPtr;
     if (flag != 1 && flag != 2 && flag != 4 && flag != 8) return kvoErrFftFlag;
     if (order > 28) return kvoErrFftOrder;
-    Kvo32s spec = 0, init = 0, work = 0;
-    const KvoStatus st = kvosFFTGetSize_R_32f(order, flag, hint, &spec, &init, &work);
+    Kvo32s fftSpec = 0, init = 0, work = 0;
+    const KvoStatus st = kvosFFTGetSize_R_32f(order, flag, hint, &fftSpec, &init, &work);
     if (st != kvoOk) return st;
-    const std::int64_t s = 64 + 64 + std::int64_t{spec};
+    const std::int64_t s = 64 + 64 + std::int64_t{fftSpec};
     const std::int64_t w = dataBytes(order) + (work > 0 ? work : 0) + 64;
     if (s > INT32_MAX || w > INT32_MAX) return kvoErrFftOrder;
     *pSpecSize = static_cast<Kvo32s>(s);

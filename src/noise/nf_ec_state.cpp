@@ -5,7 +5,7 @@
 //
 // Rates enter through three lengths, by integer division: shortWin =
 // rate*128/8000, longWin = rate*1024/8000 and maxRunFactor = rate*3/8000.  The
-// size is roundUp32(FFT spec) + roundUp32(max(FFT init, FFT work)) + twice
+// size is roundUp32(FFT fftSpec) + roundUp32(max(FFT init, FFT work)) + twice
 // roundUp32(4*longWin) + 4992 bytes, the FFT sizes being those that the FFT
 // size query reports (with their own alignment slack) for order 7, flag 2,
 // hint 2.
@@ -64,18 +64,18 @@ bool rateSupported(Kvo32s sampleFreq) {
 }
 
 KvoStatus layoutFor(Kvo32s sampleFreq, Layout* l) {
-    Kvo32s spec = 0, init = 0, work = 0;
-    const KvoStatus st = kvosFFTGetSize_R_32f(kFftOrder, kFftFlag, kFftHint, &spec, &init, &work);
+    Kvo32s fftSpec = 0, init = 0, work = 0;
+    const KvoStatus st = kvosFFTGetSize_R_32f(kFftOrder, kFftFlag, kFftHint, &fftSpec, &init, &work);
     if (st != kvoOk) return st;
     l->shortWin = sampleFreq * 128 / 8000;
     l->longWin = sampleFreq * 1024 / 8000;
     l->maxRunFactor = sampleFreq * 3 / 8000;
     const Kvo32s bufBytes = roundUp32(4 * l->longWin);
     l->specOff = kRecordArea;
-    l->workOff = l->specOff + roundUp32(spec);
+    l->workOff = l->specOff + roundUp32(fftSpec);
     l->bufOff = l->workOff + roundUp32(init > work ? init : work);
     l->refOff = l->bufOff + bufBytes;
-    l->total = roundUp32(spec) + roundUp32(init > work ? init : work) + 2 * bufBytes + kRecordBytes;
+    l->total = roundUp32(fftSpec) + roundUp32(init > work ? init : work) + 2 * bufBytes + kRecordBytes;
     return kvoOk;
 }
 
@@ -96,15 +96,15 @@ KvoStatus checkRecord(const KvoFilterNoise32fState* s, bool withFilter) {
     // Pointers into the block: a block that has moved since Init fails here.
     const auto* base = reinterpret_cast<const Kvo8u*>(s);
     const auto specMem = reinterpret_cast<std::uintptr_t>(base + l.specOff);
-    const auto* spec = reinterpret_cast<const KvoFFTSpec32f*>((specMem + 63) & ~std::uintptr_t{63});
-    if (s->pFFTSpec != spec || s->pFFTWork != base + l.workOff ||
+    const auto* fftSpec = reinterpret_cast<const KvoFFTSpec32f*>((specMem + 63) & ~std::uintptr_t{63});
+    if (s->pFFTSpec != fftSpec || s->pFFTWork != base + l.workOff ||
         s->pBuffer != reinterpret_cast<const Kvo32f*>(base + l.bufOff) ||
         s->pRefBuffer != reinterpret_cast<const Kvo32f*>(base + l.refOff))
         return kvoErrOutOfRange;
     for (int v = 0; v < 9; ++v)
         if (s->pSmooth[v] != s->kernels + v * v) return kvoErrOutOfRange;
-    if (spec->idTag != kFftSpec32fTag || spec->self != spec || spec->order != kFftOrder ||
-        spec->invScaled != 1)
+    if (fftSpec->idTag != kFftSpec32fTag || fftSpec->self != fftSpec || fftSpec->order != kFftOrder ||
+        fftSpec->invScaled != 1)
         return kvoErrOutOfRange;
     if (withFilter) {
         if (s->level < 0 || s->level > 5) return kvoErrOutOfRange;
@@ -126,8 +126,8 @@ void appendFrame(Kvo32f* buf, Kvo32s capacity, Kvo32s* pFill, const Kvo32f* src)
 }
 
 void analyseBlock(KvoFilterNoise32fState* s, const Kvo32f* x) {
-    auto* spec = static_cast<const KvoFFTSpec32f*>(s->pFFTSpec);
-    kvosFFTFwd_RToCCS_32f(x, &s->spectrum[0].re, spec, s->pFFTWork);
+    auto* fftSpec = static_cast<const KvoFFTSpec32f*>(s->pFFTSpec);
+    kvosFFTFwd_RToCCS_32f(x, &s->spectrum[0].re, fftSpec, s->pFFTWork);
     for (int k = 0; k < kBins; ++k) {
         const Kvo64f re = s->spectrum[k].re, im = s->spectrum[k].im;
         s->powerSpec[k] = re * re + im * im;
@@ -242,13 +242,13 @@ KvoStatus kvosFilterNoiseInit_EC_32f(Kvo32s sampleFreq, KvoFilterNoise32fState* 
     if (st != kvoOk) return st;
     KvoFilterNoise32fState* s = recordOf(pState);
     auto* base = reinterpret_cast<Kvo8u*>(s);
-    KvoFFTSpec32f* spec = nullptr;
-    st = kvosFFTInit_R_32f(&spec, kFftOrder, kFftFlag, kFftHint, base + l.specOff, nullptr);
+    KvoFFTSpec32f* fftSpec = nullptr;
+    st = kvosFFTInit_R_32f(&fftSpec, kFftOrder, kFftFlag, kFftHint, base + l.specOff, nullptr);
     if (st != kvoOk) return st;
 
     // Every field, then the arrays and histories: the record needs no clearing beforehand.
     std::memset(s, 0, sizeof(*s));
-    s->pFFTSpec = spec;
+    s->pFFTSpec = fftSpec;
     s->pFFTWork = base + l.workOff;
     s->pBuffer = reinterpret_cast<Kvo32f*>(base + l.bufOff);
     s->pRefBuffer = reinterpret_cast<Kvo32f*>(base + l.refOff);

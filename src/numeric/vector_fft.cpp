@@ -80,23 +80,23 @@ int ceilLog2(i64 v) {
 
 // Scratch of one FFT correlation, released on every path.
 struct FftScratch {
-    KvoFFTSpec32f* spec = nullptr;
+    KvoFFTSpec32f* fftSpec = nullptr;
     Kvo8u* work = nullptr;
     float* data = nullptr;
     ~FftScratch() {
         if (data != nullptr) kvosFree(data);
         if (work != nullptr) kvosFree(work);
-        if (spec != nullptr) kvosFFTFree_R_32f(spec);
+        if (fftSpec != nullptr) kvosFFTFree_R_32f(fftSpec);
     }
     // Order `order`, flag 2 (the inverse divides by the size), and dataLen floats.
     KvoStatus open(int order, i64 dataLen) {
-        KvoStatus st = kvosFFTInitAlloc_R_32f(&spec, order, 2, 0);
+        KvoStatus st = kvosFFTInitAlloc_R_32f(&fftSpec, order, 2, 0);
         if (st != kvoOk) {
-            spec = nullptr;
+            fftSpec = nullptr;
             return st;
         }
         Kvo32s ws = 0;
-        st = kvosFFTGetBufSize_R_32f(spec, &ws);
+        st = kvosFFTGetBufSize_R_32f(fftSpec, &ws);
         if (st != kvoOk) return st;
         if (ws > 0) {
             work = static_cast<Kvo8u*>(kvosMalloc_8u(ws));
@@ -122,7 +122,7 @@ KvoStatus crossCorrBlocks(const float* s, i64 sLen, const float* l, i64 lLen, i6
     float* seg = fx.data + P;
     std::fill(A, A + P, 0.0f);
     std::copy(s, s + sLen, A);
-    st = kvosFFTFwd_RToPack_32f(A, A, fx.spec, fx.work);
+    st = kvosFFTFwd_RToPack_32f(A, A, fx.fftSpec, fx.work);
     if (st != kvoOk) return st;
     const i64 perBlock = P - sLen + 1;  // lags of one block free of circular wrap
     for (i64 l0 = lo; l0 < lo + m; l0 += perBlock) {
@@ -131,11 +131,11 @@ KvoStatus crossCorrBlocks(const float* s, i64 sLen, const float* l, i64 lLen, i6
             const i64 idx = l0 + t;
             seg[t] = (idx >= 0 && idx < lLen) ? l[idx] : 0.0f;
         }
-        st = kvosFFTFwd_RToPack_32f(seg, seg, fx.spec, fx.work);
+        st = kvosFFTFwd_RToPack_32f(seg, seg, fx.fftSpec, fx.work);
         if (st != kvoOk) return st;
         st = kvosMulPackConj_32f_I(A, seg, static_cast<Kvo32s>(P));
         if (st != kvoOk) return st;
-        st = kvosFFTInv_PackToR_32f(seg, seg, fx.spec, fx.work);
+        st = kvosFFTInv_PackToR_32f(seg, seg, fx.fftSpec, fx.work);
         if (st != kvoOk) return st;
         std::copy(seg, seg + cnt, out + (l0 - lo));
     }
@@ -156,10 +156,10 @@ KvoStatus crossCorrWhole(const float* a, i64 len1, const float* b, i64 len2, i64
     std::fill(B, B + P, 0.0f);
     std::copy(a, a + len1, A);
     std::copy(b, b + len2, B);
-    if ((st = kvosFFTFwd_RToPack_32f(A, A, fx.spec, fx.work)) != kvoOk) return st;
-    if ((st = kvosFFTFwd_RToPack_32f(B, B, fx.spec, fx.work)) != kvoOk) return st;
+    if ((st = kvosFFTFwd_RToPack_32f(A, A, fx.fftSpec, fx.work)) != kvoOk) return st;
+    if ((st = kvosFFTFwd_RToPack_32f(B, B, fx.fftSpec, fx.work)) != kvoOk) return st;
     if ((st = kvosMulPackConj_32f_I(A, B, static_cast<Kvo32s>(P))) != kvoOk) return st;
-    if ((st = kvosFFTInv_PackToR_32f(B, B, fx.spec, fx.work)) != kvoOk) return st;
+    if ((st = kvosFFTInv_PackToR_32f(B, B, fx.fftSpec, fx.work)) != kvoOk) return st;
     for (i64 n = 0; n < m; ++n) {
         const i64 lag = lo + n;
         out[n] = B[lag < 0 ? lag + P : lag];

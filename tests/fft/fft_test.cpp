@@ -15,11 +15,11 @@ namespace {
 using kvo::KvoFFTSpec16s;
 using kvo::KvoFFTSpec32f;
 
-struct Spec {
+struct FftSetup {
     std::vector<Kvo8u> mem, init;
     std::vector<Kvo8u> work;
     KvoFFTSpec32f* s = nullptr;
-    Spec(int order, int flag, size_t misalign = 0) {
+    FftSetup(int order, int flag, size_t misalign = 0) {
         Kvo32s ss = 0, is = 0, ws = 0;
         EXPECT_EQ(kvo::kvosFFTGetSize_R_32f(order, flag, 0, &ss, &is, &ws), kvoOk);
         mem.resize(ss + misalign);
@@ -121,7 +121,7 @@ TEST(FftReal, ForwardMatchesDoubleDftEveryOrderAndFormat) {
     std::mt19937 g(1234);
     for (int order : {0, 1, 2, 3, 5, 8, 11, 14}) {
         const int N = 1 << order;
-        Spec sp(order, 8);
+        FftSetup sp(order, 8);
         auto x = randomSignal(N, g);
         std::vector<double> re, im;
         dft(x, re, im);
@@ -155,7 +155,7 @@ TEST(FftReal, FlagsScaleAndRoundTrip) {
         for (int order : {0, 1, 2, 3, 6, 11}) {
             SCOPED_TRACE(::testing::Message() << "flag " << flag << " order " << order);
             const int N = 1 << order;
-            Spec sp(order, flag);
+            FftSetup sp(order, flag);
             auto x = randomSignal(N, g);
             std::vector<double> re, im;
             dft(x, re, im, {0, N / 4, N / 2});
@@ -183,7 +183,7 @@ TEST(FftReal, VectorPathsMatchScalarTwinBitForBit) {
     for (int order : {0, 1, 2, 3, 4, 7, 12}) {
         const int N = 1 << order;
         for (int flag : {1, 8}) {
-            Spec sp(order, flag);
+            FftSetup sp(order, flag);
             for (int kind = 0; kind < 3; ++kind) {
                 // random, extreme magnitudes mixed with zeros and tiny values, an impulse
                 std::vector<float> x(N + 2);
@@ -221,7 +221,7 @@ TEST(FftReal, RecordIdentity) {
     ASSERT_EQ(kvo::kvosFFTFree_R_32f(s), kvoOk);
     EXPECT_EQ(kvo::kvosFFTFree_R_32f(nullptr), kvoErrNullPtr);
     // Freed record in caller memory: the tag is cleared, a second free is refused.
-    Spec sp(6, 1);
+    FftSetup sp(6, 1);
     ASSERT_EQ(kvo::kvosFFTFree_R_32f(sp.s), kvoOk);
     EXPECT_EQ(kvo::kvosFFTFree_R_32f(sp.s), kvoErrContextMatch);
     EXPECT_EQ(kvo::kvosFFTFwd_RToCCS_32f(x.data(), y.data(), sp.s, nullptr), kvoErrContextMatch);
@@ -237,7 +237,7 @@ TEST(FftReal, RecordIdentity) {
                                           reinterpret_cast<const KvoFFTSpec32f*>(s16), nullptr),
               kvoErrContextMatch);
     // Null checks: the record first, then the vectors.
-    Spec ok(3, 1);
+    FftSetup ok(3, 1);
     EXPECT_EQ(kvo::kvosFFTFwd_RToPerm_32f(nullptr, nullptr, nullptr, nullptr), kvoErrNullPtr);
     EXPECT_EQ(kvo::kvosFFTFwd_RToPerm_32f(nullptr, y.data(), ok.s, nullptr), kvoErrNullPtr);
     EXPECT_EQ(kvo::kvosFFTInv_CCSToR_32f(x.data(), nullptr, ok.s, nullptr), kvoErrNullPtr);

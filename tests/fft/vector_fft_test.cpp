@@ -115,7 +115,7 @@ TEST(Fft16s, TiesRoundToEvenAndResultsSaturate) {
     // bins 3, 0, 0 give 1.5 -> 2.  Large values saturate to 16 bits.
     Both b1(1, 8);
     struct InvCase {
-        Kvo32s spec[4];
+        Kvo32s fftSpec[4];
         Kvo32s sf;
         Kvo16s want[2];
     } inv[] = {
@@ -126,7 +126,7 @@ TEST(Fft16s, TiesRoundToEvenAndResultsSaturate) {
     };
     for (const auto& c : inv) {
         Kvo16s y[2];
-        ASSERT_EQ(kvo::kvosFFTInv_CCSToR_32s16s_Sfs(c.spec, y, b1.s16, c.sf, nullptr), kvoOk);
+        ASSERT_EQ(kvo::kvosFFTInv_CCSToR_32s16s_Sfs(c.fftSpec, y, b1.s16, c.sf, nullptr), kvoOk);
         EXPECT_EQ(y[0], c.want[0]);
         EXPECT_EQ(y[1], c.want[1]);
     }

@@ -20,14 +20,14 @@ Kvo32s up32(Kvo32s v) {
 }
 
 TEST(NoiseFilterEC, BlockSizeFollowsTheFftQueryAndTheRate) {
-    Kvo32s spec = 0, init = 0, work = 0;
-    ASSERT_EQ(kvo::kvosFFTGetSize_R_32f(7, 2, 2, &spec, &init, &work), kvoOk);
+    Kvo32s fftSpec = 0, init = 0, work = 0;
+    ASSERT_EQ(kvo::kvosFFTGetSize_R_32f(7, 2, 2, &fftSpec, &init, &work), kvoOk);
     for (int rate : kRates) {
         SCOPED_TRACE(rate);
         const Kvo32s longWin = rate * 1024 / 8000;
         Kvo32s size = -1;
         ASSERT_EQ(kvosFilterNoiseGetStateSize_EC_32f(rate, &size), kvoOk);
-        EXPECT_EQ(size, up32(spec) + up32(std::max(init, work)) + 2 * up32(4 * longWin) + 4992);
+        EXPECT_EQ(size, up32(fftSpec) + up32(std::max(init, work)) + 2 * up32(4 * longWin) + 4992);
     }
     Kvo32s size = 77;
     for (int bad : {0, -8000, 11025, 44100, 48000, 7999})
