@@ -12,6 +12,7 @@
 
 #include "coders/coder.h"
 #include "support/paths.h"
+#include "support/signals.h"
 
 #ifdef KVOSC_HAVE_SPANDSP
 #include <spandsp.h>
@@ -51,36 +52,6 @@ INSTANTIATE_TEST_SUITE_P(Sets, G722Vectors, ::testing::Values(0, 1, 2, 3, 4));
 
 // ---- generated signals --------------------------------------------------------
 
-std::vector<int16_t> speech_like(int n, uint32_t seed, double peak) {
-    // Pitch pulses through two moving formant resonators, with a syllable
-    // envelope, scaled to the given peak.
-    std::mt19937 rng(seed);
-    std::normal_distribution<double> noise(0.0, 1.0);
-    std::vector<double> v(n);
-    double y1 = 0, y2 = 0, z1 = 0, z2 = 0, top = 1e-9;
-    const double fs = 16000;
-    for (int i = 0; i < n; ++i) {
-        const double t = i / fs;
-        const double f0 = 110 + 40 * std::sin(2 * M_PI * 1.3 * t);
-        const bool pulse = std::fmod(t * f0, 1.0) < f0 / fs;
-        const double ex = (pulse ? 1.0 : 0.0) + 0.03 * noise(rng);
-        const double r1 = 0.97, w1 = 2 * M_PI * (600 + 200 * std::sin(2 * M_PI * 2.1 * t)) / fs;
-        const double y = ex + 2 * r1 * std::cos(w1) * y1 - r1 * r1 * y2;
-        y2 = y1;
-        y1 = y;
-        const double r2 = 0.93, w2 = 2 * M_PI * (2300 + 300 * std::sin(2 * M_PI * 0.7 * t)) / fs;
-        const double z = 0.3 * y + 2 * r2 * std::cos(w2) * z1 - r2 * r2 * z2;
-        z2 = z1;
-        z1 = z;
-        const double env = 0.55 + 0.45 * std::sin(2 * M_PI * 3.0 * t);
-        v[i] = env * (0.2 * y + 0.5 * z);
-        top = std::max(top, std::fabs(v[i]));
-    }
-    std::vector<int16_t> s(n);
-    for (int i = 0; i < n; ++i) s[i] = static_cast<int16_t>(std::lround(v[i] * peak / top));
-    return s;
-}
-
 std::vector<int16_t> white_noise(int n, double amp, uint32_t seed) {
     std::mt19937 rng(seed);
     std::uniform_real_distribution<double> u(-amp, amp);
@@ -115,8 +86,8 @@ struct Signal {
 std::vector<Signal> signals() {
     const int n = 16000 * 3;
     return {
-        {"speech", speech_like(n, 7, 16000)},
-        {"quiet speech", speech_like(n, 8, 600)},
+        {"speech", kvosc::test::speech_like(n, 7, 16000, 16000)},
+        {"quiet speech", kvosc::test::speech_like(n, 8, 600, 16000)},
         {"noise", white_noise(n, 8000, 11)},
         {"quiet noise", white_noise(n, 40, 12)},
         {"silence", std::vector<int16_t>(n, 0)},
@@ -164,7 +135,7 @@ TEST(G722Coder, RejectsUnknownOptions) {
 }
 
 TEST(G722Coder, ItuFormatHoldsOneCodePerWord) {
-    const auto pcm = speech_like(3200, 5, 12000);
+    const auto pcm = kvosc::test::speech_like(3200, 5, 12000, 16000);
     std::vector<uint8_t> packed, itu;
     std::string err;
     Options opt;

@@ -12,6 +12,7 @@
 
 #include "coders/coder.h"
 #include "support/paths.h"
+#include "support/signals.h"
 
 namespace {
 
@@ -66,33 +67,6 @@ TEST_P(G728Vectors, MatchingFramesDoNotRegress) {
 
 INSTANTIATE_TEST_SUITE_P(Sets, G728Vectors, ::testing::Range(0, 11));
 
-// Voiced speech-like signal: pitch pulses through two resonators.
-std::vector<int16_t> speech_like(int n, uint32_t seed, double peak) {
-    std::mt19937 rng(seed);
-    std::normal_distribution<double> noise(0.0, 1.0);
-    std::vector<double> v(n);
-    double y1 = 0, y2 = 0, z1 = 0, z2 = 0, top = 1e-9;
-    for (int i = 0; i < n; ++i) {
-        const double t = i / 8000.0;
-        const double f1 = 500 + 200 * std::sin(2 * M_PI * 1.5 * t);
-        const double f2 = 1500 + 500 * std::sin(2 * M_PI * 0.7 * t);
-        const double ex =
-            (i % (60 + int(20 * std::sin(2 * M_PI * t))) == 0 ? 30.0 : 0.0) + 0.3 * noise(rng);
-        const double r1 = 0.95, r2 = 0.9;
-        const double y = ex + 2 * r1 * std::cos(2 * M_PI * f1 / 8000) * y1 - r1 * r1 * y2;
-        y2 = y1;
-        y1 = y;
-        const double z = y + 2 * r2 * std::cos(2 * M_PI * f2 / 8000) * z1 - r2 * r2 * z2;
-        z2 = z1;
-        z1 = z;
-        v[i] = z * (0.6 + 0.4 * std::sin(2 * M_PI * 3 * t));
-        top = std::max(top, std::fabs(v[i]));
-    }
-    std::vector<int16_t> s(n);
-    for (int i = 0; i < n; ++i) s[i] = static_cast<int16_t>(std::lround(v[i] / top * peak));
-    return s;
-}
-
 double snr(const std::vector<int16_t>& a, const std::vector<int16_t>& b) {
     double s = 0, e = 0;
     for (size_t i = 0; i < a.size() && i < b.size(); ++i) {
@@ -105,7 +79,7 @@ double snr(const std::vector<int16_t>& a, const std::vector<int16_t>& b) {
 TEST(G728Coder, RoundTripQualityAndFormats) {
     for (double peak : {2000.0, 12000.0}) {
         SCOPED_TRACE(peak);
-        const auto pcm = speech_like(16000, 4, peak);
+        const auto pcm = kvosc::test::speech_like(16000, 4, peak, 8000);
         std::vector<uint8_t> packed, itu;
         std::string err;
         Options opt;

@@ -13,6 +13,7 @@
 
 #include "coders/coder.h"
 #include "support/paths.h"
+#include "support/signals.h"
 
 #ifdef KVOSC_HAVE_LIBGSM
 #include <gsm.h>
@@ -51,35 +52,6 @@ TEST(GsmFrVectors, EverySetBitExact) {
 }
 
 // ---- generated test signals (8 kHz) ------------------------------------
-std::vector<int16_t> speechLike(int n, uint32_t seed) {
-    // Glottal-like pulse train with a wandering pitch through two resonances,
-    // syllable envelope, and a little noise.
-    std::mt19937 rng(seed);
-    std::normal_distribution<double> noise(0.0, 1.0);
-    std::vector<int16_t> out(n);
-    double phase = 0, y1 = 0, y2 = 0, z1 = 0, z2 = 0;
-    for (int i = 0; i < n; ++i) {
-        const double t = i / 8000.0;
-        const double f0 = 120 + 40 * std::sin(2 * M_PI * 0.7 * t);
-        phase += f0 / 8000.0;
-        double src = 0;
-        if (phase >= 1) {
-            phase -= 1;
-            src = 1;
-        }
-        src += 0.02 * noise(rng);
-        // Two resonators near 700 Hz and 1800 Hz.
-        const double y = src + 1.8 * std::cos(2 * M_PI * 700 / 8000) * 0.97 * y1 - 0.97 * 0.97 * y2;
-        y2 = y1;
-        y1 = y;
-        const double z = y + 1.9 * std::cos(2 * M_PI * 1800 / 8000) * 0.95 * z1 - 0.95 * 0.95 * z2;
-        z2 = z1;
-        z1 = z;
-        const double env = 0.5 + 0.5 * std::sin(2 * M_PI * 3 * t);
-        out[i] = static_cast<int16_t>(std::clamp(2500 * env * z, -32768.0, 32767.0));
-    }
-    return out;
-}
 
 std::vector<int16_t> noise(int n, uint32_t seed, int amp) {
     std::mt19937 rng(seed);
@@ -115,10 +87,14 @@ struct Signal {
 std::vector<Signal> signals() {
     const int n = 3 * 8000;
     return {
-        {"speech", speechLike(n, 1)},          {"noise", noise(n, 2, 32768)},
-        {"quiet noise", noise(n, 3, 40)},      {"silence", std::vector<int16_t>(n, 0)},
-        {"square 100 Hz", square(n, 80)},      {"square 2 kHz", square(n, 4)},
-        {"sweep full scale", sweep(n, 32767)}, {"sweep -20 dB", sweep(n, 3277)},
+        {"speech", kvosc::test::speech_like(n, 1, 8000, 8000)},
+        {"noise", noise(n, 2, 32768)},
+        {"quiet noise", noise(n, 3, 40)},
+        {"silence", std::vector<int16_t>(n, 0)},
+        {"square 100 Hz", square(n, 80)},
+        {"square 2 kHz", square(n, 4)},
+        {"sweep full scale", sweep(n, 32767)},
+        {"sweep -20 dB", sweep(n, 3277)},
     };
 }
 
@@ -138,7 +114,8 @@ TEST(GsmFrFormats, RejectsUnknownFormatAndRaggedStreams) {
 // Homing frames in mid-stream bring encoder and decoder back to their start
 // state: what follows codes and decodes exactly as from a fresh coder.
 TEST(GsmFrHoming, MidStreamHomingFramesResetEveryState) {
-    const std::vector<int16_t> before = speechLike(160 * 30, 21), after = speechLike(160 * 20, 22);
+    const std::vector<int16_t> before = kvosc::test::speech_like(160 * 30, 21, 8000, 8000),
+                               after = kvosc::test::speech_like(160 * 20, 22, 8000, 8000);
     const std::vector<int16_t> ehf(160, 0x0008);
     auto concat = [](std::initializer_list<const std::vector<int16_t>*> parts) {
         std::vector<int16_t> v;
@@ -198,7 +175,7 @@ TEST(GsmFrPeer, StreamsAndSamplesEqualLibgsm) {
 }
 
 TEST(GsmFrPeer, Wav49PackingEqualsLibgsm) {
-    const auto pcm = speechLike(160 * 40, 11);
+    const auto pcm = kvosc::test::speech_like(160 * 40, 11, 8000, 8000);
     std::vector<uint8_t> ours, theirs;
     std::string err;
     ASSERT_TRUE(gsmfr().encode(format("wav49"), pcm, ours, err)) << err;
