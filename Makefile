@@ -18,7 +18,8 @@ DEPS := cmake ninja-build g++ clang pkg-config libgtest-dev libgmock-dev \
         libbenchmark-dev libclang-rt-14-dev binutils python3
 # Peer libraries for the benches and cross-checks: installed when available.
 PEER_DEPS := libgsm1-dev libspandsp-dev libbcg729-dev libopencore-amrnb-dev \
-        libopencore-amrwb-dev libvo-amrwbenc-dev libfftw3-dev
+        libopencore-amrwb-dev libvo-amrwbenc-dev libfftw3-dev libspeexdsp-dev \
+        libwebrtc-audio-processing-dev libavcodec-dev
 
 deps:
 	@sh tools/install-deps.sh $(DEPS) --optional $(PEER_DEPS)

@@ -1,0 +1,45 @@
+# Peer libraries for the cross-checks and benches: independent codec and
+# voice-processing libraries from the distribution.  kvosc_link_peers(TARGET)
+# links every peer found to TARGET and defines KVOSC_HAVE_<NAME> for it
+# (LIBGSM, SPANDSP, LIBBCG729, OPENCORE_AMRNB, OPENCORE_AMRWB, VO_AMRWBENC,
+# SPEEXDSP, WEBRTC_AUDIO_PROCESSING, LIBAVCODEC, FFTW); sources guard peer
+# code with these macros and skip with a message when a peer is absent.
+include_guard(GLOBAL)
+find_package(PkgConfig QUIET)
+find_library(KVOSC_LIBGSM gsm)
+find_path(KVOSC_LIBGSM_INC gsm.h PATH_SUFFIXES gsm)
+
+set(KVOSC_PEER_MODULES spandsp libbcg729 opencore-amrnb opencore-amrwb vo-amrwbenc speexdsp
+    webrtc-audio-processing libavcodec)
+set(KVOSC_PEERS_FOUND "")
+if(PKG_CONFIG_FOUND)
+  foreach(_peer IN LISTS KVOSC_PEER_MODULES)
+    set(_mods ${_peer})
+    if(_peer STREQUAL "libavcodec")
+      set(_mods libavcodec libavutil)
+    endif()
+    pkg_check_modules(KVOSC_PEER_${_peer} QUIET IMPORTED_TARGET GLOBAL ${_mods})
+    if(KVOSC_PEER_${_peer}_FOUND)
+      list(APPEND KVOSC_PEERS_FOUND ${_peer})
+    endif()
+  endforeach()
+  pkg_check_modules(KVOSC_PEER_fftw3f QUIET IMPORTED_TARGET GLOBAL fftw3f)
+endif()
+
+function(kvosc_link_peers target)
+  if(KVOSC_LIBGSM AND KVOSC_LIBGSM_INC)
+    target_link_libraries(${target} PRIVATE ${KVOSC_LIBGSM})
+    target_include_directories(${target} PRIVATE ${KVOSC_LIBGSM_INC})
+    target_compile_definitions(${target} PRIVATE KVOSC_HAVE_LIBGSM=1)
+  endif()
+  foreach(_peer IN LISTS KVOSC_PEERS_FOUND)
+    string(TOUPPER ${_peer} _up)
+    string(REPLACE "-" "_" _up ${_up})
+    target_link_libraries(${target} PRIVATE PkgConfig::KVOSC_PEER_${_peer})
+    target_compile_definitions(${target} PRIVATE KVOSC_HAVE_${_up}=1)
+  endforeach()
+  if(KVOSC_PEER_fftw3f_FOUND)
+    target_link_libraries(${target} PRIVATE PkgConfig::KVOSC_PEER_fftw3f)
+    target_compile_definitions(${target} PRIVATE KVOSC_HAVE_FFTW=1)
+  endif()
+endfunction()
