@@ -5,7 +5,6 @@
 // full scale) without raising noise or letting peaks pass the ceiling.  Audio
 // is 16-bit WAV or raw little-endian samples; the output keeps the input's
 // length and rate.  On a terminal, long files show a progress line.
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -16,6 +15,7 @@
 
 #include "audio.h"
 #include "commands.h"
+#include "progress.h"
 #include "kvosc.h"
 
 namespace kvosc {
@@ -82,7 +82,7 @@ int cmd_alc(const std::vector<std::string>& args) {
     const size_t n = a.samples.size();
     std::vector<int16_t> pcm(a.samples);
     pcm.resize((n + 7) / 8 * 8, 0);
-    const bool progress = isatty(2) && pcm.size() > 60u * 8000u;
+    Progress bar("alc", static_cast<double>(pcm.size()) / (a.rate ? a.rate : 8000));
     const size_t chunk = 8 * 1000;
     for (size_t at = 0; at < pcm.size(); at += chunk) {
         const Kvo32s len = static_cast<Kvo32s>(std::min(chunk, pcm.size() - at));
@@ -90,10 +90,9 @@ int cmd_alc(const std::vector<std::string>& args) {
             std::fprintf(stderr, "kvosc: alc: level control failed\n");
             return 1;
         }
-        if (progress && (at / chunk) % 50 == 0)
-            std::fprintf(stderr, "\rkvosc: alc: %3d%%", static_cast<int>(100.0 * at / pcm.size()));
+        bar.update(at + static_cast<size_t>(len), pcm.size());
     }
-    if (progress) std::fprintf(stderr, "\rkvosc: alc: 100%%\n");
+    bar.finish();
     pcm.resize(n);
     if (!write_audio(args[i + 1], pcm, a.rate ? a.rate : 8000, err)) {
         std::fprintf(stderr, "kvosc: alc: %s\n", err.c_str());

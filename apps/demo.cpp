@@ -19,6 +19,7 @@
 #include "audio.h"
 #include "coders/coder.h"
 #include "commands.h"
+#include "progress.h"
 #include "kvosc_types.h"
 #include "sample.h"
 
@@ -263,13 +264,25 @@ int cmd_code(bool encode, const char* name, const std::vector<std::string>& args
                   std::to_string(c->sample_rate) + " Hz";
             ok = false;
         }
-        ok = ok && c->encode(opt, a.samples, stream, err) && write_bytes(out, stream, err);
+        Progress bar(std::string("encode ") + name,
+                     static_cast<double>(a.samples.size()) / c->sample_rate);
+        if (bar.on()) opt.progress = [&bar](size_t d, size_t t) { bar.update(d, t); };
+        ok = ok && c->encode(opt, a.samples, stream, err);
+        bar.finish();
+        ok = ok && write_bytes(out, stream, err);
     } else {
         std::vector<uint8_t> stream;
         std::vector<int16_t> pcm;
         ok = coders::read_file(in, stream);
         if (!ok) err = "cannot read '" + in + "'";
-        ok = ok && c->decode(opt, stream, pcm, err) && write_audio(out, pcm, c->sample_rate, err);
+        // The duration is not known before decoding; a stream at the coder's
+        // nominal rate gives its length closely enough for the threshold.
+        Progress bar(std::string("decode ") + name,
+                     static_cast<double>(stream.size()) * 8.0 / (c->kbps * 1000.0));
+        if (bar.on()) opt.progress = [&bar](size_t d, size_t t) { bar.update(d, t); };
+        ok = ok && c->decode(opt, stream, pcm, err);
+        bar.finish();
+        ok = ok && write_audio(out, pcm, c->sample_rate, err);
     }
     if (!ok) {
         std::fprintf(stderr, "kvosc: %s %s: %s\n", name, encode ? "encode" : "decode", err.c_str());

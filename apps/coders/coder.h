@@ -9,7 +9,9 @@
 // one row per set.  Coders call the library only through its exported names.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,6 +26,12 @@ struct Options {
         for (const auto& [k, v] : values)
             if (k == key) return v;
         return dflt;
+    }
+    // Set by the tool for long jobs: a coder calls tick(done, total) as its
+    // frames advance (any unit, total > 0) and the tool draws a progress line.
+    std::function<void(size_t done, size_t total)> progress;
+    void tick(size_t done, size_t total) const {
+        if (progress) progress(done, total);
     }
 };
 

@@ -67,7 +67,8 @@ bool open_decoder(Channel& ch) {
 }
 
 // PCM (even length) to codes, one per pair of samples.
-bool encode_codes(const std::vector<int16_t>& pcm, std::vector<uint8_t>& codes) {
+bool encode_codes(const std::vector<int16_t>& pcm, std::vector<uint8_t>& codes,
+                  const Options* opt = nullptr) {
     Channel ch;
     if (!open_encoder(ch)) return false;
     codes.resize(pcm.size() / 2);
@@ -78,12 +79,14 @@ bool encode_codes(const std::vector<int16_t>& pcm, std::vector<uint8_t>& codes) 
         if (kvosSBADPCMEncode_G722_16s(band, code, n, ch.mem.data()) != kvoOk) return false;
         for (Kvo32s i = 0; i < n / 2; ++i)
             codes[at / 2 + i] = static_cast<uint8_t>((code[2 * i + 1] << 6) | code[2 * i]);
+        if (opt) opt->tick(at + static_cast<size_t>(n), pcm.size());
     }
     return true;
 }
 
 // Codes to PCM, two samples per code.
-bool decode_codes(const std::vector<uint8_t>& codes, int mode, std::vector<int16_t>& pcm) {
+bool decode_codes(const std::vector<uint8_t>& codes, int mode, std::vector<int16_t>& pcm,
+                  const Options* opt = nullptr) {
     Channel ch;
     if (!open_decoder(ch)) return false;
     pcm.resize(codes.size() * 2);
@@ -97,6 +100,7 @@ bool decode_codes(const std::vector<uint8_t>& codes, int mode, std::vector<int16
         const Kvo32s n = static_cast<Kvo32s>(2 * pairs);
         if (kvosSBADPCMDecode_G722_16s(code, band, n, mode, ch.mem.data()) != kvoOk) return false;
         if (kvosQMFDecode_G722_16s(band, pcm.data() + 2 * at, n, ch.qmf) != kvoOk) return false;
+        if (opt) opt->tick(at + pairs, codes.size());
     }
     return true;
 }
@@ -108,7 +112,7 @@ bool encode(const Options& opt, const std::vector<int16_t>& pcm, std::vector<uin
     std::vector<int16_t> in = pcm;
     if (in.size() % 2) in.push_back(0);
     std::vector<uint8_t> codes;
-    if (!encode_codes(in, codes)) {
+    if (!encode_codes(in, codes, &opt)) {
         error = "g722: encoder call failed";
         return false;
     }
@@ -134,7 +138,7 @@ bool decode(const Options& opt, const std::vector<uint8_t>& stream, std::vector<
     } else {
         codes = stream;
     }
-    if (!decode_codes(codes, cfg.mode, pcm)) {
+    if (!decode_codes(codes, cfg.mode, pcm, &opt)) {
         error = "g722: decoder call failed";
         return false;
     }

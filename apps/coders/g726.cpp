@@ -12,6 +12,7 @@
 //   itu:    one code per 16-bit word, as in the Recommendation's test vectors;
 //           with --law a|u the PCM side is then one G.711 byte per 16-bit word
 //           too (the vectors' .a/.m and .o files).
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -62,9 +63,14 @@ int expand(int law, int byte) {
     return (v & 0x80) ? -mag : mag;
 }
 
-// The encoder: one call over the whole buffer.
+// Whole-block calls carry the state from one block to the next, so a long
+// buffer goes through in blocks of a second and reports its progress.
+constexpr size_t kBlock = 8000;
+
+// The encoder over the whole buffer.
 bool run_encoder(KvoSpeechRate rate, const std::vector<int16_t>& pcm14,
-                 const std::vector<int16_t>* prefix, std::vector<uint8_t>& codes) {
+                 const std::vector<int16_t>* prefix, std::vector<uint8_t>& codes,
+                 const Options* opt = nullptr) {
     KvoG726EncodeState st;
     if (kvosEncodeInit_G726_16s8u(&st, rate) != kvoOk) return false;
     if (prefix && !prefix->empty()) {  // homing: codes of the initialization are dropped
@@ -74,13 +80,19 @@ bool run_encoder(KvoSpeechRate rate, const std::vector<int16_t>& pcm14,
             return false;
     }
     codes.assign(pcm14.size(), 0);
-    if (pcm14.empty()) return true;
-    return kvosEncode_G726_16s8u(&st, pcm14.data(), codes.data(),
-                                 static_cast<Kvo32s>(pcm14.size())) == kvoOk;
+    for (size_t at = 0; at < pcm14.size(); at += kBlock) {
+        const size_t n = std::min(kBlock, pcm14.size() - at);
+        if (kvosEncode_G726_16s8u(&st, pcm14.data() + at, codes.data() + at,
+                                  static_cast<Kvo32s>(n)) != kvoOk)
+            return false;
+        if (opt) opt->tick(at + n, pcm14.size());
+    }
+    return true;
 }
 
 bool run_decoder(KvoSpeechRate rate, int law, const std::vector<uint8_t>& codes,
-                 const std::vector<uint8_t>* prefix, std::vector<int16_t>& out) {
+                 const std::vector<uint8_t>* prefix, std::vector<int16_t>& out,
+                 const Options* opt = nullptr) {
     KvoG726DecodeState st;
     if (kvosDecodeInit_G726_8u16s(&st, rate, law) != kvoOk) return false;
     if (prefix && !prefix->empty()) {
@@ -90,9 +102,14 @@ bool run_decoder(KvoSpeechRate rate, int law, const std::vector<uint8_t>& codes,
             return false;
     }
     out.assign(codes.size(), 0);
-    if (codes.empty()) return true;
-    return kvosDecode_G726_8u16s(&st, codes.data(), out.data(),
-                                 static_cast<Kvo32s>(codes.size())) == kvoOk;
+    for (size_t at = 0; at < codes.size(); at += kBlock) {
+        const size_t n = std::min(kBlock, codes.size() - at);
+        if (kvosDecode_G726_8u16s(&st, codes.data() + at, out.data() + at,
+                                  static_cast<Kvo32s>(n)) != kvoOk)
+            return false;
+        if (opt) opt->tick(at + n, codes.size());
+    }
+    return true;
 }
 
 bool encode(const Options& opt, const std::vector<int16_t>& pcm, std::vector<uint8_t>& stream,
@@ -106,7 +123,7 @@ bool encode(const Options& opt, const std::vector<int16_t>& pcm, std::vector<uin
     }
     if (!c.itu) x.resize((x.size() + 7) / 8 * 8, 0);
     std::vector<uint8_t> codes;
-    if (!run_encoder(c.rate, x, nullptr, codes)) return error = "g726: encoder failed", false;
+    if (!run_encoder(c.rate, x, nullptr, codes, &opt)) return error = "g726: encoder failed", false;
     stream.clear();
     if (c.itu) {
         for (uint8_t code : codes) {
@@ -153,7 +170,7 @@ bool decode(const Options& opt, const std::vector<uint8_t>& stream, std::vector<
         }
     }
     std::vector<int16_t> out;
-    if (!run_decoder(c.rate, c.law, codes, nullptr, out))
+    if (!run_decoder(c.rate, c.law, codes, nullptr, out, &opt))
         return error = "g726: decoder failed", false;
     pcm.resize(out.size());
     for (size_t i = 0; i < out.size(); ++i) {
