@@ -554,6 +554,57 @@ KvoStatus kvosLPCInverseFilter_G728_16s(const Kvo16s* pSrc, const Kvo16s* pCoef,
 /* Pitch period from 100 residual samples (140 before them); pPitch in and out. */
 KvoStatus kvosPitchPeriodExtraction_G728_16s(const Kvo16s* pSrc, Kvo32s* pPitch,
                                              KvoG728PostFilterAdapterState* pState);
+/* ---- AMR-WB filters ------------------------------------------------------
+ * Sample-level filters of AMR-WB and AMR-WB+ on 12.8 kHz subframes; the
+ * caller gives every coefficient.  Outputs saturate; no warnings. */
+/* 1/A(z) with a 32-bit output history (order values before pSrcDst). */
+KvoStatus kvosSynthesisFilter_AMRWB_16s32s_I(const Kvo16s* pCoef, Kvo32s order, const Kvo16s* pSrc,
+                                             Kvo32s* pSrcDst, Kvo32s len);
+/* The same, saturating after every term in the AMR-WB+ order. */
+KvoStatus kvosSynthesisFilter_AMRWBE_16s32s_I(const Kvo16s* pCoef, Kvo32s order,
+                                              const Kvo16s* pSrc, Kvo32s* pSrcDst, Kvo32s len);
+/* Bytes of KvoHighPassStateAMRWB (order 2 or 3). */
+KvoStatus kvosHighPassFilterGetSize_AMRWB_16s(Kvo32s order, Kvo32s* pSize);
+/* Stores a[0..order], b[0..order] and clears the history. */
+KvoStatus kvosHighPassFilterInit_AMRWB_16s(const Kvo16s* pCoefA, const Kvo16s* pCoefB,
+                                           Kvo32s order, KvoHighPassStateAMRWB* pState);
+/* Order-3 high-pass; the history follows scaleFactor when it changes. */
+KvoStatus kvosHighPassFilter_AMRWB_16s_Sfs(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len,
+                                           KvoHighPassStateAMRWB* pState, Kvo32s scaleFactor);
+/* Order-2 high-pass in place; output scaled by 2^(15 - scaleFactor). */
+KvoStatus kvosHighPassFilter_AMRWB_16s_ISfs(Kvo16s* pSrcDst, Kvo32s len,
+                                            KvoHighPassStateAMRWB* pState, Kvo32s scaleFactor);
+/* History to the exchange order (6 values for order 2, 9 for order 3). */
+KvoStatus kvosHighPassFilterGetDlyLine_AMRWB_16s(const KvoHighPassStateAMRWB* pState,
+                                                 Kvo16s* pDlyLine, Kvo32s order);
+/* History from the exchange order. */
+KvoStatus kvosHighPassFilterSetDlyLine_AMRWB_16s(const Kvo16s* pDlyLine,
+                                                 KvoHighPassStateAMRWB* pState, Kvo32s order);
+/* Symmetric three-tap filter c0, -c1 (mode 0: centre 1.0, one-sided ends). */
+KvoStatus kvosHighPassFilter_Direct_AMRWB_16s(const Kvo16s* pCoef, const Kvo16s* pSrc,
+                                              Kvo16s* pDst, Kvo32s len, Kvo32s mode);
+/* De-emphasis of a 32-bit synthesis to 16 bits; val is the factor in Q14. */
+KvoStatus kvosDeemphasize_AMRWB_32s16s(Kvo16s val, const Kvo32s* pSrc, Kvo16s* pDst, Kvo32s len,
+                                       Kvo16s* pMem);
+/* De-emphasis in place, rounded; val in Q15. */
+KvoStatus kvosDeemphasize_AMRWB_NR_16s_I(Kvo16s val, Kvo16s* pSrcDst, Kvo32s len, Kvo16s* pMem);
+/* De-emphasis in place of input scaled up by 2^s (s 0..15). */
+KvoStatus kvosDeemphasize_AMRWBE_NR_16s_I(Kvo16s val, Kvo32s s, Kvo16s* pSrcDst, Kvo32s len,
+                                          Kvo16s* pMem);
+/* Pre-emphasis in place, from the last sample back; output scaled by 2^-scaleFactor. */
+KvoStatus kvosPreemphasize_AMRWB_16s_ISfs(Kvo16s val, Kvo16s* pSrcDst, Kvo32s len,
+                                          Kvo32s scaleFactor, Kvo16s* pMem);
+/* A(z) residual (order samples of history before pSrc), saturated, scaled by 2^(15 - sf). */
+KvoStatus kvosResidualFilter_AMRWB_16s_Sfs(const Kvo16s* pCoef, Kvo16s order, const Kvo16s* pSrc,
+                                           Kvo16s* pDst, Kvo32s len, Kvo32s scaleFactor);
+/* The same residual rounded and shifted right by scaleFactor. */
+KvoStatus kvosResidualFilter_Low_16s_Sfs(const Kvo16s* pCoef, Kvo16s order, const Kvo16s* pSrc,
+                                         Kvo16s* pDst, Kvo32s len, Kvo32s scaleFactor);
+/* val1 2^-scale1 pSrc1 + val2 2^-scale2 pSrc2, rounded at the finer scale. */
+KvoStatus kvosInterpolateC_NR_16s(const Kvo16s* pSrc1, Kvo16s val1, Kvo32s scale1,
+                                  const Kvo16s* pSrc2, Kvo16s val2, Kvo32s scale2, Kvo16s* pDst,
+                                  Kvo32s len);
+
 /* ---- Noise filter (echo path) ---------------------------------------------
  * One stream at 8000, 16000, 22050 or 32000 Hz (other rates: kvoErrRange), in
  * frames of 16 float samples at 16-bit amplitude.  pState is the caller's

@@ -123,6 +123,20 @@ typedef struct {
     Kvo16s b2;
 } KvoHighPassState_G729;
 
+/* ---- AMR-WB filters ------------------------------------------------------ */
+
+/* State of the AMR-WB high-pass filter of order 2 or 3.  Outputs are kept as
+ * double-precision pairs: high = y >> 16, low = (y >> 1) & 0x7fff.  Plain
+ * values: the record may be copied. */
+typedef struct {
+    Kvo16s coefA[4]; /* denominator a[0..3]; a[0] is stored and never used */
+    Kvo16s coefB[4]; /* numerator b[0..3] */
+    Kvo16s yLow[3];  /* low parts of the last three outputs, newest first */
+    Kvo16s yHigh[3]; /* high parts of the last three outputs, newest first */
+    Kvo16s x[3];     /* last three inputs, newest first */
+    Kvo32s scale;    /* block scale of the stored history (order 3 only) */
+} KvoHighPassStateAMRWB;
+
 /* ---- GSM full rate ------------------------------------------------------ */
 
 /* Memory of the GSM 06.10 offset compensation (plain values, may be copied). */

@@ -20,6 +20,8 @@ namespace kvosc::coders {
 
 // Options given after the coder name on the command line: "--key value".
 struct Options {
+    Options() = default;
+    Options(std::vector<std::pair<std::string, std::string>> v) : values(std::move(v)) {}  // NOLINT
     std::vector<std::pair<std::string, std::string>> values;
     // The value of --key, or dflt when absent.
     std::string get(const std::string& key, const std::string& dflt) const {
