@@ -8,7 +8,10 @@
 // weighting (adaptive gammas from the LARs and LSF spacing in G.729; fixed
 // 0.75 with a 0.7 tilt in Annex A), open-loop pitch; then per 40-sample
 // subframe: impulse response, target, closed-loop pitch, fixed codebook with
-// pitch sharpening, gain quantisation, excitation and memory update.
+// pitch sharpening, gain quantisation, excitation and memory update.  At
+// 11.8 kbit/s (Annex E forward mode) the LSP quantiser leaves the history
+// shift to the coder, the fixed codebook places ten pulses (35 bits) with
+// signs guided by the LTP residual, and the parity covers seven bits.
 //
 // Decoder: parity check of the first pitch index, LSP decode (or the erased
 // frame's history update), adaptive and fixed vectors, gain decode,
@@ -382,7 +385,16 @@ bool Encoder::codeActive(const Kvo16s* lspNew, int16_t* prmOut, Rate rate) {
 
     // LSP quantisation and interpolation.
     Kvo16s lspNewQ[kOrder], code2[2];
-    kvosLSPQuant_G729_16s(lspNew, s.prevFreq, lspNewQ, code2);
+    if (high) {
+        // Annex E form: the quantiser leaves the predictor history alone; a
+        // forward-mode frame pushes its code vector in, newest row first.
+        Kvo16s row[kOrder];
+        kvosLSPQuant_G729E_16s(lspNew, s.prevFreq, row, lspNewQ, code2);
+        std::memmove(s.prevFreq + kOrder, s.prevFreq, 3 * kOrder * sizeof(Kvo16s));
+        std::memcpy(s.prevFreq, row, sizeof row);
+    } else {
+        kvosLSPQuant_G729_16s(lspNew, s.prevFreq, lspNewQ, code2);
+    }
     prm[0] = code2[0];
     prm[1] = code2[1];
     Kvo16s aq[2 * (kOrder + 1)], a[2 * (kOrder + 1)], ap[4 * (kOrder + 1)];
