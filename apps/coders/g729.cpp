@@ -486,8 +486,7 @@ bool Encoder::codeActive(const Kvo16s* lspNew, int16_t* prmOut, Rate rate) {
             // correlation and the LTP residual (the LP residual less the
             // pitch contribution).
             Kvo16s ltpRes[kSubframe];
-            for (int i = 0; i < kSubframe; ++i)
-                ltpRes[i] = sub(lpRes[i], ltpPart(adapt[i], gp));
+            for (int i = 0; i < kSubframe; ++i) ltpRes[i] = sub(lpRes[i], ltpPart(adapt[i], gp));
             if (!ok(kvosFixedCodebookSearch_G729E_16s(0, xn2, ltpRes, h, code, y2, tracks + 5 * k)))
                 return false;
         } else if (low) {
@@ -539,8 +538,8 @@ bool Encoder::codeActive(const Kvo16s* lspNew, int16_t* prmOut, Rate rate) {
     if (high) {
         // mode 0 (forward), L0|L1, L2|L3, P1, P0, five track words, GA1|GB1,
         // P2, five track words, GA2|GB2.
-        const int16_t out[18] = {0,         p8[0],     p8[1],     p8[2],     p8[3],  tracks[0],
-                                 tracks[1], tracks[2], tracks[3], tracks[4], p8[6],  p8[7],
+        const int16_t out[18] = {0,         p8[0],     p8[1],     p8[2],     p8[3],     tracks[0],
+                                 tracks[1], tracks[2], tracks[3], tracks[4], p8[6],     p8[7],
                                  tracks[5], tracks[6], tracks[7], tracks[8], tracks[9], p8[10]};
         std::memcpy(prmOut, out, sizeof out);
     }
@@ -835,8 +834,7 @@ bool Decoder::postProcess(const Kvo16s* az, const int* t0Sub, int frameType, int
             // A second-subframe lag may reach 144; the post filter's search
             // window ends at 143 either way.
             const int t0 = std::min(t0Sub[perSubframeLag ? k : 0], kPitMax);
-            if (!postFilter(s, synth + i0, az + 11 * k, t0, frameType, pcm + i0, &v))
-                return false;
+            if (!postFilter(s, synth + i0, az + 11 * k, t0, frameType, pcm + i0, &v)) return false;
             if (v != 0) voicing = v;
         }
         std::memmove(s.res2, s.res2 + kSubframe, kExcHistory * sizeof(Kvo16s));

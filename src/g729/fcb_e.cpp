@@ -4,11 +4,12 @@
 // Target correlation d: the undoubled correlation of h with the target,
 // rounded to 16 bits so that the sum of the five track maxima fits 14 bits.
 // Signs follow d weighted with the LTP residual, each normalised by its
-// inverse root energy (the energies and the mixed value saturate at 32 bits).  The search fixes two pulses on the maxima of a start
-// track and its neighbour, then adds pairs of pulses on neighbouring tracks,
-// eight by eight positions each, the energy of a candidate coming from the
-// correlation of h with the pulses already placed; three start tracks are
-// tried.  Arithmetic as in the G.729 reference: 16-bit saturating sums of
+// inverse root energy (the energies and the mixed value saturate at 32
+// bits).  The search fixes two pulses on the maxima of a start track and its
+// neighbour, then adds pairs of pulses on neighbouring tracks, eight by eight
+// positions each, the energy of a candidate coming from the correlation of h
+// with the pulses already placed; three start tracks are tried.  Arithmetic
+// as in the G.729 reference: 16-bit saturating sums of
 // correlations and energies, strict cross-multiplied comparisons.
 //
 // Outputs: code vector (pulses of 4096, Q12, summed on shared positions),

@@ -10,8 +10,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <cstdint>
+#include <cstdlib>
 #include <random>
 #include <string>
 #include <vector>
@@ -59,9 +59,9 @@ TEST(G729EVectors, ForwardModeEncoderIsBitExact) {
     const Coder* coder = find_coder("g729e");
     ASSERT_NE(coder, nullptr);
     // Set, and the first frame the reference codes in backward mode (-1: none).
-    const std::pair<std::string, int> kSets[] = {
-        {"algthme", -1}, {"fixed35", -1}, {"lspe", -1}, {"ovpitch", -1},
-        {"fixed44", 54}, {"pitche", 20},  {"switch", 197}};
+    const std::pair<std::string, int> kSets[] = {{"algthme", -1}, {"fixed35", -1}, {"lspe", -1},
+                                                 {"ovpitch", -1}, {"fixed44", 54}, {"pitche", 20},
+                                                 {"switch", 197}};
     std::string pending;
     int encoders = 0;
     for (const VerifyRow& row : coder->verify(dir)) {
