@@ -15,9 +15,10 @@
 
 namespace kvosc::coders::g729 {
 
-constexpr int kFrame = 80;     // samples per frame
-constexpr int kSubframe = 40;  // samples per subframe
-constexpr int kParams = 11;    // parameter words per frame
+constexpr int kFrame = 80;      // samples per frame
+constexpr int kSubframe = 40;   // samples per subframe
+constexpr int kParams = 11;     // parameter words per frame
+constexpr int kParamsMax = 18;  // at 11.8 kbit/s: the size of a parameter buffer for any rate
 constexpr int kPackedBytes = 10;
 constexpr int kSerialWords = 82;  // sync, size, 80 bit words
 

@@ -38,7 +38,7 @@ int frame_bits(StreamRate r) {
 
 // 11.8 kbit/s forward mode: mode (2), L0|L1, L2|L3, P1, P0, five 7-bit track
 // words, GA1|GB1, P2, five track words, GA2|GB2.
-constexpr int kParams11k8 = 18;
+constexpr int kParams11k8 = g729::kParamsMax;
 const int kParamBits11k8[kParams11k8] = {2, 8, 10, 8, 1, 7, 7, 7, 7, 7, 7, 5, 7, 7, 7, 7, 7, 7};
 
 const int* param_bits(StreamRate r) {
