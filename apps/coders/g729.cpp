@@ -8,7 +8,10 @@
 // weighting (adaptive gammas from the LARs and LSF spacing in G.729; fixed
 // 0.75 with a 0.7 tilt in Annex A), open-loop pitch; then per 40-sample
 // subframe: impulse response, target, closed-loop pitch, fixed codebook with
-// pitch sharpening, gain quantisation, excitation and memory update.
+// pitch sharpening, gain quantisation, excitation and memory update.  At
+// 11.8 kbit/s (Annex E forward mode) the LSP quantiser leaves the history
+// shift to the coder, the fixed codebook places ten pulses (35 bits) with
+// signs guided by the LTP residual, and the parity covers seven bits.
 //
 // Decoder: parity check of the first pitch index, LSP decode (or the erased
 // frame's history update), adaptive and fixed vectors, gain decode,
@@ -88,11 +91,25 @@ Kvo16s pitchParity(int index) {
     return static_cast<Kvo16s>(sum & 1);
 }
 
+// 11.8 kbit/s: parity of the seven most significant bits of the first pitch index.
+Kvo16s pitchParity7(int index) {
+    int sum = 1;
+    for (int i = 1; i <= 7; ++i) sum += (index >> i) & 1;
+    return static_cast<Kvo16s>(sum & 1);
+}
+
 // Pitch sharpening of an impulse response or code vector for a lag below the
 // subframe: v[i] += sharp v[i - T0], sharp in Q14.
 void sharpen(Kvo16s* v, int t0, Kvo16s sharp) {
     const Kvo16s g = static_cast<Kvo16s>(sharp << 1);
     for (int i = t0; i < kSubframe; ++i) v[i] = add(v[i], mult(v[i - t0], g));
+}
+
+// The pitch contribution gp v (gp Q14) of one sample, as the 11.8 kbit/s
+// coder takes it from the LP residual: doubled product shifted left once,
+// high half.
+Kvo16s ltpPart(int v, int gp) {
+    return multShlHigh(v, gp, 1);
 }
 
 // Pulse positions of a 17-bit fixed codebook index (13 position bits).
@@ -355,15 +372,29 @@ bool Encoder::analyse(const int16_t* pcm, Kvo16s* lspNew) {
     return lpAnalysis(s, lspNew);
 }
 
-bool Encoder::codeActive(const Kvo16s* lspNew, int16_t* prm, Rate rate) {
+bool Encoder::codeActive(const Kvo16s* lspNew, int16_t* prmOut, Rate rate) {
     EncoderState& s = *s_;
     const bool low = rate == Rate::k6k4 && !s.annexA;
+    // 11.8 kbit/s (forward mode): the 8 kbit/s words are gathered here and
+    // the five track words of each subframe go to tracks[5 k ..].
+    const bool high = rate == Rate::k11k8 && !s.annexA;
+    int16_t p8[kParams] = {}, tracks[10] = {};
+    int16_t* prm = high ? p8 : prmOut;
     Kvo16s* speech = s.speech + 120;
     Kvo16s* exc = s.exc + kExcHistory;
 
     // LSP quantisation and interpolation.
     Kvo16s lspNewQ[kOrder], code2[2];
-    kvosLSPQuant_G729_16s(lspNew, s.prevFreq, lspNewQ, code2);
+    if (high) {
+        // Annex E form: the quantiser leaves the predictor history alone; a
+        // forward-mode frame pushes its code vector in, newest row first.
+        Kvo16s row[kOrder];
+        kvosLSPQuant_G729E_16s(lspNew, s.prevFreq, row, lspNewQ, code2);
+        std::memmove(s.prevFreq + kOrder, s.prevFreq, 3 * kOrder * sizeof(Kvo16s));
+        std::memcpy(s.prevFreq, row, sizeof row);
+    } else {
+        kvosLSPQuant_G729_16s(lspNew, s.prevFreq, lspNewQ, code2);
+    }
     prm[0] = code2[0];
     prm[1] = code2[1];
     Kvo16s aq[2 * (kOrder + 1)], a[2 * (kOrder + 1)], ap[4 * (kOrder + 1)];
@@ -388,7 +419,7 @@ bool Encoder::codeActive(const Kvo16s* lspNew, int16_t* prm, Rate rate) {
         const Kvo16s* aqk = aq + 11 * k;
         const Kvo16s* ap1 = ap + 22 * k;       // G.729: A(z/g1); Annex A: A(z/0.75)
         const Kvo16s* ap2 = ap + 22 * k + 11;  // G.729: A(z/g2)
-        Kvo16s h[kSubframe], xn[kSubframe], zero[kOrder] = {};
+        Kvo16s h[kSubframe], xn[kSubframe], zero[kOrder] = {}, lpRes[kSubframe] = {};
 
         // Impulse response of the weighted synthesis filter and the target signal.
         if (!s.annexA) {
@@ -397,6 +428,7 @@ bool Encoder::codeActive(const Kvo16s* lspNew, int16_t* prm, Rate rate) {
             kvosSynthesisFilter_NR_16s_Sfs(aqk, ai, h, kSubframe, 12, zero);
             kvosSynthesisFilter_NR_16s_ISfs(ap2, h, kSubframe, 12, zero);
             kvosResidualFilter_G729_16s(speech + i0, aqk, exc + i0);
+            std::memcpy(lpRes, exc + i0, sizeof lpRes);
             kvosSynthesisFilter_NR_16s_Sfs(aqk, exc + i0, s.err + kOrder, kSubframe, 12, s.err);
             kvosResidualFilter_G729_16s(s.err + kOrder, ap1, xn);
             kvosSynthesisFilter_NR_16s_ISfs(ap2, xn, kSubframe, 12, s.memW0);
@@ -423,7 +455,7 @@ bool Encoder::codeActive(const Kvo16s* lspNew, int16_t* prm, Rate rate) {
         const int t0 = delay[0], frac = delay[1];
         if (k == 0) {
             prm[2] = static_cast<Kvo16s>(t0 <= 85 ? 3 * t0 - 58 + frac : t0 + 112);
-            prm[3] = low ? 0 : pitchParity(prm[2]);
+            prm[3] = low ? 0 : high ? pitchParity7(prm[2]) : pitchParity(prm[2]);
             t0First = t0;
             t0Min = std::max(t0 - 5, kPitMin);
             if (t0Min + 9 > kPitMax) t0Min = kPitMax - 9;
@@ -447,9 +479,17 @@ bool Encoder::codeActive(const Kvo16s* lspNew, int16_t* prm, Rate rate) {
         // Fixed codebook on the sharpened impulse response.
         if (t0 < kSubframe) sharpen(h, t0, s.sharp);
         alignas(32) Kvo16s rr[616];
-        Kvo16s dn[kSubframe], code[kSubframe], y2[kSubframe], fidx[2];
-        kvosCrossCorr_NormM_16s(h, xn2, kSubframe, dn);
-        if (low) {
+        Kvo16s dn[kSubframe], code[kSubframe], y2[kSubframe], fidx[2] = {};
+        if (!high) kvosCrossCorr_NormM_16s(h, xn2, kSubframe, dn);
+        if (high) {
+            // 11.8 kbit/s: ten pulses in 35 bits; the signs follow the target
+            // correlation and the LTP residual (the LP residual less the
+            // pitch contribution).
+            Kvo16s ltpRes[kSubframe];
+            for (int i = 0; i < kSubframe; ++i) ltpRes[i] = sub(lpRes[i], ltpPart(adapt[i], gp));
+            if (!ok(kvosFixedCodebookSearch_G729E_16s(0, xn2, ltpRes, h, code, y2, tracks + 5 * k)))
+                return false;
+        } else if (low) {
             // Annex D: two pulses, 11 bits; the search also filters its vector.
             if (!ok(kvosFixedCodebookSearch_G729D_16s(dn, h, code, y2, &fidx[0], &fidx[1])))
                 return false;
@@ -495,6 +535,14 @@ bool Encoder::codeActive(const Kvo16s* lspNew, int16_t* prm, Rate rate) {
         }
     }
 
+    if (high) {
+        // mode 0 (forward), L0|L1, L2|L3, P1, P0, five track words, GA1|GB1,
+        // P2, five track words, GA2|GB2.
+        const int16_t out[18] = {0,         p8[0],     p8[1],     p8[2],     p8[3],     tracks[0],
+                                 tracks[1], tracks[2], tracks[3], tracks[4], p8[6],     p8[7],
+                                 tracks[5], tracks[6], tracks[7], tracks[8], tracks[9], p8[10]};
+        std::memcpy(prmOut, out, sizeof out);
+    }
     std::memmove(s.speech, s.speech + kFrame, (240 - kFrame) * sizeof(Kvo16s));
     std::memmove(s.wsp, s.wsp + kFrame, kPitMax * sizeof(Kvo16s));
     std::memmove(s.exc, s.exc + kFrame, kExcHistory * sizeof(Kvo16s));
@@ -673,7 +721,8 @@ bool Decoder::synthesise(const int16_t* prmIn, bool erased, Kvo16s* az, int* t0S
     else
         s.rate = rate;
     const bool low = rate == Rate::k6k4;
-    const bool parityError = !erased && !low && ((pitchParity(prm[2]) ^ prm[3]) & 1);
+    const Kvo16s parity = rate == Rate::k11k8 ? pitchParity7(prm[2]) : pitchParity(prm[2]);
+    const bool parityError = !erased && !low && ((parity ^ prm[3]) & 1);
 
     // LSP decode, or the erased frame's history update on the last LSFs.
     Kvo16s lsf[kOrder], lspNew[kOrder];
@@ -782,9 +831,10 @@ bool Decoder::postProcess(const Kvo16s* az, const int* t0Sub, int frameType, int
                 return false;
         } else {
             Kvo16s v;
-            if (!postFilter(s, synth + i0, az + 11 * k, t0Sub[perSubframeLag ? k : 0], frameType,
-                            pcm + i0, &v))
-                return false;
+            // A second-subframe lag may reach 144; the post filter's search
+            // window ends at 143 either way.
+            const int t0 = std::min(t0Sub[perSubframeLag ? k : 0], kPitMax);
+            if (!postFilter(s, synth + i0, az + 11 * k, t0, frameType, pcm + i0, &v)) return false;
             if (v != 0) voicing = v;
         }
         std::memmove(s.res2, s.res2 + kSubframe, kExcHistory * sizeof(Kvo16s));

@@ -15,9 +15,10 @@
 
 namespace kvosc::coders::g729 {
 
-constexpr int kFrame = 80;     // samples per frame
-constexpr int kSubframe = 40;  // samples per subframe
-constexpr int kParams = 11;    // parameter words per frame
+constexpr int kFrame = 80;      // samples per frame
+constexpr int kSubframe = 40;   // samples per subframe
+constexpr int kParams = 11;     // parameter words per frame
+constexpr int kParamsMax = 18;  // at 11.8 kbit/s: the size of a parameter buffer for any rate
 constexpr int kPackedBytes = 10;
 constexpr int kSerialWords = 82;  // sync, size, 80 bit words
 
@@ -28,10 +29,11 @@ extern const int kParamBits[kParams];
 extern const int kParamBits6k[kParams];
 
 // Bit rate of one frame: Annex D 6.4 kbit/s, the main body's 8 kbit/s, or
-// Annex E 11.8 kbit/s.  At 11.8 kbit/s only the decoder's forward mode exists
-// (18 parameter words: mode, L0|L1, L2|L3, P1, P0, five 7-bit track words,
-// GA1|GB1, P2, five track words, GA2|GB2), without the Annex E post filter:
-// not yet bit-exact.  The encoder accepts k6k4 and k8k.
+// Annex E 11.8 kbit/s.  At 11.8 kbit/s only the forward mode exists (18
+// parameter words: mode, L0|L1, L2|L3, P1, P0, five 7-bit track words,
+// GA1|GB1, P2, five track words, GA2|GB2; the parity bit covers the seven
+// most significant bits of P1): the encoder never chooses the backward mode,
+// and the decoder lacks the Annex E post filter (not yet bit-exact).
 enum class Rate { k6k4, k8k, k11k8 };
 
 struct EncoderState;
@@ -43,7 +45,8 @@ class Encoder {
     ~Encoder();
     Encoder(const Encoder&) = delete;
     Encoder& operator=(const Encoder&) = delete;
-    // One frame of 16-bit PCM to 11 parameter words; false if a library call failed.
+    // One frame of 16-bit PCM to 11 parameter words (18 at 11.8 kbit/s);
+    // false if a library call failed.
     bool frame(const int16_t* pcm, int16_t* prm) { return frame(pcm, prm, Rate::k8k); }
     // The same at a chosen rate (main body only: Annex A has no 6.4 kbit/s mode).
     bool frame(const int16_t* pcm, int16_t* prm, Rate rate);

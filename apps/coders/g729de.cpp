@@ -1,10 +1,13 @@
 // The multi-rate G.729 coders of the kvosc tool: Annex D (6.4 kbit/s), Annex E
 // (11.8 kbit/s) and the rate-switching coder that moves between 6.4, 8 and
-// 11.8 kbit/s frame by frame.  The 6.4 and 8 kbit/s frames run the main-body
-// encoder and decoder of g729.cpp at the frame's rate; the decoder takes each
-// frame's rate from its length.  The 11.8 kbit/s mode is incomplete: no
-// encoder, and a decoder for forward-mode frames only, without the Annex E
-// post filter (verify reports these sets as mismatches).
+// 11.8 kbit/s frame by frame.  All frames run the main-body encoder and
+// decoder of g729.cpp at the frame's rate; the decoder takes each frame's
+// rate from its length.  The 11.8 kbit/s mode is incomplete: the encoder
+// codes every frame in forward mode (the 10th-order filter of the frame, 35
+// pulse bits per subframe), which is a valid Annex E stream and the
+// reference's own choice on many signals, but it never takes the
+// backward-adaptive filter; the decoder reads forward-mode frames only and
+// has no Annex E post filter (verify reports these sets as mismatches).
 //
 // Streams: `itu` is the ITU serial form (sync word 0x6b21, a size word 64,
 // 80 or 118, then one word per bit, 0x0081 for 1 and 0x007f for 0; a frame
@@ -35,7 +38,7 @@ int frame_bits(StreamRate r) {
 
 // 11.8 kbit/s forward mode: mode (2), L0|L1, L2|L3, P1, P0, five 7-bit track
 // words, GA1|GB1, P2, five track words, GA2|GB2.
-constexpr int kParams11k8 = 18;
+constexpr int kParams11k8 = g729::kParamsMax;
 const int kParamBits11k8[kParams11k8] = {2, 8, 10, 8, 1, 7, 7, 7, 7, 7, 7, 5, 7, 7, 7, 7, 7, 7};
 
 const int* param_bits(StreamRate r) {
@@ -110,11 +113,7 @@ bool encode_rates(const std::string& format, const std::vector<StreamRate>& rate
     stream.clear();
     for (size_t at = 0, f = 0; at < pcm.size(); at += kFrame, ++f) {
         const StreamRate r = rates[std::min(f, rates.size() - 1)];
-        if (r == StreamRate::k11k8) {
-            error = "11.8 kbit/s encoding is not available yet";
-            return false;
-        }
-        int16_t in[kFrame] = {}, prm[kParams] = {};
+        int16_t in[kFrame] = {}, prm[kParams11k8] = {};
         std::copy(pcm.begin() + at, pcm.begin() + std::min(at + kFrame, pcm.size()), in);
         if (!enc.frame(in, prm, core_rate(r))) {
             error = "encoder failed at frame " + std::to_string(f);
@@ -355,7 +354,7 @@ extern const Coder kG729D = {
 
 extern const Coder kG729E = {
     "g729e",
-    "ITU-T G.729 Annex E, 11.8 kbit/s (incomplete)",
+    "ITU-T G.729 Annex E, 11.8 kbit/s (forward mode only; incomplete)",
     "--format packed|itu (packed: a length octet, then 10 or 15 octets; itu: serial words)",
     8000,
     11.8,

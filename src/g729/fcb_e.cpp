@@ -4,11 +4,12 @@
 // Target correlation d: the undoubled correlation of h with the target,
 // rounded to 16 bits so that the sum of the five track maxima fits 14 bits.
 // Signs follow d weighted with the LTP residual, each normalised by its
-// inverse root energy.  The search fixes two pulses on the maxima of a start
-// track and its neighbour, then adds pairs of pulses on neighbouring tracks,
-// eight by eight positions each, the energy of a candidate coming from the
-// correlation of h with the pulses already placed; three start tracks are
-// tried.  Arithmetic as in the G.729 reference: 16-bit saturating sums of
+// inverse root energy (the energies and the mixed value saturate at 32
+// bits).  The search fixes two pulses on the maxima of a start track and its
+// neighbour, then adds pairs of pulses on neighbouring tracks, eight by eight
+// positions each, the energy of a candidate coming from the correlation of h
+// with the pulses already placed; three start tracks are tried.  Arithmetic
+// as in the G.729 reference: 16-bit saturating sums of
 // correlations and energies, strict cross-multiplied comparisons.
 //
 // Outputs: code vector (pulses of 4096, Q12, summed on shared positions),
@@ -85,7 +86,7 @@ void prepare(const Kvo16s* pTarget, const Kvo16s* pRes, const Kvo16s* pImp, Stat
     ec = ec < 256 ? 512 : double32(ec);
     const Kvo32s gc = (Kvo32s{lo16(invSqrt(ec) >> 11)} * 32767) >> 15;
     Kvo32s ed = dot(st.dn, st.dn);
-    ed = ed < 256 ? 512 : shl_wrap(ed, 1);
+    ed = ed < 256 ? 512 : double32(ed);
     const Kvo32s gd = lo16(invSqrt(ed) >> 11);
 
     for (int t = 0; t < 5; ++t) {
@@ -93,7 +94,7 @@ void prepare(const Kvo16s* pTarget, const Kvo16s* pRes, const Kvo16s* pImp, Stat
         st.posMax[t] = t;
     }
     for (int p = 0; p < L; ++p) {
-        Kvo32s v = add_wrap(gd * st.dn[p], gc * pRes[p]);
+        Kvo32s v = sat32(Kvo64s{gd} * st.dn[p] + Kvo64s{gc} * pRes[p]);
         if (v < 0) {
             st.sign[p] = -32768;
             st.dn[p] = sat16(-Kvo32s{st.dn[p]});
@@ -155,11 +156,10 @@ void searchPair(const StateE& st, int tx, int ty, const Kvo16s* corX, const Kvo1
 // Runs the three start tracks; codvec receives the positions of the best set
 // in pulse order and the return value is its start track.
 int search(StateE& st, int nPulses, int* codvec) {
-    // Start tracks: the track values, track 4 joined by track 0, three times
-    // the largest (lower track on ties).
+    // Start tracks: each track's value joined by its successor's (track 4 by
+    // track 0's), saturating; three times the largest (lower track on ties).
     Kvo32s val[5];
-    for (int t = 0; t < 5; ++t) val[t] = st.trackVal[t];
-    val[4] = Add_32s(val[4], val[0]);
+    for (int t = 0; t < 5; ++t) val[t] = Add_32s(st.trackVal[t], st.trackVal[(t + 1) % 5]);
     int starts[3];
     for (int k = 0; k < 3; ++k) {
         int best = 0;
