@@ -554,6 +554,35 @@ KvoStatus kvosLPCInverseFilter_G728_16s(const Kvo16s* pSrc, const Kvo16s* pCoef,
 /* Pitch period from 100 residual samples (140 before them); pPitch in and out. */
 KvoStatus kvosPitchPeriodExtraction_G728_16s(const Kvo16s* pSrc, Kvo32s* pPitch,
                                              KvoG728PostFilterAdapterState* pState);
+/* ---- AMR-WB ISF and ISP ---------------------------------------------------
+ * ISP Q15 cosines; ISF Q15 of 0..6400 Hz (last entry at half scale); LP Q12. */
+/* Split multistage ISF quantiser with MA prediction (46-bit form; 36-bit for modes 5, 25). */
+KvoStatus kvosISFQuant_AMRWB_16s(const Kvo16s* pIsf, Kvo16s* pPredMem, Kvo16s* pIsfQ,
+                                 Kvo16s* pIndices, KvoSpeechRate mode);
+/* ISF decoder with erasure concealment (3 x 16 history of quantised vectors). */
+KvoStatus kvosISFQuantDecode_AMRWB_16s(const Kvo16s* pIndices, Kvo16s* pIsfQ, Kvo16s* pPredMem,
+                                       const Kvo16s* pPrevIsf, Kvo16s* pHistory, Kvo32s badFrame,
+                                       KvoSpeechRate mode);
+/* The 46-bit decoder with stage-2 parts marked lost (bit k of lostMask) left out. */
+KvoStatus kvosISFQuantDecode_AMRWBE_16s(const Kvo16s* pIndices, Kvo16s* pIsfQ, Kvo16s* pPredMem,
+                                        const Kvo16s* pPrevIsf, Kvo16s* pHistory,
+                                        Kvo32s badFrame, Kvo32s lostMask);
+/* Comfort-noise ISF quantiser (5 indices). */
+KvoStatus kvosISFQuantDTX_AMRWB_16s(const Kvo16s* pIsf, Kvo16s* pIsfQ, Kvo16s* pIndices);
+/* Comfort-noise ISF decoder. */
+KvoStatus kvosISFQuantDecodeDTX_AMRWB_16s(const Kvo16s* pIndices, Kvo16s* pIsfQ);
+/* ISP (cosines) to ISF. */
+KvoStatus kvosISPToISF_Norm_AMRWB_16s(const Kvo16s* pIsp, Kvo16s* pIsf, Kvo32s len);
+/* ISF to ISP (cosines). */
+KvoStatus kvosISFToISP_AMRWB_16s(const Kvo16s* pIsf, Kvo16s* pIsp, Kvo32s len);
+/* LP coefficients to ISP of any even or odd order; the previous ISP when roots are missing. */
+KvoStatus kvosLPCToISP_AMRWBE_16s(const Kvo16s* pLpc, const Kvo16s* pOldIsp, Kvo16s* pIsp,
+                                  Kvo32s order);
+/* The same at order 16. */
+KvoStatus kvosLPCToISP_AMRWB_16s(const Kvo16s* pLpc, Kvo16s* pIsp, const Kvo16s* pOldIsp);
+/* ISP to LP coefficients (len 1..20; len + 1 coefficients out). */
+KvoStatus kvosISPToLPC_AMRWB_16s(const Kvo16s* pIsp, Kvo16s* pLpc, Kvo32s len);
+
 /* ---- AMR-WB filters ------------------------------------------------------
  * Sample-level filters of AMR-WB and AMR-WB+ on 12.8 kHz subframes; the
  * caller gives every coefficient.  Outputs saturate; no warnings. */

@@ -64,3 +64,8 @@ $gen "$root/g728" apps/coders g728_coder_tables \
     wnrw=coder_g728_wnrw g728fp_iw=coder_g728_iw g728fp_iwg=coder_g728_iwg \
     iwwz=coder_g728_iwwz iwwp=coder_g728_iwwp iwpfz=coder_g728_iwpfz iwpfp=coder_g728_iwpfp
 $gen "$root/numeric" apps/coders g729b_tables Log2Table
+$gen "$root/amrwb" src/amrwb isf_tables \
+    QCdbk1ISFTbl QCdbk2ISFTbl QCdbk21ISFTbl QCdbk22ISFTbl QCdbk23ISFTbl QCdbk24ISFTbl \
+    QCdbk25ISFTbl QCdbk21ISF36bTbl QCdbk22ISF36bTbl QCdbk23ISF36bTbl QCdbk1ISFnoiseTbl \
+    QCdbk2ISFnoiseTbl QCdbk3ISFnoiseTbl QCdbk4ISFnoiseTbl QCdbk5ISFnoiseTbl cosTbl slopeTbl \
+    gridTbl
