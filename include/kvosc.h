@@ -583,6 +583,16 @@ KvoStatus kvosLPCToISP_AMRWB_16s(const Kvo16s* pLpc, Kvo16s* pIsp, const Kvo16s*
 /* ISP to LP coefficients (len 1..20; len + 1 coefficients out). */
 KvoStatus kvosISPToLPC_AMRWB_16s(const Kvo16s* pIsp, Kvo16s* pLpc, Kvo32s len);
 
+/* ---- AMR-WB VAD and DTX ---------------------------------------------------- */
+/* Encoder DTX history: ISF vector and frame log energy (Q7, less the mode's rate term) at the
+ * next place of the eight-frame ring. */
+KvoStatus kvosEncDTXBuffer_AMRWB_16s(const Kvo16s* pSrc, const Kvo16s* pIsf, Kvo16s* pHistIndex,
+                                     Kvo16s* pIsfHistory, Kvo16s* pLogEnHistory,
+                                     KvoSpeechRate mode);
+/* Decoder DTX history: the same without the rate term. */
+KvoStatus kvosDecDTXBuffer_AMRWB_16s(const Kvo16s* pSrc, const Kvo16s* pIsf, Kvo16s* pHistIndex,
+                                     Kvo16s* pIsfHistory, Kvo16s* pLogEnHistory);
+
 /* ---- AMR-WB filters ------------------------------------------------------
  * Sample-level filters of AMR-WB and AMR-WB+ on 12.8 kHz subframes; the
  * caller gives every coefficient.  Outputs saturate; no warnings. */
