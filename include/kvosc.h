@@ -584,6 +584,16 @@ KvoStatus kvosLPCToISP_AMRWB_16s(const Kvo16s* pLpc, Kvo16s* pIsp, const Kvo16s*
 KvoStatus kvosISPToLPC_AMRWB_16s(const Kvo16s* pIsp, Kvo16s* pLpc, Kvo32s len);
 
 /* ---- AMR-WB VAD and DTX ---------------------------------------------------- */
+/* Bytes of KvoVADState_AMRWB (172). */
+KvoStatus kvosVADGetSize_AMRWB_16s(Kvo32s* pSize);
+/* Start values of the detector. */
+KvoStatus kvosVADInit_AMRWB_16s(KvoVADState_AMRWB* pState);
+/* One 256-sample frame at 12.8 kHz: VAD flag; clears bits 13-15 of the tone register on
+ * quiet frames. */
+KvoStatus kvosVAD_AMRWB_16s(const Kvo16s* pSrc, KvoVADState_AMRWB* pState, Kvo16s* pToneRegister,
+                            Kvo16s* pVadFlag);
+/* The 12 band energies of the last frame. */
+KvoStatus kvosVADGetEnergyLevel_AMRWB_16s(const KvoVADState_AMRWB* pState, Kvo16s* pDst);
 /* Encoder DTX history: ISF vector and frame log energy (Q7, less the mode's rate term) at the
  * next place of the eight-frame ring. */
 KvoStatus kvosEncDTXBuffer_AMRWB_16s(const Kvo16s* pSrc, const Kvo16s* pIsf, Kvo16s* pHistIndex,

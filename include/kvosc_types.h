@@ -137,6 +137,26 @@ typedef struct {
     Kvo32s scale;    /* block scale of the stored history (order 3 only) */
 } KvoHighPassStateAMRWB;
 
+/* State of the AMR-WB voice activity detector (172 bytes; plain values). */
+typedef struct {
+    Kvo16s bckrEst[12];    /* background noise estimate per band, starts at 150 */
+    Kvo16s aveLevel[12];   /* slow average level for the stationarity test, 150 */
+    Kvo16s oldLevel[12];   /* band levels of the previous frame, 150 */
+    Kvo16s subLevel[12];   /* part of each band level that belongs to the next frame */
+    Kvo16s mem5[10];       /* 5th-order section memories, stages 1 to 3 (5 pairs) */
+    Kvo16s mem3[6];        /* 3rd-order section memories, stages 3 to 5 */
+    Kvo16s burstCount;     /* consecutive speech frames */
+    Kvo16s hangCount;      /* hangover frames left */
+    Kvo16s statCount;      /* frames of fast noise update left */
+    Kvo16s vadReg;         /* one decision bit a frame, newest in bit 14 */
+    Kvo16s spEstCnt;       /* frames since the speech level was refreshed */
+    Kvo16s spMax;          /* largest level of the running estimate */
+    Kvo16s spMaxCnt;       /* frames that contributed to it */
+    Kvo16s speechLevel;    /* estimated speech level, starts at 2050 */
+    Kvo32s prevPower;      /* power of the previous frame */
+    Kvo16s bandEnergy[12]; /* per-band energy of the frame, normalised by band width */
+} KvoVADState_AMRWB;
+
 /* ---- GSM full rate ------------------------------------------------------ */
 
 /* Memory of the GSM 06.10 offset compensation (plain values, may be copied). */
