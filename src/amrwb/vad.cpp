@@ -20,30 +20,14 @@ constexpr Kvo16s kC5a = 21955, kC5b = 6390, kC3 = 13363;
 constexpr Kvo16s kBwInv[kBands] = {20972, 20972, 20972, 20972, 10486, 10486,
                                    10486, 10486, 5243,  5243,  5243,  2621};
 
-constexpr Kvo16s add16(Kvo32s a, Kvo32s b) {
-    return sat16(a + b);
-}
-constexpr Kvo16s mult16(Kvo16s a, Kvo16s b) {
-    return sat16(mulQ15(a, b));
-}
-constexpr Kvo16s multR16(Kvo16s a, Kvo16s b) {
-    return sat16(mulQ15R(a, b));
-}
-// Normalising left shift of a positive 16-bit value (0 for 0).
-int norm16(Kvo16s x) {
-    return x <= 0 ? 0 : norm32(Kvo32s{x}) - 16;
-}
 // x << n saturated, n may be negative (then a right shift).
 Kvo32s shift32(Kvo32s x, int n) {
     return n >= 0 ? ShiftLSat_32s(x, n) : x >> (n < -31 ? 31 : -n);
 }
-Kvo16s shl16(Kvo16s x, int n) {
-    return sat16(Kvo64s{x} << n);
-}
 
 // 5th-order section on a pair, both outputs halved.
 inline void section5(Kvo16s& a, Kvo16s& b, Kvo16s* d) {
-    Kvo16s s = add16(a, -Kvo32s{mult16(kC5a, d[0])});
+    Kvo16s s = sub16(a, mult16(kC5a, d[0]));
     const Kvo16s u = add16(d[0], mult16(kC5a, s));
     d[0] = s;
     s = add16(b, -Kvo32s{mult16(kC5b, d[1])});

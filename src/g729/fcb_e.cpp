@@ -33,12 +33,6 @@ namespace {
 constexpr int L = kFcbSubframe;
 constexpr int kIpos[16] = {0, 1, 2, 3, 4, 0, 1, 2, 3, 4, 0, 1, 2, 3, 4, 0};
 
-constexpr Kvo16s add16(Kvo32s a, Kvo32s b) {
-    return sat16(a + b);
-}
-constexpr Kvo16s mult16(Kvo32s a, Kvo32s b) {
-    return sat16((a * b) >> 15);
-}
 
 struct StateE {
     alignas(16) Kvo16s dn[L];

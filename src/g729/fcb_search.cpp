@@ -26,14 +26,6 @@ namespace {
 
 constexpr int L = kFcbSubframe;
 
-constexpr Kvo16s add16(Kvo32s a, Kvo32s b) {
-    return sat16(a + b);
-}
-// 16-bit fractional product (a b) >> 15, -32768 * -32768 saturating.
-constexpr Kvo32s mult16(Kvo32s a, Kvo32s b) {
-    const Kvo32s p = (a * b) >> 15;
-    return p > 32767 ? 32767 : p;
-}
 
 // Signs (32767 / -32768) and magnitudes of d; -32768 gives 32767.
 void splitSigns(const Kvo16s* pCorr, Kvo16s* sign, Kvo16s* mag) {

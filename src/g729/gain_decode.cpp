@@ -30,8 +30,8 @@ KvoStatus kvosDecodeGain_G729_16s(Kvo32s energy, Kvo16s* pSrcDstEnergyErr, const
                                   Kvo16s* pSrcDstQGain) {
     if (!pSrcDstEnergyErr || !pSrcDstQGain) return kvoErrNullPtr;
     if (!pIdx) {
-        pSrcDstQGain[0] = pitch::mult(pSrcDstQGain[0], 29491);  // 0.9
-        pSrcDstQGain[1] = pitch::mult(pSrcDstQGain[1], 32111);  // 0.98
+        pSrcDstQGain[0] = mult16(pSrcDstQGain[0], 29491);  // 0.9
+        pSrcDstQGain[1] = mult16(pSrcDstQGain[1], 32111);  // 0.98
         ownGainUpdateErasure(pSrcDstEnergyErr);
         return kvoOk;
     }
@@ -50,8 +50,8 @@ KvoStatus kvosDecodeGain_G729I_16s(Kvo32s energy, Kvo16s gainAttenuation, Kvo16s
                                    const Kvo16s* pIdx, Kvo16s* pSrcDstQGain) {
     if (!pSrcDstEnergyErr || !pSrcDstQGain) return kvoErrNullPtr;
     if (!pIdx) {
-        pSrcDstQGain[0] = pitch::mult(pSrcDstQGain[0], gainAttenuation);
-        pSrcDstQGain[1] = pitch::mult(pSrcDstQGain[1], gainAttenuation);
+        pSrcDstQGain[0] = mult16(pSrcDstQGain[0], gainAttenuation);
+        pSrcDstQGain[1] = mult16(pSrcDstQGain[1], gainAttenuation);
         ownGainUpdateErasure(pSrcDstEnergyErr);
         return kvoOk;
     }

@@ -30,7 +30,6 @@ constexpr Kvo16s kThr2[8] = {14087, 16188, 20274, 21321, 23525, 25232, 27873, 30
 constexpr Kvo16s kThr1_6k[2] = {9919, 19675};
 constexpr Kvo16s kThr2_6k[2] = {17233, 25144};
 
-using pitch::mult;
 using pitch::mult2;
 using pitch::shr32;
 
@@ -190,12 +189,12 @@ void quantise(const Rate& r, const Kvo16s* g, const Kvo16s* e, Kvo32s codeEnergy
             const Kvo16s gp = sat16(Kvo32s{p1[0]} + p2[0]);
             if (tame && gp >= 16383) continue;
             const Kvo16s t = lo16((Kvo32s{p1[1]} + p2[1]) >> 1);
-            const Kvo16s gk = mult(gcode0, t);
-            Kvo32s D = term(ch[0], cl[0], mult(gp, gp));
+            const Kvo16s gk = mult16(gcode0, t);
+            Kvo32s D = term(ch[0], cl[0], mult16(gp, gp));
             D = sat32(Kvo64s{D} + term(ch[1], cl[1], gp));
-            D = sat32(Kvo64s{D} + term(ch[2], cl[2], mult(gk, gk)));
+            D = sat32(Kvo64s{D} + term(ch[2], cl[2], mult16(gk, gk)));
             D = sat32(Kvo64s{D} + term(ch[3], cl[3], gk));
-            D = sat32(Kvo64s{D} + term(ch[4], cl[4], mult(gk, gp)));
+            D = sat32(Kvo64s{D} + term(ch[4], cl[4], mult16(gk, gp)));
             if (D < dmin) {
                 dmin = D;
                 i1 = cand1 + i;

@@ -27,12 +27,6 @@ namespace kvo {
 
 namespace {
 
-constexpr Kvo16s add16(Kvo32s a, Kvo32s b) {
-    return sat16(a + b);
-}
-constexpr Kvo16s sub16(Kvo32s a, Kvo32s b) {
-    return sat16(a - b);
-}
 // Doubled product 2ab, saturated (only -32768 * -32768 overflows).
 constexpr Kvo64s lmult(Kvo32s a, Kvo32s b) {
     const Kvo64s p = 2 * (Kvo64s{a} * b);

@@ -28,9 +28,6 @@ namespace {
 constexpr Kvo16s kMp[2] = {8644, 16572};
 constexpr int kSurvivors = 4;
 
-constexpr Kvo16s sub16(Kvo32s a, Kvo32s b) {
-    return sat16(a - b);
-}
 constexpr Kvo64s lmult(Kvo32s a, Kvo32s b) {
     const Kvo64s p = 2 * (Kvo64s{a} * b);
     return p > INT32_MAX ? INT32_MAX : p;

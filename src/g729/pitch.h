@@ -6,7 +6,7 @@
 //   - a "doubled chain" is the multiply-accumulate of the reference: each product a*b is doubled
 //     with 32-bit saturation (only -32768 * -32768 saturates), then added to the running sum with
 //     32-bit saturation, term by term in the stated order;
-//   - the 16-bit fractional product mult(a, b) is sat16((a*b) >> 15).
+//   - the 16-bit fractional product is mult16(a, b) = sat16((a*b) >> 15).
 // Data formats: excitation and targets Q0, impulse responses Q12, gains Q14, correlations
 // normalised to 16 bits.
 //
@@ -54,11 +54,6 @@ inline Kvo32s mac(Kvo32s s, Kvo16s a, Kvo16s b, bool& ovf) {
     const Kvo64s r = Kvo64s{s} + mult2(a, b, ovf);
     if (r > INT32_MAX || r < INT32_MIN) ovf = true;
     return sat32(r);
-}
-
-// sat16((a*b) >> 15): the 16-bit fractional product.
-constexpr Kvo16s mult(Kvo16s a, Kvo16s b) {
-    return sat16((Kvo32s{a} * b) >> 15);
 }
 
 // x >> n for a 32-bit value with the count held to 31 (the reference's arithmetic shift for

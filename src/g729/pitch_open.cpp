@@ -164,7 +164,7 @@ KvoStatus kvosOpenLoopPitchSearch_G729A_16s(const Kvo16s* pSrc, Kvo16s* pDstOpen
     auto absi = [](int v) { return v < 0 ? -v : v; };
     if (absi(2 * t2 - t3) < 5 || absi(3 * t2 - t3) < 7) max2 = sat16(Kvo32s{max2} + (max3 >> 2));
     if (absi(2 * t1 - t2) < 5 || absi(3 * t1 - t2) < 7)
-        max1 = sat16(Kvo32s{max1} + pitch::mult(max2, 6554));
+        max1 = sat16(Kvo32s{max1} + mult16(max2, 6554));
 
     int t = t1;
     if (max1 < max2) {

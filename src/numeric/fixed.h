@@ -157,6 +157,23 @@ constexpr Kvo32s ShiftLSat_32s(Kvo32s x, int n) {
     if (n > 30) return x > 0 ? INT32_MAX : INT32_MIN;
     return ShiftL_32s(x, n);
 }
+// ---- 16-bit basic operations of the published fixed-point coders
+
+// sat16(a + b) and sat16(a - b) of 16-bit values.
+constexpr Kvo16s add16(Kvo32s a, Kvo32s b) { return sat16(a + b); }
+constexpr Kvo16s sub16(Kvo32s a, Kvo32s b) { return sat16(a - b); }
+// Fractional product sat16((a b) >> 15) of 16-bit values (only -32768 * -32768 saturates),
+// and its rounded form sat16((a b + 16384) >> 15).
+constexpr Kvo16s mult16(Kvo32s a, Kvo32s b) { return sat16((a * b) >> 15); }
+constexpr Kvo16s multR16(Kvo32s a, Kvo32s b) { return sat16((a * b + 16384) >> 15); }
+// Normalising left shift of a 16-bit value: 0 for 0, 15 for -1.
+constexpr int norm16(Kvo16s x) {
+    if (x == 0) return 0;
+    return norm32(Kvo32s{x}) - 16;
+}
+// x << n with 16-bit saturation (n >= 0).
+constexpr Kvo16s shl16(Kvo16s x, int n) { return sat16(shl64(x, n > 31 ? 31 : n)); }
+
 // Recomposed double precision value: bit 0 cleared.
 constexpr Kvo32s dp(Kvo32s x) { return static_cast<Kvo32s>(static_cast<Kvo32u>(x) & ~1u); }
 // Double precision times 16 bits: 2 hi(x) n + 2 ((lo(x) n) >> 15), saturated
