@@ -64,3 +64,7 @@ $gen "$root/g728" apps/coders g728_coder_tables \
     wnrw=coder_g728_wnrw g728fp_iw=coder_g728_iw g728fp_iwg=coder_g728_iwg \
     iwwz=coder_g728_iwwz iwwp=coder_g728_iwwp iwpfz=coder_g728_iwpfz iwpfp=coder_g728_iwpfp
 $gen "$root/numeric" apps/coders g729b_tables Log2Table
+$gen "$root/gsmamr" src/gsmamr gsmamr_lp_tables \
+    win200_40 win160_80 win232_8 dico1_lsf1 dico2_lsf1 dico3_lsf1 dico4_lsf1 dico5_lsf1 \
+    dico1_lsf2 dico2_lsf2 dico3_lsf2 mr515_3_lsf mr795_1_lsf past_rq_init \
+    twd_tbl ii_table bitrevTab
