@@ -450,7 +450,7 @@ KvoStatus kvosAdaptiveCodebookGain_GSMAMR_16s(const Kvo16s* pTarget, const Kvo16
 KvoStatus kvosAdaptiveCodebookGainCoeffs_GSMAMR_16s(const Kvo16s* pTarget,
                                                     const Kvo16s* pFiltered, Kvo16s* pGain,
                                                     Kvo16s* pCoeffs);
-/* 128-point real FFT of VAD option 2, scaled by 1/128 (DC and Nyquist by 1/64), Perm order. */
+/* 128-point real FFT of VAD option 2, scaled by 1/64, Perm order (DC, Nyquist, re/im pairs). */
 KvoStatus kvosFFTFwd_RToPerm_GSMAMR_16s_I(Kvo16s* pSrcDst);
 
 /* ---- G.722 SB-ADPCM --------------------------------------------------------

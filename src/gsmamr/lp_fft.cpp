@@ -4,8 +4,8 @@
 //
 // Scaling: the 64-point complex FFT of z[m] = x[2m] + j x[2m+1] halves after
 // every radix-2 stage (Z = DFT64(z) / 64); the unpacking then gives
-// X[k] = DFT128(x)[k] / 128 for k = 1 .. 63 and DFT128(x)[k] / 64 at DC and
-// Nyquist (their sum and difference is not halved).
+// X[k] = DFT128(x)[k] / 64 for every bin.  Outputs saturate: a bin of the
+// scaled transform beyond 16 bits is clipped.
 //
 // Complex stages (decimation in time after the bit reversal): the twiddle
 // product t = y W, W = (cos, -sin) from twd_tbl, is formed as the doubled
