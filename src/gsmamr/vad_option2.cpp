@@ -88,7 +88,9 @@ Kvo16s halfFrame(const Kvo16s* src, KvoVAD2State_GSMAMR* st, Kvo16s ltpFlag) {
     ownFFTFwd_RToPerm_GSMAMR(buf);
 
     // Channel energies.
-    const int oldState = st->shiftState;
+    // Any nonzero shift state counts as 1 (a record holds 0 or 1).
+    const int oldState = st->shiftState != 0 ? 1 : 0;
+    st->shiftState = static_cast<Kvo16s>(oldState);
     if (st->shiftState == 0 && norm < 1)
         st->shiftState = 1;
     else if (st->shiftState == 1 && norm >= 3)
@@ -179,7 +181,7 @@ Kvo16s halfFrame(const Kvo16s* src, KvoVAD2State_GSMAMR* st, Kvo16s ltpFlag) {
         Kvo16s var = smooth(st->negSnrVar, 32440, v, 328);
         if (var > 1024) var = 1024;
         st->negSnrVar = var;
-        const Kvo32s inner = Kvo32s{var} * 16 * 24576 - 65257472;
+        const Kvo64s inner = Kvo64s{var} * 16 * 24576 - 65257472;
         st->negSnrBias = inner < 0 ? Kvo16s{0} : static_cast<Kvo16s>((inner >> 15) >> 8);
     }
 
