@@ -21,8 +21,8 @@ namespace kvo {
 namespace {
 
 // Shared body of the two buffers; `halve` for the encoder.
-KvoStatus dtxBuffer(const Kvo16s* pSpeech, const Kvo16s* pVec, Kvo16s* pHistIndex,
-                    Kvo16s* pHist, Kvo16s* pLogEn, bool halve) {
+KvoStatus dtxBuffer(const Kvo16s* pSpeech, const Kvo16s* pVec, Kvo16s* pHistIndex, Kvo16s* pHist,
+                    Kvo16s* pLogEn, bool halve) {
     if (!pSpeech || !pVec || !pHistIndex || !pHist || !pLogEn) return kvoErrNullPtr;
     // An index outside the eight rows cannot come from an earlier call.
     if (*pHistIndex < 0 || *pHistIndex > 7) return kvoErrRange;
@@ -41,20 +41,18 @@ KvoStatus dtxBuffer(const Kvo16s* pSpeech, const Kvo16s* pVec, Kvo16s* pHistInde
 
 namespace impl {
 
-KvoStatus kvosEncDTXBuffer_GSMAMR_16s(const Kvo16s* pSpeech, const Kvo16s* pLsp,
-                                      Kvo16s* pHistIndex, Kvo16s* pLspHistory,
-                                      Kvo16s* pLogEnHistory) {
+KvoStatus kvosEncDTXBuffer_GSMAMR_16s(const Kvo16s* pSpeech, const Kvo16s* pLsp, Kvo16s* pHistIndex,
+                                      Kvo16s* pLspHistory, Kvo16s* pLogEnHistory) {
     return dtxBuffer(pSpeech, pLsp, pHistIndex, pLspHistory, pLogEnHistory, true);
 }
 
-KvoStatus kvosDecDTXBuffer_GSMAMR_16s(const Kvo16s* pSpeech, const Kvo16s* pLsf,
-                                      Kvo16s* pHistIndex, Kvo16s* pLsfHistory,
-                                      Kvo16s* pLogEnHistory) {
+KvoStatus kvosDecDTXBuffer_GSMAMR_16s(const Kvo16s* pSpeech, const Kvo16s* pLsf, Kvo16s* pHistIndex,
+                                      Kvo16s* pLsfHistory, Kvo16s* pLogEnHistory) {
     return dtxBuffer(pSpeech, pLsf, pHistIndex, pLsfHistory, pLogEnHistory, false);
 }
 
-KvoStatus kvosEncDTXHandler_GSMAMR_16s(Kvo16s* pHangover, Kvo16s* pAnaElapsed,
-                                       KvoSpeechRate* pMode, Kvo16s* pSidUpdate, Kvo16s vadFlag) {
+KvoStatus kvosEncDTXHandler_GSMAMR_16s(Kvo16s* pHangover, Kvo16s* pAnaElapsed, KvoSpeechRate* pMode,
+                                       Kvo16s* pSidUpdate, Kvo16s vadFlag) {
     if (!pHangover || !pAnaElapsed || !pMode || !pSidUpdate) return kvoErrNullPtr;
     if (*pAnaElapsed != 32767) *pAnaElapsed = static_cast<Kvo16s>(*pAnaElapsed + 1);
     *pSidUpdate = 0;

@@ -10,8 +10,8 @@
 // The LP-to-LSP root search builds the sum and difference polynomials at 1024
 // with the coefficients shifted right by 2 (saturated to 16 bits) and never
 // tries the 2048 form of G.729; the Chebyshev series then runs in Q24.
-#include "gsmamr/lp_private.h"
 #include "gsmamr/gsmamr_lp_tables.h"
+#include "gsmamr/lp_private.h"
 #include "impl.h"
 #include "kernels/corr.h"
 #include "kernels/lpc.h"
@@ -20,7 +20,15 @@ namespace kvo {
 
 bool gsmamrModeValid(KvoSpeechRate mode) {
     switch (mode) {
-        case 0: case 1: case 3: case 6: case 7: case 8: case 11: case 12: case 25:
+        case 0:
+        case 1:
+        case 3:
+        case 6:
+        case 7:
+        case 8:
+        case 11:
+        case 12:
+        case 25:
             return true;
         default:
             return false;
@@ -156,8 +164,8 @@ KvoStatus kvosInterpolate_GSMAMR_16s(const Kvo16s* pSrc1, const Kvo16s* pSrc2, K
     return kvoOk;
 }
 
-KvoStatus kvosPreemphasize_GSMAMR_16s(Kvo16s gamma, const Kvo16s* pSrc, Kvo16s* pDst,
-                                      Kvo32s len, Kvo16s* pMem) {
+KvoStatus kvosPreemphasize_GSMAMR_16s(Kvo16s gamma, const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len,
+                                      Kvo16s* pMem) {
     if (!pSrc || !pDst || !pMem) return kvoErrNullPtr;
     if (len < 1) return kvoErrSize;
     Kvo16s prev = *pMem;
@@ -178,9 +186,8 @@ KvoStatus kvosAdaptiveCodebookGain_GSMAMR_16s(const Kvo16s* pTarget, const Kvo16
     return kvoOk;
 }
 
-KvoStatus kvosAdaptiveCodebookGainCoeffs_GSMAMR_16s(const Kvo16s* pTarget,
-                                                    const Kvo16s* pFiltered, Kvo16s* pGain,
-                                                    Kvo16s* pCoeffs) {
+KvoStatus kvosAdaptiveCodebookGainCoeffs_GSMAMR_16s(const Kvo16s* pTarget, const Kvo16s* pFiltered,
+                                                    Kvo16s* pGain, Kvo16s* pCoeffs) {
     if (!pTarget || !pFiltered || !pGain || !pCoeffs) return kvoErrNullPtr;
     Kvo16s g, c[4];
     ownAdaptiveCodebookGain_GSMAMR(pTarget, pFiltered, &g, c);

@@ -33,10 +33,14 @@
 namespace kvo {
 namespace {
 
-constexpr Kvo32s mac(Kvo32s acc, Kvo32s a, Kvo32s b) { return sat32(Kvo64s{acc} + 2 * (Kvo64s{a} * b)); }
+constexpr Kvo32s mac(Kvo32s acc, Kvo32s a, Kvo32s b) {
+    return sat32(Kvo64s{acc} + 2 * (Kvo64s{a} * b));
+}
 
 // Rounded 16-bit value of a doubled 32-bit sum halved: round16(L >> 1).
-constexpr Kvo16s roundHalf(Kvo32s l) { return round16(l >> 1); }
+constexpr Kvo16s roundHalf(Kvo32s l) {
+    return round16(l >> 1);
+}
 
 }  // namespace
 

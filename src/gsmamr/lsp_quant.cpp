@@ -118,7 +118,9 @@ void predict(KvoSpeechRate mode, const Kvo16s* past, Kvo16s* lsfP) {
     }
 }
 
-void lsfToLsp(const Kvo16s* lsf, Kvo16s* lsp) { ownLSFToLSP_16s(tab::slope_cos15, 8, lsf, lsp); }
+void lsfToLsp(const Kvo16s* lsf, Kvo16s* lsp) {
+    ownLSFToLSP_16s(tab::slope_cos15, 8, lsf, lsp);
+}
 
 }  // namespace
 

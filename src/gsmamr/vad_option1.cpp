@@ -17,10 +17,18 @@ constexpr Kvo16s kCoeff5_1 = 21955;
 constexpr Kvo16s kCoeff5_2 = 6390;
 constexpr Kvo16s kCoeff3 = 13363;
 
-constexpr Kvo16s add16(Kvo32s a, Kvo32s b) { return sat16(a + b); }
-constexpr Kvo16s sub16(Kvo32s a, Kvo32s b) { return sat16(a - b); }
-constexpr Kvo16s mult(Kvo16s a, Kvo16s b) { return sat16(mulQ15(a, b)); }
-constexpr Kvo16s multR(Kvo16s a, Kvo16s b) { return sat16(mulQ15R(a, b)); }
+constexpr Kvo16s add16(Kvo32s a, Kvo32s b) {
+    return sat16(a + b);
+}
+constexpr Kvo16s sub16(Kvo32s a, Kvo32s b) {
+    return sat16(a - b);
+}
+constexpr Kvo16s mult(Kvo16s a, Kvo16s b) {
+    return sat16(mulQ15(a, b));
+}
+constexpr Kvo16s multR(Kvo16s a, Kvo16s b) {
+    return sat16(mulQ15R(a, b));
+}
 
 // Left shifts that normalise a 16-bit value (0 for 0, 15 for -1).
 int norm16(Kvo16s x) {
@@ -72,8 +80,8 @@ void filter3(Kvo16s* in0, Kvo16s* in1, Kvo16s* d) {
     *in0 = static_cast<Kvo16s>((Kvo32s{*in0} + u) >> 1);
 }
 
-Kvo16s signalLevel(const Kvo16s* w, Kvo16s* carry, int count1, int count2, int stride,
-                   int offset, int scale) {
+Kvo16s signalLevel(const Kvo16s* w, Kvo16s* carry, int count1, int count2, int stride, int offset,
+                   int scale) {
     Kvo32s t1 = 0;
     for (int i = count1; i < count2; ++i) t1 = Add_32s(t1, 2 * Abs_16s(w[stride * i + offset]));
     Kvo32s t2 = Add_32s(t1, shl32(*carry, 16 - scale));
@@ -157,8 +165,7 @@ void noiseEstimateUpdate(KvoVAD1State_GSMAMR* st, const Kvo16s* level, Kvo16s to
         st->aveLevel[i] = add16(st->aveLevel[i], multR(alpha, sub16(level[i], st->aveLevel[i])));
 
     Kvo16s up, down, plus;
-    if ((st->vadReg & 0x7800) == 0 && (st->pitchReg & 0x7800) == 0 &&
-        st->complexHangCount == 0) {
+    if ((st->vadReg & 0x7800) == 0 && (st->pitchReg & 0x7800) == 0 && st->complexHangCount == 0) {
         up = 1638, down = 2097, plus = 2;
     } else if (st->statCount == 0 && st->complexHangCount == 0) {
         up = 491, down = 1867, plus = 2;
@@ -222,10 +229,8 @@ Kvo16s decision(KvoVAD1State_GSMAMR* st, const Kvo16s* level, Kvo32s power, Kvo1
         if (c > 16383) st->complexLow = static_cast<Kvo16s>(st->complexLow | 0x4000);
     }
     st->complexHangTimer = c > 22936 ? add16(st->complexHangTimer, 1) : Kvo16s{0};
-    st->complexWarning = ((st->complexHigh & 0x7f80) == 0x7f80 ||
-                          (st->complexLow & 0x7fff) == 0x7fff)
-                             ? 1
-                             : 0;
+    st->complexWarning =
+        ((st->complexHigh & 0x7f80) == 0x7f80 || (st->complexLow & 0x7fff) == 0x7fff) ? 1 : 0;
 
     noiseEstimateUpdate(st, level, tone);
 

@@ -31,10 +31,9 @@ constexpr Kvo32s tableMinChanEnrg[2] = {32, 1};
 constexpr Kvo32s tableNoiseFloorChan[2] = {512, 16};
 constexpr Kvo32s tableIneNoise[2] = {8192, 256};
 constexpr Kvo16s tableFbits[2] = {9, 4};
-constexpr Kvo16s TablePeakSNR[20] = {34, 34, 34, 34, 34, 34,  34,  34,  34,  34,
+constexpr Kvo16s TablePeakSNR[20] = {34, 34, 34, 34, 34,  34,  34,  34,  34,  34,
                                      34, 40, 51, 71, 100, 139, 191, 257, 337, 432};
-constexpr Kvo16s TableBurstcount[20] = {8, 8, 8, 8, 8, 8, 8, 8, 7, 6,
-                                        5, 4, 4, 4, 4, 4, 4, 4, 4, 4};
+constexpr Kvo16s TableBurstcount[20] = {8, 8, 8, 8, 8, 8, 8, 8, 7, 6, 5, 4, 4, 4, 4, 4, 4, 4, 4, 4};
 constexpr Kvo16s TableHangover[20] = {30, 30, 30, 30, 30, 30, 28, 26, 24, 22,
                                       20, 18, 16, 14, 12, 10, 8,  8,  8,  8};
 constexpr Kvo16s TableVoiceMetric[] = {
@@ -44,8 +43,12 @@ constexpr Kvo16s TableVoiceMetric[] = {
     39, 40, 41, 42, 43, 44, 45, 46, 47, 48, 49, 50, 50, 50, 50, 50, 50, 50, 50, 50, 50};
 static_assert(sizeof TableVoiceMetric / sizeof TableVoiceMetric[0] == 90);
 
-constexpr Kvo16s add16(Kvo32s a, Kvo32s b) { return sat16(a + b); }
-constexpr Kvo16s sub16(Kvo32s a, Kvo32s b) { return sat16(a - b); }
+constexpr Kvo16s add16(Kvo32s a, Kvo32s b) {
+    return sat16(a + b);
+}
+constexpr Kvo16s sub16(Kvo32s a, Kvo32s b) {
+    return sat16(a - b);
+}
 
 // Rounded arithmetic right shift of a 32-bit value by n >= 1.
 constexpr Kvo32s shrR32(Kvo32s x, int n) {
@@ -66,7 +69,6 @@ Kvo16s dbQ8(Kvo32s v, int offset) {
 Kvo16s smooth(Kvo16s x, Kvo32s a, Kvo16s y, Kvo32s b) {
     return round16(sat32(2 * (Kvo64s{x} * a + Kvo64s{y} * b)));
 }
-
 
 Kvo16s halfFrame(const Kvo16s* src, KvoVAD2State_GSMAMR* st, Kvo16s ltpFlag) {
     st->frameCount = st->frameCount == INT32_MAX ? INT32_MAX : st->frameCount + 1;
@@ -207,8 +209,7 @@ Kvo16s halfFrame(const Kvo16s* src, KvoVAD2State_GSMAMR* st, Kvo16s ltpFlag) {
     if (first) {
         for (int c = 0; c < 16; ++c) st->chEnrgLongDb[c] = chDb[c];
     } else {
-        for (int c = 0; c < 16; ++c)
-            dev = add16(dev, Abs_16s(sub16(st->chEnrgLongDb[c], chDb[c])));
+        for (int c = 0; c < 16; ++c) dev = add16(dev, Abs_16s(sub16(st->chEnrgLongDb[c], chDb[c])));
     }
     const Kvo16s T = st->snr;
     const Kvo16s u = sub16(T, x);

@@ -14,8 +14,8 @@ namespace {
 using kvosc::test::BadArgs;
 
 const std::initializer_list<std::pair<KvoSpeechRate, KvoStatus>> kBadModes = {
-    {2, kvoErrRange}, {4, kvoErrRange}, {5, kvoErrRange}, {13, kvoErrRange},
-    {-1, kvoErrRange}, {26, kvoErrRange}};
+    {2, kvoErrRange},  {4, kvoErrRange},  {5, kvoErrRange},
+    {13, kvoErrRange}, {-1, kvoErrRange}, {26, kvoErrRange}};
 
 std::vector<Kvo16s> lspLike(int n) {
     std::vector<Kvo16s> v(n);
@@ -34,8 +34,10 @@ TEST(GsmAmrArgs, LpAnalysis) {
     {
         BadArgs t("kvosLevinsonDurbin_GSMAMR_32s16s");
         // 0.9^k: the autocorrelation of a first-order process.
-        auto s = t.in<Kvo32s>("pSrc", 11,
-                              {2147418112, 1932676300, 1739408670, 1565467803, 1408921023, 1268028920, 1141226028, 1027103425, 924393083, 831953775, 748758397});
+        auto s =
+            t.in<Kvo32s>("pSrc", 11,
+                         {2147418112, 1932676300, 1739408670, 1565467803, 1408921023, 1268028920,
+                          1141226028, 1027103425, 924393083, 831953775, 748758397});
         auto d = t.out<Kvo16s>("pDst", 11);
         t.run([&](const BadArgs::Call& c) { return kvosLevinsonDurbin_GSMAMR_32s16s(c(s), c(d)); });
     }
@@ -218,8 +220,8 @@ TEST(GsmAmrArgs, Vad) {
         auto c1 = t.value<Kvo16s>("bestCorrHp", 20000);
         auto c2 = t.value<Kvo16s>("toneRegister", 0);
         t.run([&](const BadArgs::Call& c) {
-            return kvosVAD1_GSMAMR_16s(c(s), static_cast<KvoVAD1State_GSMAMR*>(c(st)), c(f),
-                                       c(c1), c(c2));
+            return kvosVAD1_GSMAMR_16s(c(s), static_cast<KvoVAD1State_GSMAMR*>(c(st)), c(f), c(c1),
+                                       c(c2));
         });
     }
     {

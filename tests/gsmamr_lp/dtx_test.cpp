@@ -23,8 +23,10 @@ TEST(DtxBuffer, RowsWrapAndLogEnergy) {
         auto x = kvosc::test::speech_like(160, 40 + f, 200.0 * (f + 1) * (f + 1), 8000);
         Kvo16s vec[10];
         for (int i = 0; i < 10; ++i) vec[i] = static_cast<Kvo16s>(100 * f + i);
-        ASSERT_EQ(kvosEncDTXBuffer_GSMAMR_16s(x.data(), vec, &idxE, lspE.data(), enE.data()), kvoOk);
-        ASSERT_EQ(kvosDecDTXBuffer_GSMAMR_16s(x.data(), vec, &idxD, lspD.data(), enD.data()), kvoOk);
+        ASSERT_EQ(kvosEncDTXBuffer_GSMAMR_16s(x.data(), vec, &idxE, lspE.data(), enE.data()),
+                  kvoOk);
+        ASSERT_EQ(kvosDecDTXBuffer_GSMAMR_16s(x.data(), vec, &idxD, lspD.data(), enD.data()),
+                  kvoOk);
         const int row = (7 + f) % 8;  // 6 -> 7 -> 0 -> 1 ...
         EXPECT_EQ(idxE, row);
         EXPECT_EQ(idxD, row);
@@ -126,9 +128,9 @@ TEST(DtxSid, AgainstBruteForceAndDecoder) {
         kvosAutoCorr_GSMAMR_16s32s(x.data() + 160 * f, r, kvoRate5900);
         ASSERT_EQ(kvosLevinsonDurbin_GSMAMR_32s16s(r, a), kvoOk);
         kvosLPCToLSP_GSMAMR_16s(a, prev, lsp);
-        ASSERT_EQ(kvosEncDTXBuffer_GSMAMR_16s(x.data() + 160 * f + 80, lsp, &idx, hist.data(),
-                                              en.data()),
-                  kvoOk);
+        ASSERT_EQ(
+            kvosEncDTXBuffer_GSMAMR_16s(x.data() + 160 * f + 80, lsp, &idx, hist.data(), en.data()),
+            kvoOk);
     }
     Kvo16s eIdx = -1, init = -1, li[3], pe[4], pe122[4];
     ASSERT_EQ(kvosEncDTXSID_GSMAMR_16s(hist.data(), en.data(), &eIdx, &init, li, pe, pe122, 1),

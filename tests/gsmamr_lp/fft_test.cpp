@@ -60,9 +60,9 @@ TEST_P(FftVsDft, WithinSixUnits) {
         for (int n = 0; n < 128; ++n) {
             if (c.kind == 0) x[n] = static_cast<int16_t>(u(rng));
             if (c.kind == 1)
-                x[n] = static_cast<int16_t>(std::lround(
-                    c.amplitude * 0.5 * (std::sin(2 * M_PI * f1 * n / 128 + p1) +
-                                         std::sin(2 * M_PI * f2 * n / 128 + p2))));
+                x[n] = static_cast<int16_t>(std::lround(c.amplitude * 0.5 *
+                                                        (std::sin(2 * M_PI * f1 * n / 128 + p1) +
+                                                         std::sin(2 * M_PI * f2 * n / 128 + p2))));
             if (c.kind == 2) x[n] = static_cast<int16_t>(n % (1 + t % 16) == 0 ? c.amplitude : 0);
         }
         const double e = fftError(x);
@@ -72,11 +72,13 @@ TEST_P(FftVsDft, WithinSixUnits) {
     std::printf("[ figures  ] FFT %s: largest error %.2f units\n", c.name, worst);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Signals, FftVsDft,
-    ::testing::Values(FftCase{"noise8k", 6000, 0}, FftCase{"noise16k", 12000, 0},
-                      FftCase{"tones", 12000, 1}, FftCase{"pulses", 4000, 2}),
-    [](const ::testing::TestParamInfo<FftCase>& i) { return std::string(i.param.name); });
+INSTANTIATE_TEST_SUITE_P(Signals, FftVsDft,
+                         ::testing::Values(FftCase{"noise8k", 6000, 0},
+                                           FftCase{"noise16k", 12000, 0},
+                                           FftCase{"tones", 12000, 1}, FftCase{"pulses", 4000, 2}),
+                         [](const ::testing::TestParamInfo<FftCase>& i) {
+                             return std::string(i.param.name);
+                         });
 
 // Full-scale data saturates the 16-bit sums instead of wrapping: a constant
 // -32768 frame keeps its DC term at the negative limit.

@@ -16,7 +16,7 @@
 
 namespace {
 
-const KvoSpeechRate kModes[] = {kvoRate4750, kvoRate5150, kvoRate5900, kvoRate6700, kvoRate7400,
+const KvoSpeechRate kModes[] = {kvoRate4750, kvoRate5150,  kvoRate5900,  kvoRate6700, kvoRate7400,
                                 kvoRate7950, kvoRate10200, kvoRate12200, kvoRateSID};
 
 // LSP vectors of successive analysis frames of generated speech (two per
@@ -47,7 +47,8 @@ std::vector<int64_t> weights(const Kvo16s* lsf) {
     std::vector<int64_t> w(10);
     for (int i = 0; i < 10; ++i) {
         const int64_t d = i == 0 ? lsf[1] : (i == 9 ? 16384 - lsf[8] : lsf[i + 1] - lsf[i - 1]);
-        const int64_t v = d < 1843 ? 3427 - ((d * 28160) >> 15) : 1843 - (((d - 1843) * 6242) >> 15);
+        const int64_t v =
+            d < 1843 ? 3427 - ((d * 28160) >> 15) : 1843 - (((d - 1843) * 6242) >> 15);
         w[i] = std::clamp<int64_t>(v * 8, -32768, 32767);
     }
     return w;
@@ -55,8 +56,8 @@ std::vector<int64_t> weights(const Kvo16s* lsf) {
 
 // Brute-force weighted search (exact 64-bit errors) of one split: the first
 // row of the smallest error.  sign: also try the negated row after each row.
-int bestRow(const int64_t* r, const Kvo16s* table, int rows, int dim, int stride,
-            const int64_t* w, bool sign, int* pSign = nullptr) {
+int bestRow(const int64_t* r, const Kvo16s* table, int rows, int dim, int stride, const int64_t* w,
+            bool sign, int* pSign = nullptr) {
     int64_t best = INT64_MAX;
     int idx = 0, sg = 0;
     for (int k = 0; k < rows; ++k)
@@ -87,9 +88,9 @@ TEST(LspQuant, IndicesAreBruteForceOptimal) {
             kvosLSPToLSF_Norm_G729_16s(lsp + 10, lsf2);
             int64_t p[10], r1[10], r2[10];
             for (int i = 0; i < 10; ++i) {
-                const int64_t pr = m122 ? (int64_t(21299) * past[i]) >> 15
-                                        : (mode == kvoRateSID
-                                               ? past[i]
+                const int64_t pr =
+                    m122 ? (int64_t(21299) * past[i]) >> 15
+                         : (mode == kvoRateSID ? past[i]
                                                : (int64_t(kvo::TablePredFac[i]) * past[i]) >> 15);
                 p[i] = (m122 ? kvo::TableMeanLsf1[i] : kvo::TableMeanLsf2[i]) + pr;
                 r1[i] = lsf1[i] - p[i];
@@ -114,14 +115,16 @@ TEST(LspQuant, IndicesAreBruteForceOptimal) {
             } else {
                 const bool m475 = mode == kvoRate4750 || mode == kvoRate5150;
                 const bool m795 = mode == kvoRate7950;
-                EXPECT_EQ(idx[0], bestRow(r1, m795 ? &kvo::tab::mr795_1_lsf[0][0]
-                                                    : &kvo::tab::dico1_lsf2[0][0],
-                                          m795 ? 512 : 256, 3, 3, w1.data(), false));
-                EXPECT_EQ(idx[1], bestRow(r1 + 3, &kvo::tab::dico2_lsf2[0][0], m475 ? 256 : 512,
-                                          3, m475 ? 6 : 3, w1.data() + 3, false));
-                EXPECT_EQ(idx[2], bestRow(r1 + 6, m475 ? &kvo::tab::mr515_3_lsf[0][0]
-                                                        : &kvo::tab::dico3_lsf2[0][0],
-                                          m475 ? 128 : 512, 4, 4, w1.data() + 6, false));
+                EXPECT_EQ(
+                    idx[0],
+                    bestRow(r1, m795 ? &kvo::tab::mr795_1_lsf[0][0] : &kvo::tab::dico1_lsf2[0][0],
+                            m795 ? 512 : 256, 3, 3, w1.data(), false));
+                EXPECT_EQ(idx[1], bestRow(r1 + 3, &kvo::tab::dico2_lsf2[0][0], m475 ? 256 : 512, 3,
+                                          m475 ? 6 : 3, w1.data() + 3, false));
+                EXPECT_EQ(idx[2],
+                          bestRow(r1 + 6,
+                                  m475 ? &kvo::tab::mr515_3_lsf[0][0] : &kvo::tab::dico3_lsf2[0][0],
+                                  m475 ? 128 : 512, 4, 4, w1.data() + 6, false));
             }
         }
     }
