@@ -22,7 +22,7 @@ const KvoSpeechRate kModes[] = {kvoRate4750, kvoRate5150,  kvoRate5900,  kvoRate
 // LSP vectors of successive analysis frames of generated speech (two per
 // frame for 12.2).
 std::vector<std::vector<Kvo16s>> lspFrames(int frames, uint32_t seed) {
-    auto x = kvosc::test::speech_like(160 * frames + 80, seed, 10000, 8000);
+    auto x = kvosc::test::speech_like(160 * frames + 120, seed, 10000, 8000);
     std::vector<std::vector<Kvo16s>> out;
     Kvo16s prev[10] = {30000, 26000, 21000, 15000, 8000, 0, -8000, -15000, -21000, -26000};
     for (int f = 0; f < frames; ++f) {
