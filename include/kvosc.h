@@ -397,6 +397,62 @@ KvoStatus kvosRPEQuantDecode_GSMFR_16s(const Kvo16s* pSrc, Kvo16s mantissa, Kvo1
 /* Lag in 0..maxLag of the largest positive correlation of pSrc1 with pSrc2[lag..]. */
 KvoStatus kvosCrossCorrLagMax_16s(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len,
                                   Kvo32s maxLag, Kvo32s* pMax, Kvo32s* pLag);
+/* ---- GSM AMR VAD, DTX, LP analysis and LSP ------------------------------- */
+
+/* Filter-bank VAD (option 1) on pSrc[40..199]; frame power over pSrc[0..159]. */
+KvoStatus kvosVAD1_GSMAMR_16s(const Kvo16s* pSrc, KvoVAD1State_GSMAMR* pState, Kvo16s* pVadFlag,
+                              Kvo16s bestCorrHp, Kvo16s toneRegister);
+/* Spectral VAD (option 2) on 160 samples, two half frames; ltpFlag 1 for a high LTP gain. */
+KvoStatus kvosVAD2_GSMAMR_16s(const Kvo16s* pSrc, KvoVAD2State_GSMAMR* pState, Kvo16s* pVadFlag,
+                              Kvo16s ltpFlag);
+/* Stores the LSP vector and the halved log energy of 160 samples in the next history row. */
+KvoStatus kvosEncDTXBuffer_GSMAMR_16s(const Kvo16s* pSpeech, const Kvo16s* pLsp,
+                                      Kvo16s* pHistIndex, Kvo16s* pLspHistory,
+                                      Kvo16s* pLogEnHistory);
+/* Decoder history: stores the quantised LSF vector (pLsf) and the log energy of 160 samples. */
+KvoStatus kvosDecDTXBuffer_GSMAMR_16s(const Kvo16s* pSpeech, const Kvo16s* pLsf,
+                                      Kvo16s* pHistIndex, Kvo16s* pLsfHistory,
+                                      Kvo16s* pLogEnHistory);
+/* DTX hangover: switches *pMode to 25 (SID) after seven non-speech frames. */
+KvoStatus kvosEncDTXHandler_GSMAMR_16s(Kvo16s* pHangover, Kvo16s* pAnaElapsed,
+                                       KvoSpeechRate* pMode, Kvo16s* pSidUpdate, Kvo16s vadFlag);
+/* SID parameters from the DTX history: energy index, start residual index, 3 LSF indices. */
+KvoStatus kvosEncDTXSID_GSMAMR_16s(const Kvo16s* pLspHistory, const Kvo16s* pLogEnHistory,
+                                   Kvo16s* pLogEnergyIndex, Kvo16s* pInitLsfIndex,
+                                   Kvo16s* pLsfIndices, Kvo16s* pPredErr, Kvo16s* pPredErrMR122,
+                                   Kvo16s sidUpdate);
+/* Windowed, lag-windowed autocorrelation of 240 samples: 11 values, 22 in mode 12. */
+KvoStatus kvosAutoCorr_GSMAMR_16s32s(const Kvo16s* pSrc, Kvo32s* pDst, KvoSpeechRate mode);
+/* Order-10 Levinson-Durbin recursion to LP coefficients (Q12). */
+KvoStatus kvosLevinsonDurbin_GSMAMR_32s16s(const Kvo32s* pSrc, Kvo16s* pDst);
+/* LP (Q12) to LSP (Q15); the previous LSPs if ten roots are not found. */
+KvoStatus kvosLPCToLSP_GSMAMR_16s(const Kvo16s* pLpc, const Kvo16s* pPrevLsp, Kvo16s* pLsp);
+/* LSP (Q15) to LP coefficients (Q12, 11 values). */
+KvoStatus kvosLSPToLPC_GSMAMR_16s(const Kvo16s* pLsp, Kvo16s* pLpc);
+/* Predictive split VQ of the LSPs (20 values and 5 indices in mode 12, else 10 and 3). */
+KvoStatus kvosLSPQuant_GSMAMR_16s(const Kvo16s* pLsp, Kvo16s* pPastResid, Kvo16s* pLspQ,
+                                  Kvo16s* pIndices, KvoSpeechRate mode);
+/* LSP decoder with bad-frame concealment; four subframe LSP vectors.  Mode 25 reads four
+ * index words: the start residual index (0..7), then the three split indices. */
+KvoStatus kvosQuantLSPDecode_GSMAMR_16s(const Kvo16s* pIndices, Kvo16s* pPastResid,
+                                        Kvo16s* pPrevLsf, Kvo16s* pPrevLsp, Kvo16s* pLspQ,
+                                        Kvo16s badFrame, KvoSpeechRate mode);
+/* dst = (a >> 2) + b - (b >> 2): a quarter of a and three quarters of b. */
+KvoStatus kvosInterpolate_GSMAMR_16s(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo16s* pDst,
+                                     Kvo32s len);
+/* y = sat16(x + ((gamma x[-1]) >> 15)); *pMem holds x[-1]; in place allowed. */
+KvoStatus kvosPreemphasize_GSMAMR_16s(Kvo16s gamma, const Kvo16s* pSrc, Kvo16s* pDst,
+                                      Kvo32s len, Kvo16s* pMem);
+/* Adaptive-codebook gain (Q14, at most 19661) of a 40-sample subframe. */
+KvoStatus kvosAdaptiveCodebookGain_GSMAMR_16s(const Kvo16s* pTarget, const Kvo16s* pFiltered,
+                                              Kvo16s* pGain);
+/* The same, with the energy and correlation terms (mantissa, exponent pairs) in pCoeffs. */
+KvoStatus kvosAdaptiveCodebookGainCoeffs_GSMAMR_16s(const Kvo16s* pTarget,
+                                                    const Kvo16s* pFiltered, Kvo16s* pGain,
+                                                    Kvo16s* pCoeffs);
+/* 128-point real FFT of VAD option 2, scaled by 1/64, Perm order (DC, Nyquist, re/im pairs). */
+KvoStatus kvosFFTFwd_RToPerm_GSMAMR_16s_I(Kvo16s* pSrcDst);
+
 /* ---- G.722 SB-ADPCM --------------------------------------------------------
  * Vectors interleave one low-band and one high-band element per pair; len
  * counts elements.  pMem is the caller's state block; the KvoG722State record

@@ -164,6 +164,52 @@ typedef struct {
     Kvo32s z2; /* high-precision filter memory, starts at 0 */
     Kvo16s z1; /* previous input on the 13-bit grid, starts at 0 */
 } KvoHighPassState_GSMFR;
+/* ---- GSM AMR VAD and DTX ------------------------------------------------ */
+
+/* State of the GSM AMR filter-bank voice activity detector (option 1).  The
+ * caller lays it out, zeroes it and sets the start values of the standard's
+ * reset (noise, old and average levels 150, fast correlation 13106). */
+typedef struct {
+    Kvo16s subLevel[9];      /* part of each band level carried to the next frame */
+    Kvo16s oldLevel[9];      /* band levels of the previous frame */
+    Kvo16s aveLevel[9];      /* slow band level average (stationarity test) */
+    Kvo16s bckrEst[9];       /* background noise estimate of each band */
+    Kvo16s lp5Mem[3][2];     /* 5th-order sections: stage 1 (row 0), stage 2 (rows 1, 2) */
+    Kvo16s lp3Mem[5];        /* 3rd-order sections of stages 3 and 4 */
+    Kvo16s burstCount;       /* consecutive speech frames */
+    Kvo16s hangCount;        /* hangover frames left */
+    Kvo16s statCount;        /* frames of fast noise update left, 0 to 20 */
+    Kvo16s vadReg;           /* decisions, newest in bit 14 */
+    Kvo16s complexHigh;      /* high correlation threshold bits, newest in bit 14 */
+    Kvo16s complexLow;       /* low correlation threshold bits, newest in bit 14 */
+    Kvo16s complexHangTimer; /* frames with the correlation over 22936 */
+    Kvo16s complexHangCount; /* frames the complex-signal override still holds */
+    Kvo16s complexWarning;   /* complex signal seen in this frame */
+    Kvo16s corrHpFast;       /* smoothed high-band correlation, Q15, at least 13106 */
+    Kvo16s pitchReg;         /* voiced-frame bits, newest in bit 14; kept by the caller */
+} KvoVAD1State_GSMAMR;
+
+/* State of the GSM AMR spectral voice activity detector (option 2); zeroed
+ * by the caller for a start.  Every count runs in 10 ms half frames. */
+typedef struct {
+    Kvo32s chEnrg[16];       /* smoothed channel energies */
+    Kvo32s chNoise[16];      /* channel noise estimates */
+    Kvo16s chEnrgLongDb[16]; /* long-term channel energies, dB Q7 */
+    Kvo16s preEmphMem;       /* last input sample of the previous half frame, previous scale */
+    Kvo16s updateCnt;        /* half frames since the last forced noise update */
+    Kvo16s lastUpdateCnt;    /* update count of the previous half frame */
+    Kvo16s histCnt;          /* half frames without a change of the update count */
+    Kvo16s lastNormShift;    /* block scale of the previous half frame */
+    Kvo16s shiftState;       /* 0 or 1: the scale of the energies */
+    Kvo16s forcedUpdateFlag; /* 1 when the last update was forced */
+    Kvo16s snr;              /* long-term SNR estimate, Q8 dB */
+    Kvo16s negSnrVar;        /* variance of negative SNRs, at most 1024 */
+    Kvo16s negSnrBias;       /* raises the decision threshold */
+    Kvo16s burstCount;
+    Kvo16s hangover;
+    Kvo32s frameCount;       /* half frames, from 1 */
+} KvoVAD2State_GSMAMR;
+
 /* ---- G.722 SB-ADPCM --------------------------------------------------- */
 
 /* State of a G.722 sub-band ADPCM encoder or decoder, the same layout for
