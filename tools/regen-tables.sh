@@ -65,3 +65,4 @@ $gen "$root/g728" apps/coders g728_coder_tables \
     iwwz=coder_g728_iwwz iwwp=coder_g728_iwwp iwpfz=coder_g728_iwpfz iwpfp=coder_g728_iwpfp
 $gen "$root/numeric" apps/coders g729b_tables Log2Table
 $gen "$root/gsmamr" src/gsmamr gsmamr_pitch_tables corrweight inter_6new
+$gen "$root/gsmamr" tests/gsmamr_pitch amr_pitch_test_tables inter_6.pred_lt.published=inter61

@@ -1,7 +1,8 @@
 // GSM AMR fixed-codebook decoder (TS 26.090): index words of one 40-sample subframe to the
 // algebraic code vector.  Pulse amplitudes: +8191 / -8192 (4.75 to 7.95), +-8191 (10.2),
 // +-4096 (12.2 and the comfort-noise marker, which takes the 12.2 path).  Indices outside the
-// range an encoder produces are decoded by the same bit arithmetic, so every word gives
+// range an encoder produces are decoded by the same bit arithmetic, with the 10.2 base-5
+// groups held at their largest value (124 in words 4 and 5, 24 in word 6), so every word gives
 // positions inside the subframe.
 #include <cstring>
 
@@ -93,7 +94,8 @@ void fixedCodebookDecode(const Kvo16s* idx, Kvo16s* code, int subframe, KvoSpeec
             }
             // Word 6: the two position indices of track 3.
             const int w6 = static_cast<Kvo16u>(idx[6]);
-            const int n = (((w6 >> 2) * 25 + 12) >> 5);
+            int n = (((w6 >> 2) * 25 + 12) >> 5);
+            if (n > 24) n = 24;  // words above the 7-bit range: held like words 4 and 5
             const int c = n / 5;
             int e = n % 5;
             if (c & 1) e = 4 - e;
