@@ -19,7 +19,6 @@
 
 #include "frame/impl.h"
 #include "gsmamr/codebook.h"
-#include "numeric/arith.h"
 #include "numeric/fixed.h"
 
 namespace kvo {
@@ -46,21 +45,27 @@ inline bool beats(Kvo16s sq, Kvo16s alp, Kvo16s sqk, Kvo16s alpk) {
     return Kvo64s{sq} * alpk > Kvo64s{sqk} * alp;
 }
 
-// Correlation of the target with the response, normalisation to 16 bits.
+// Correlation of the target with the response, normalisation to 16 bits: the doubled
+// correlations are saturating chains, tot = 5 + the sum of each track's largest magnitude,
+// and d is the doubled value shifted by norm(tot) - sf (saturating), rounded.  In range this is
+// the plain correlation narrowed with rounding by sf - norm + 15 bits.
 void targetCorrelation(Work& w, const Kvo16s* x, int tracks, int sf) {
-    Kvo32s d32[L];
-    impl::kvosCrossCorr_16s32s_Sfs(w.h, x, L, d32, 0);
+    Kvo32s y32[L];
     Kvo32s tot = 5;
     for (int t = 0; t < tracks; ++t) {
         Kvo32s mx = 0;
         for (int i = t; i < L; i += tracks) {
-            const Kvo32s a = Abs_32s(d32[i]);
+            Kvo32s s = 0;
+            for (int j = i; j < L; ++j) s = FMac_16s32s(s, x[j], w.h[j - i]);
+            y32[i] = s;
+            const Kvo32s a = Abs_32s(s);
             if (a > mx) mx = a;
         }
-        tot = Add_32s(tot, mx);
+        tot = Add_32s(tot, mx >> 1);
     }
-    const int norm = norm32(tot);
-    kvosConvert_NR_32s16s_Sfs_(d32, w.d, L, sf - norm + 15);
+    const int j = norm32(tot) - sf;
+    for (int i = 0; i < L; ++i)
+        w.d[i] = round16(j >= 0 ? ShiftL_32s(y32[i], j) : y32[i] >> -j);
 }
 
 // The sign-folded correlation matrix rr[i][j] = sign_i sign_j sum h2[k] h2[k + |i-j|].

@@ -470,6 +470,84 @@ TEST(GsmAmrPostFilter, GainControlTracksTheInputEnergy) {
     }
 }
 
+// 64-bit model of the gain control.  With A(z) = a0 alone (a0 = 2048, 4096 or 8192) the
+// formant stages reduce to two rounded, saturated scalings and the tilt factor is 0, so the
+// whole post filter has an exact model.
+int64_t sat(int64_t v, int64_t lo, int64_t hi) { return std::clamp(v, lo, hi); }
+int64_t agcEnergy(const Kvo16s* x) {
+    int64_t e = 0;
+    for (int i = 0; i < 40; ++i) e += int64_t{x[i]} * x[i];
+    if (2 * e <= INT32_MAX) return e >> 3;
+    e = 0;
+    for (int i = 0; i < 40; ++i) e += int64_t{x[i] >> 2} * (x[i] >> 2);
+    return std::min<int64_t>(2 * e, INT32_MAX);
+}
+int normOf(int64_t v) {
+    int n = 0;
+    while ((v << n) < (int64_t{1} << 30)) ++n;
+    return n;
+}
+std::array<Kvo16s, 160> postModel(const std::vector<Kvo16s>& x, int a0, Kvo16s& gain) {
+    auto scale = [a0](int64_t v) {  // round16(sat32((2 a0 v) << 3))
+        const int64_t t = sat(2 * a0 * v * 8, INT32_MIN, INT32_MAX);
+        return t >= 0x7fff8000 ? int64_t{32767} : (t + 32768) >> 16;
+    };
+    std::array<Kvo16s, 160> y{};
+    for (int s = 0; s < 4; ++s) {
+        const Kvo16s* in = x.data() + 40 * s;
+        Kvo16s* out = y.data() + 40 * s;
+        for (int i = 0; i < 40; ++i) out[i] = static_cast<Kvo16s>(scale(scale(in[i])));
+        const int64_t eo = agcEnergy(out);
+        if (eo == 0) {
+            gain = 0;
+            continue;
+        }
+        const int64_t ei = agcEnergy(in);
+        int64_t g0 = 0;
+        if (ei != 0) {
+            const int a = normOf(eo), b = normOf(ei);
+            const int64_t gOut = (((eo << a) >> 1) + 32768) >> 16;
+            const int64_t gIn = std::min<int64_t>(((ei << b) + 32768) >> 16, 32767);
+            int64_t r = gOut >= gIn ? 32767 : (gOut << 15) / gIn;
+            const int u = b - a;
+            r = u < -7 ? r >> (-8 - u) : std::min<int64_t>(r << (u + 8), INT32_MAX);
+            Kvo32s rr = static_cast<Kvo32s>(r);
+            kvosInvSqrt_32s_I(&rr, 1);
+            const int64_t t = std::min<int64_t>(int64_t{rr} << 9, INT32_MAX);
+            const int64_t i16 = t >= 0x7fff8000 ? 32767 : (t + 32768) >> 16;
+            g0 = (i16 * 3276) >> 15;
+        }
+        int64_t g = gain;
+        for (int i = 0; i < 40; ++i) {
+            g = sat(((g * 29491) >> 15) + g0, -32768, 32767);
+            out[i] = static_cast<Kvo16s>(sat((int64_t{out[i]} * g) >> 12, -32768, 32767));
+        }
+        gain = static_cast<Kvo16s>(g);
+    }
+    return y;
+}
+
+TEST(GsmAmrPostFilter, MatchesTheGainControlModel) {
+    std::mt19937 g(2024);
+    for (int r = 0; r < 300; ++r) {
+        SCOPED_TRACE(r);
+        const int a0 = r % 3 == 0 ? 2048 : (r % 3 == 1 ? 4096 : 8192);
+        const int amp = r % 4 == 0 ? 32767 : (r % 4 == 1 ? 40 : (r % 4 == 2 ? 3000 : 12000));
+        std::uniform_int_distribution<int> u(-amp - (amp == 32767), amp);
+        std::vector<Kvo16s> x(160);
+        for (auto& v : x) v = static_cast<Kvo16s>(u(g));
+        if (r % 10 == 3) std::fill(x.begin() + 40, x.begin() + 80, Kvo16s{0});
+        std::vector<Kvo16s> lpc(44, 0);
+        for (int s = 0; s < 4; ++s) lpc[11 * s] = static_cast<Kvo16s>(a0);
+        PostState st;
+        st.gain = static_cast<Kvo16s>(r % 5 == 0 ? 32767 : static_cast<int>(g() % 8192));
+        Kvo16s mg = st.gain;
+        const auto y = post(st, lpc, x, r % 2 ? 12 : 7);
+        EXPECT_EQ(y, postModel(x, a0, mg));
+        EXPECT_EQ(st.gain, mg);
+    }
+}
+
 TEST(GsmAmrPitch, ArgumentChecks) {
     using kvosc::test::BadArgs;
     const auto sets = identitySets();
