@@ -397,7 +397,40 @@ KvoStatus kvosRPEQuantDecode_GSMFR_16s(const Kvo16s* pSrc, Kvo16s mantissa, Kvo1
 /* Lag in 0..maxLag of the largest positive correlation of pSrc1 with pSrc2[lag..]. */
 KvoStatus kvosCrossCorrLagMax_16s(const Kvo16s* pSrc1, const Kvo16s* pSrc2, Kvo32s len,
                                   Kvo32s maxLag, Kvo32s* pMax, Kvo32s* pLag);
-/* ---- GSM AMR ------------------------------------------------------------ */
+/* ---- G.722 SB-ADPCM --------------------------------------------------------
+ * Vectors interleave one low-band and one high-band element per pair; len
+ * counts elements.  pMem is the caller's state block; the KvoG722State record
+ * lives at its first 16-byte boundary. */
+
+/* 24-tap QMF analysis: 16 kHz samples to (low, high) subband pairs; 24-word delay line. */
+KvoStatus kvosQMFEncode_G722_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len, Kvo16s* pDelay);
+/* 24-tap QMF synthesis: (low, high) subband pairs to 16 kHz samples; 24-word delay line. */
+KvoStatus kvosQMFDecode_G722_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len, Kvo16s* pDelay);
+/* Bytes for an encoder state block: sizeof(KvoG722State) plus 16 of alignment slack. */
+KvoStatus kvosSBADPCMEncodeStateSize_G722_16s(Kvo32s* pSize);
+/* Bytes for a decoder state block (same record as the encoder's). */
+KvoStatus kvosSBADPCMDecodeStateSize_G722_16s(Kvo32s* pSize);
+/* Writes the encoder start state (DETL 32, DETH 8, all else 0). */
+KvoStatus kvosSBADPCMEncodeInit_G722_16s(Kvo8u* pMem);
+/* Writes the decoder start state. */
+KvoStatus kvosSBADPCMDecodeInit_G722_16s(Kvo8u* pMem);
+/* Subband pairs to code pairs (IL 6 bits, IH 2 bits); len even. */
+KvoStatus kvosSBADPCMEncode_G722_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len, Kvo8u* pMem);
+/* Code pairs to subband pairs; mode 0 or 1: 64 kbit/s, 2: 56, any other: 48. */
+KvoStatus kvosSBADPCMDecode_G722_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len, Kvo32s mode,
+                                     Kvo8u* pMem);
+/* Restarts the low-band predictor from two synthesized samples and val after a lost frame. */
+KvoStatus kvosSBADPCMDecodeStateUpdate_G722_16s(const Kvo16s* pSrc, Kvo32s val, Kvo32s reset,
+                                                Kvo8u* pMem);
+/* Concealment class update from NBH > NBL, and peak limiting one period ahead. */
+KvoStatus kvosClassifyFrame_G722_16s_I(Kvo16s* pSrcDst, Kvo32s period, Kvo32s* pClass,
+                                       const Kvo8u* pMem);
+/* First-order DC removal of the high-band elements of subband pairs; 2-word state. */
+KvoStatus kvosFilterHighband_G722_16s_I(Kvo16s* pSrcDst, Kvo32s len, Kvo16s* pFilterState);
+/* Nine-tap low-pass and decimation by 4; 5 history samples before pSrc. */
+KvoStatus kvosDownsampleFilter_G722_16s(const Kvo16s* pSrc, Kvo32s len, Kvo16s* pDst);
+
+/* ---- GSM AMR algebraic codebook, pitch and post filter ------------------ */
 /* -- GSM AMR algebraic codebook (40-sample subframes; mode: KvoSpeechRate 0,1,3,6,7,8,11,12,25) -- */
 /* Fixed-codebook search of one subframe: sharpened impulse response in place, code vector,
  * filtered code vector and index words; pitchGain Q14, pitchLag 17..144. */
@@ -459,39 +492,6 @@ KvoStatus kvosAdaptiveCodebookDecode_GSMAMR_16s(Kvo32s index, Kvo16s* pPrevGoodL
 KvoStatus kvosPostFilter_GSMAMR_16s(const Kvo16s* pLpc, const Kvo16s* pSynth, Kvo16s* pTiltMem,
                                     Kvo16s* pPastGain, Kvo16s* pSpeechHistory, Kvo16s* pSynthMem,
                                     Kvo16s* pDst, KvoSpeechRate mode);
-/* ---- G.722 SB-ADPCM --------------------------------------------------------
- * Vectors interleave one low-band and one high-band element per pair; len
- * counts elements.  pMem is the caller's state block; the KvoG722State record
- * lives at its first 16-byte boundary. */
-
-/* 24-tap QMF analysis: 16 kHz samples to (low, high) subband pairs; 24-word delay line. */
-KvoStatus kvosQMFEncode_G722_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len, Kvo16s* pDelay);
-/* 24-tap QMF synthesis: (low, high) subband pairs to 16 kHz samples; 24-word delay line. */
-KvoStatus kvosQMFDecode_G722_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len, Kvo16s* pDelay);
-/* Bytes for an encoder state block: sizeof(KvoG722State) plus 16 of alignment slack. */
-KvoStatus kvosSBADPCMEncodeStateSize_G722_16s(Kvo32s* pSize);
-/* Bytes for a decoder state block (same record as the encoder's). */
-KvoStatus kvosSBADPCMDecodeStateSize_G722_16s(Kvo32s* pSize);
-/* Writes the encoder start state (DETL 32, DETH 8, all else 0). */
-KvoStatus kvosSBADPCMEncodeInit_G722_16s(Kvo8u* pMem);
-/* Writes the decoder start state. */
-KvoStatus kvosSBADPCMDecodeInit_G722_16s(Kvo8u* pMem);
-/* Subband pairs to code pairs (IL 6 bits, IH 2 bits); len even. */
-KvoStatus kvosSBADPCMEncode_G722_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len, Kvo8u* pMem);
-/* Code pairs to subband pairs; mode 0 or 1: 64 kbit/s, 2: 56, any other: 48. */
-KvoStatus kvosSBADPCMDecode_G722_16s(const Kvo16s* pSrc, Kvo16s* pDst, Kvo32s len, Kvo32s mode,
-                                     Kvo8u* pMem);
-/* Restarts the low-band predictor from two synthesized samples and val after a lost frame. */
-KvoStatus kvosSBADPCMDecodeStateUpdate_G722_16s(const Kvo16s* pSrc, Kvo32s val, Kvo32s reset,
-                                                Kvo8u* pMem);
-/* Concealment class update from NBH > NBL, and peak limiting one period ahead. */
-KvoStatus kvosClassifyFrame_G722_16s_I(Kvo16s* pSrcDst, Kvo32s period, Kvo32s* pClass,
-                                       const Kvo8u* pMem);
-/* First-order DC removal of the high-band elements of subband pairs; 2-word state. */
-KvoStatus kvosFilterHighband_G722_16s_I(Kvo16s* pSrcDst, Kvo32s len, Kvo16s* pFilterState);
-/* Nine-tap low-pass and decimation by 4; 5 history samples before pSrc. */
-KvoStatus kvosDownsampleFilter_G722_16s(const Kvo16s* pSrc, Kvo32s len, Kvo16s* pDst);
-
 /* ---- G.726 ------------------------------------------------------------- */
 
 /* Size in bytes of KvoG726EncodeState. */
