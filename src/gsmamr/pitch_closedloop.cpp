@@ -8,9 +8,10 @@
 // the normalised correlation uses saturating sums, a saturating shift in its recursive update
 // and a saturated 16-bit result; the fractional interpolations are saturating chains of
 // doubled products, rounded.  12.2 lag decoding falls back to the previous good lag in every
-// bad frame and in a good delta subframe whose index is 61 or more.  Lags that only indices or
-// states outside the coder's range can produce are held to 17..143 before the excitation is
-// read, so the decoder never reads outside the documented history.
+// bad frame and in a good delta subframe whose index is 61 or more.  Lags and fractions that
+// only indices or states outside the coder's range can produce are held to 17..143 and to the
+// fraction range of the resolution before the excitation is read, so the decoder never reads
+// outside the documented history.
 #include <cstring>
 
 #include "frame/impl.h"
@@ -356,6 +357,11 @@ KvoStatus kvosAdaptiveCodebookDecode_GSMAMR_16s(Kvo32s index, Kvo16s* pPrevGoodL
             *pLag = static_cast<Kvo16s>(lag);
         }
     }
+    // A 12.2 index far outside 0..511 can give a fraction outside -2..3: held in range.
+    if (thirds)
+        frac = frac < -1 ? -1 : (frac > 1 ? 1 : frac);
+    else
+        frac = frac < -2 ? -2 : (frac > 3 ? 3 : frac);
     Kvo16s* exc = pExcitation + 154;
     predLT3or6(exc, lag, frac, L, thirds);
     std::memcpy(pDstVector, exc, L * sizeof(Kvo16s));

@@ -127,6 +127,12 @@ TEST(GsmAmrPitch, LagDecoderBadFrameRules) {
     EXPECT_EQ(d.prevGood, 91);
     d = decode(3, 100, 0, 90, 60, e, 1, 1, 4);
     EXPECT_EQ(d.lag, 91);
+    // 12.2 indices far outside the 9-bit field are held to lag 17..143 and fraction -2..3.
+    d = decode(12, -32768, 0, 60, 60, e);
+    EXPECT_EQ(d.lag, 17);
+    EXPECT_EQ(d.v, predModel(e, 17, 3, false));
+    d = decode(12, 32767, 0, 60, 60, e);
+    EXPECT_EQ(d.lag, 143);
     // Index range: 0..511 outside 12.2 only.
     Dec x{};
     Exc ee = e;
