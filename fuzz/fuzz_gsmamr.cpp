@@ -98,7 +98,6 @@ void adaptiveCodebook(FuzzedDataProvider& fdp) {
         orderedVector(model + 154, lag[0], f, thirds);
         found = model.same_as(exc, 194);
     }
-    if (!found && std::getenv("AMR_FUZZ_DEBUG")) std::fprintf(stderr, "mode %d sf %d idx %d bad %d lag %d prev %d\n", mode, sf, idx16, bad, lag[0], prevGood[0]);
     KVOSC_FUZZ_CHECK(found);
 }
 

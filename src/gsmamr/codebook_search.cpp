@@ -15,6 +15,7 @@
 //
 // Deviation of layout only: the full 40 x 40 sign-folded matrix is computed for every mode
 // (its entries equal those of the per-mode block kernels).
+#include <algorithm>
 #include <cstring>
 
 #include "frame/impl.h"
@@ -52,11 +53,22 @@ inline bool beats(Kvo16s sq, Kvo16s alp, Kvo16s sqk, Kvo16s alpk) {
 void targetCorrelation(Work& w, const Kvo16s* x, int tracks, int sf) {
     Kvo32s y32[L];
     Kvo32s tot = 5;
+    Kvo64s mx16 = 0, sh = 0;
+    for (int i = 0; i < L; ++i) {
+        mx16 = std::max<Kvo64s>(mx16, x[i] < 0 ? -Kvo64s{x[i]} : x[i]);
+        sh += w.h[i] < 0 ? -Kvo64s{w.h[i]} : w.h[i];
+    }
+    const bool plain = 2 * mx16 * sh <= INT32_MAX;  // no partial sum can saturate
     for (int t = 0; t < tracks; ++t) {
         Kvo32s mx = 0;
         for (int i = t; i < L; i += tracks) {
             Kvo32s s = 0;
-            for (int j = i; j < L; ++j) s = FMac_16s32s(s, x[j], w.h[j - i]);
+            if (plain) {
+                for (int j = i; j < L; ++j) s += Kvo32s{x[j]} * w.h[j - i];
+                s *= 2;
+            } else {
+                for (int j = i; j < L; ++j) s = FMac_16s32s(s, x[j], w.h[j - i]);
+            }
             y32[i] = s;
             const Kvo32s a = Abs_32s(s);
             if (a > mx) mx = a;
@@ -83,17 +95,25 @@ void correlationMatrix(Work& w) {
         const Kvo16s k = static_cast<Kvo16s>(mulQ15(k0, 32440));
         for (int i = 0; i < L; ++i) h2[i] = sat16((Kvo32s{w.h[i]} * k + 32) >> 6);
     }
+    // Every running sum of h2[k] h2[k + dec] is bounded by the energy of h2: when twice that
+    // fits 32 bits the chains are plain sums.
+    Kvo64s e2 = 0;
+    for (int i = 0; i < L; ++i) e2 += Kvo32s{h2[i]} * h2[i];
+    const bool plain = 2 * e2 <= INT32_MAX;
+    auto mac = [plain](Kvo32s acc, Kvo16s a, Kvo16s b) {
+        return plain ? acc + 2 * (Kvo32s{a} * b) : FMac_16s32s(acc, a, b);
+    };
     // Diagonal.
     Kvo32s acc = 0;
     for (int k = 0; k < L; ++k) {
-        acc = FMac_16s32s(acc, h2[k], h2[k]);
+        acc = mac(acc, h2[k], h2[k]);
         w.rr[L - 1 - k][L - 1 - k] = round16(acc);
     }
     // Off-diagonal, by distance.
     for (int dec = 1; dec < L; ++dec) {
         acc = 0;
         for (int k = 0; k + dec < L; ++k) {
-            acc = FMac_16s32s(acc, h2[k], h2[k + dec]);
+            acc = mac(acc, h2[k], h2[k + dec]);
             const int j = L - 1 - k, i = j - dec;
             const Kvo16s r = round16(acc);
             const Kvo16s sgn = static_cast<Kvo16s>(mulQ15(w.sign[i], w.sign[j]));

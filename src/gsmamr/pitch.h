@@ -14,10 +14,36 @@ constexpr bool pitchModeValid(KvoSpeechRate m) {
            m == 25;
 }
 
-// Saturating chain of doubled products: acc = sat32(acc + sat32(2 a[i] b[i])) in index order.
-inline Kvo32s macChain(const Kvo16s* a, const Kvo16s* b, int n, Kvo32s acc = 0) {
+// Saturating chain of doubled products from 0: acc = sat32(acc + sat32(2 a[i] b[i])) in index
+// order.  When the doubled magnitudes add up to no more than INT32_MAX no partial sum can
+// saturate and the exact sum is the chain's result; otherwise the chain runs in order.
+inline Kvo32s macChain(const Kvo16s* a, const Kvo16s* b, int n) {
+    Kvo64s sum = 0, mag = 0;
+    for (int i = 0; i < n; ++i) {
+        const Kvo32s p = Kvo32s{a[i]} * b[i];
+        sum += p;
+        mag += p < 0 ? -Kvo64s{p} : p;
+    }
+    if (2 * mag <= INT32_MAX) return static_cast<Kvo32s>(2 * sum);
+    Kvo32s acc = 0;
     for (int i = 0; i < n; ++i) acc = FMac_16s32s(acc, a[i], b[i]);
     return acc;
+}
+
+// Largest magnitude of n samples (32768 for -32768).
+inline Kvo32s maxAbs16(const Kvo16s* x, int n) {
+    Kvo32s m = 0;
+    for (int i = 0; i < n; ++i) {
+        const Kvo32s v = x[i] < 0 ? -Kvo32s{x[i]} : x[i];
+        if (v > m) m = v;
+    }
+    return m;
+}
+// Sum of the magnitudes of n samples.
+inline Kvo32s sumAbs16(const Kvo16s* x, int n) {
+    Kvo32s s = 0;
+    for (int i = 0; i < n; ++i) s += x[i] < 0 ? -Kvo32s{x[i]} : x[i];
+    return s;
 }
 
 // The adaptive vector at lag + fraction, built in place at e[0 .. len-1] from e[-lag - 10 ..]:

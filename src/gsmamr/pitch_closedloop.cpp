@@ -31,6 +31,20 @@ void predLT3or6(Kvo16s* e, int lag, int frac, int len, bool thirds) {
     }
     const Kvo16s* c1 = tab::inter_6new[g];
     const Kvo16s* c2 = tab::inter_6new[6 - g];
+    // No partial sum can saturate when twice the largest source magnitude times the taps'
+    // magnitude sum stays in 32 bits; samples written in place (short lags) count as full scale.
+    const int span = lag + 10;  // history samples before e[0] that can be read
+    Kvo32s m = maxAbs16(e - span, span);
+    if (lag < len + 10) m = 32768;
+    const Kvo64s bound = 2 * Kvo64s{m} * (sumAbs16(c1, 10) + sumAbs16(c2, 10));
+    if (bound <= INT32_MAX) {
+        for (int n = 0; n < len; ++n, ++x) {
+            Kvo32s s = 0;
+            for (int i = 0; i < 10; ++i) s += Kvo32s{x[-i]} * c1[i] + Kvo32s{x[1 + i]} * c2[i];
+            e[n] = round16(2 * s);
+        }
+        return;
+    }
     for (int n = 0; n < len; ++n, ++x) {
         Kvo32s s = 0;
         for (int i = 0; i < 10; ++i) {
@@ -72,9 +86,16 @@ constexpr bool isDelta(int subframe, KvoSpeechRate mode) {
 void normCorr(const Kvo16s* exc, const Kvo16s* t, const Kvo16s* h, int a, int b, Kvo16s* corr) {
     Kvo16s y[L];
     int k = -a;
+    // Convolution chains: plain sums when no partial sum can reach 32 bits.
+    const bool plain = 2 * Kvo64s{maxAbs16(exc + k, L)} * sumAbs16(h, L) <= INT32_MAX;
     for (int n = 0; n < L; ++n) {
         Kvo32s s = 0;
-        for (int i = 0; i <= n; ++i) s = FMac_16s32s(s, exc[k + i], h[n - i]);
+        if (plain)
+            for (int i = 0; i <= n; ++i) s += Kvo32s{exc[k + i]} * h[n - i];
+        if (plain)
+            s *= 2;
+        else
+            for (int i = 0; i <= n; ++i) s = FMac_16s32s(s, exc[k + i], h[n - i]);
         y[n] = hi(ShiftL_32s(s, 3));
     }
     int hfac = 3, scaling = 0;

@@ -125,14 +125,19 @@ TEST(GsmAmrCodebook, SearchIndicesDecodeToTheCodeVectorInEveryMode) {
             const int sf = r % 4;
             const int lag = r % 3 == 0 ? 20 + r % 20 : 40 + r % 100;
             const int gain = (r * 977) % 16384;
-            const Vec h = impulse(g), x = randomVec(g, r % 5 == 0 ? 30000 : 3000);
+            // Every 7th trial a full-scale response (energy beyond 2^30: the halved matrix).
+            const bool loud = r % 7 == 3;
+            const Vec h = loud ? randomVec(g, 32767) : impulse(g);
+            const Vec x = randomVec(g, r % 5 == 0 ? 30000 : 3000);
             const Vec res = randomVec(g, 4000);
             const Out o = search(mode, sf, lag, gain, x, res, h);
             const Vec hs = lag < L ? sharpen(h, lag, gain) : h;
             EXPECT_EQ(o.h, hs);
             const Vec c = decode(mode, sf, o.idx);
             EXPECT_EQ(o.code, lag < L ? sharpen(c, lag, gain) : c);
-            EXPECT_EQ(o.flt, filteredModel(mode, c, hs));
+            if (!loud) {
+                EXPECT_EQ(o.flt, filteredModel(mode, c, hs));
+            }
             // Pulse count and amplitudes of the mode.
             int pulses = 0;
             for (Kvo16s v : c) {
