@@ -334,6 +334,47 @@ TEST(GsmAmrPitch, OpenLoopScalesQuietAndLoudFrames) {
     }
 }
 
+// 64-bit model of VAD option 1's high-pass correlation maximum on the second half frame:
+// M = max |2 c(l) - c(l+1) - c(l-1)|, D = |4 r0 - 4 r1|, q = ((M' >> 17) << 15) / (D' >> 16)
+// with M', D' normalised, shifted by a - 1 - b.
+TEST(GsmAmrPitch, HighPassCorrelationMatchesModel) {
+    std::mt19937 g(77);
+    for (int r = 0; r < 40; ++r) {
+        SCOPED_TRACE(r);
+        std::uniform_int_distribution<int> u(-2500, 2500);
+        std::vector<Kvo16s> all(303);
+        int acc = 0;
+        for (auto& v : all) v = static_cast<Kvo16s>(acc = (r % 2 ? acc / 2 : 0) + u(g));
+        std::array<Kvo16s, 143> oldW{};
+        std::copy(all.begin(), all.begin() + 143, oldW.begin());
+        const OlOut o = openLoop(1, 7, std::vector<Kvo16s>(all.begin() + 133, all.end()), oldW);
+        const int b0 = 223;  // second half block
+        int64_t en = 0;
+        for (int n = b0 - 143; n < b0 + 80; ++n) en += int64_t{all[n]} * all[n];
+        ASSERT_TRUE(en >= 0x80000 && en < 0x40000000);
+        auto c = [&](int lag) {
+            int64_t s = 0;
+            for (int j = 0; j < 80; ++j) s += int64_t{all[b0 + j]} * all[b0 + j - lag];
+            return 2 * s;
+        };
+        auto s32 = [](int64_t v) { return std::clamp<int64_t>(v, INT32_MIN, INT32_MAX); };
+        int64_t M = INT32_MIN;
+        for (int l = 21; l <= 142; ++l) M = std::max(M, std::abs(s32(s32(s32(2 * c(l)) - c(l + 1)) - c(l - 1))));
+        const int64_t D = std::abs(s32(2 * c(0)) - s32(2 * c(1)));
+        auto norm = [](int64_t v) {
+            int n = 0;
+            while (v != 0 && (v << n) < (int64_t{1} << 30)) ++n;
+            return n;
+        };
+        const int a = norm(M), b = norm(D);
+        const int64_t den = (D << b) >> 16;
+        const int64_t q = den == 0 ? 0 : ((((M << a) >> 17) << 15) / den);
+        const int sh = a - 1 - b;
+        const int64_t want = sh >= 0 ? q >> sh : std::min<int64_t>(q << -sh, 32767);
+        EXPECT_EQ(o.hp, want);
+    }
+}
+
 TEST(GsmAmrPitch, OpenLoopOnNoise) {
     std::mt19937 g(21);
     std::uniform_int_distribution<int> u(-2000, 2000);
