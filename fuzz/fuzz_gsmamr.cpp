@@ -48,7 +48,11 @@ void fixedCodebook(FuzzedDataProvider& fdp) {
             ++pulses;
         }
     }
-    const int most = mode == 12 || mode == 25 ? 10 : mode == 11 ? 8 : mode == 6 ? 3 : mode >= 7 ? 4 : 2;
+    const int most = mode == 12 || mode == 25 ? 10
+                     : mode == 11             ? 8
+                     : mode == 6              ? 3
+                     : mode >= 7              ? 4
+                                              : 2;
     KVOSC_FUZZ_CHECK(pulses <= most);
 }
 
@@ -79,8 +83,8 @@ void adaptiveCodebook(FuzzedDataProvider& fdp) {
     const int16_t bg = fdp.ConsumeIntegral<int16_t>(), hang = fdp.ConsumeIntegral<int16_t>();
     const KvoSpeechRate mode = pickMode(fdp);
     const auto before = exc.snapshot();
-    const KvoStatus st = kvosAdaptiveCodebookDecode_GSMAMR_16s(index, prevGood, lagBuf, exc, lag, vec,
-                                                               sf, bad, bg, hang, mode);
+    const KvoStatus st = kvosAdaptiveCodebookDecode_GSMAMR_16s(index, prevGood, lagBuf, exc, lag,
+                                                               vec, sf, bad, bg, hang, mode);
     const int idx16 = static_cast<int16_t>(index);
     if (sf < 0 || sf > 3) return KVOSC_FUZZ_CHECK(st == kvoErrSize && exc.same_as(before));
     if (!valid(mode) || (mode != 12 && (idx16 < 0 || idx16 > 511)))
@@ -117,9 +121,15 @@ void postFilter(FuzzedDataProvider& fdp) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider fdp(data, size);
     switch (fdp.ConsumeIntegralInRange(0, 2)) {
-        case 0: fixedCodebook(fdp); break;
-        case 1: adaptiveCodebook(fdp); break;
-        default: postFilter(fdp); break;
+        case 0:
+            fixedCodebook(fdp);
+            break;
+        case 1:
+            adaptiveCodebook(fdp);
+            break;
+        default:
+            postFilter(fdp);
+            break;
     }
     return 0;
 }

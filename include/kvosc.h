@@ -431,7 +431,7 @@ KvoStatus kvosFilterHighband_G722_16s_I(Kvo16s* pSrcDst, Kvo32s len, Kvo16s* pFi
 KvoStatus kvosDownsampleFilter_G722_16s(const Kvo16s* pSrc, Kvo32s len, Kvo16s* pDst);
 
 /* ---- GSM AMR algebraic codebook, pitch and post filter ------------------ */
-/* -- GSM AMR algebraic codebook (40-sample subframes; mode: KvoSpeechRate 0,1,3,6,7,8,11,12,25) -- */
+/* -- GSM AMR algebraic codebook (40-sample subframes; modes 0, 1, 3, 6, 7, 8, 11, 12, 25) -- */
 /* Fixed-codebook search of one subframe: sharpened impulse response in place, code vector,
  * filtered code vector and index words; pitchGain Q14, pitchLag 17..144. */
 KvoStatus kvosAlgebraicCodebookSearch_GSMAMR_16s(Kvo16s pitchLag, Kvo16s pitchGain,

@@ -18,8 +18,8 @@ constexpr bool cbModeValid(KvoSpeechRate m) {
 // 4.75/5.15: tracks of the two pulses by subframe and group (entry g*8 + sf*2 and + 1).
 inline constexpr Kvo16s kStartPos[16] = {0, 2, 0, 3, 0, 2, 0, 3, 1, 3, 2, 4, 1, 4, 1, 4};
 // 4.75/5.15: nonzero where the first pulse's track belongs to group 1.
-inline constexpr Kvo16s kTrackTable[20] = {0, 1, 0, 1, -1, 0, -1, 1, 0, 1,
-                                           0, 1, 0, -1, 1, 0, 1, -1, 0, 1};
+inline constexpr Kvo16s kTrackTable[20] = {0, 1, 0, 1,  -1, 0, -1, 1,  0, 1,
+                                           0, 1, 0, -1, 1,  0, 1,  -1, 0, 1};
 // 5.90: track of the first and of the second pulse for each of the 8 combinations.
 inline constexpr Kvo16s kStartPos1R59[8] = {1, 1, 1, 1, 3, 3, 3, 3};
 inline constexpr Kvo16s kStartPos2R59[8] = {0, 1, 2, 4, 0, 1, 2, 4};

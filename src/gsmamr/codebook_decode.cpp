@@ -14,7 +14,9 @@ namespace amr {
 
 namespace {
 
-inline Kvo16s lowAmp(int bit) { return bit ? Kvo16s{8191} : Kvo16s{-8192}; }
+inline Kvo16s lowAmp(int bit) {
+    return bit ? Kvo16s{8191} : Kvo16s{-8192};
+}
 
 // Two positions of one track: the first takes s, the second adds s, negated when the second
 // position lies below the first.
@@ -121,8 +123,8 @@ void fixedCodebookDecode(const Kvo16s* idx, Kvo16s* code, int subframe, KvoSpeec
 
 namespace impl {
 
-KvoStatus kvosFixedCodebookDecode_GSMAMR_16s(const Kvo16s* pIndices, Kvo16s* pCode,
-                                             Kvo16s subframe, KvoSpeechRate mode) {
+KvoStatus kvosFixedCodebookDecode_GSMAMR_16s(const Kvo16s* pIndices, Kvo16s* pCode, Kvo16s subframe,
+                                             KvoSpeechRate mode) {
     if (!pIndices || !pCode) return kvoErrNullPtr;
     if (subframe < 0 || subframe > 3 || !amr::cbModeValid(mode)) return kvoErrRange;
     amr::fixedCodebookDecode(pIndices, pCode, subframe, mode);

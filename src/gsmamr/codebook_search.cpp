@@ -30,16 +30,20 @@ namespace {
 constexpr int L = kSubfr;
 
 struct Work {
-    Kvo16s h[L];       // sharpened impulse response
-    Kvo16s d[L];       // correlation (magnitude in modes 0..8)
-    Kvo16s sign[L];    // +-32767
-    Kvo16s en[L];      // 10.2 / 12.2: combined sign criterion (magnitude)
-    Kvo16s rr[L][L];   // sign-folded correlation matrix of the response
+    Kvo16s h[L];      // sharpened impulse response
+    Kvo16s d[L];      // correlation (magnitude in modes 0..8)
+    Kvo16s sign[L];   // +-32767
+    Kvo16s en[L];     // 10.2 / 12.2: combined sign criterion (magnitude)
+    Kvo16s rr[L][L];  // sign-folded correlation matrix of the response
 };
 
 // sq of a 16-bit sum: mult(ps, ps).
-inline Kvo16s sqOf(Kvo16s ps) { return sat16(mulQ15(ps, ps)); }
-inline Kvo16s add16(Kvo32s a, Kvo32s b) { return sat16(a + b); }
+inline Kvo16s sqOf(Kvo16s ps) {
+    return sat16(mulQ15(ps, ps));
+}
+inline Kvo16s add16(Kvo32s a, Kvo32s b) {
+    return sat16(a + b);
+}
 
 // Candidate (sq, alp) beats (sqk, alpk): sq alpk > sqk alp.
 inline bool beats(Kvo16s sq, Kvo16s alp, Kvo16s sqk, Kvo16s alpk) {
@@ -76,8 +80,7 @@ void targetCorrelation(Work& w, const Kvo16s* x, int tracks, int sf) {
         tot = Add_32s(tot, mx >> 1);
     }
     const int j = norm32(tot) - sf;
-    for (int i = 0; i < L; ++i)
-        w.d[i] = round16(j >= 0 ? ShiftL_32s(y32[i], j) : y32[i] >> -j);
+    for (int i = 0; i < L; ++i) w.d[i] = round16(j >= 0 ? ShiftL_32s(y32[i], j) : y32[i] >> -j);
 }
 
 // The sign-folded correlation matrix rr[i][j] = sign_i sign_j sum h2[k] h2[k + |i-j|].
@@ -231,8 +234,8 @@ void searchMulti(const Work& w, int pulses, int* best) {
             int i1 = tr[1];
             for (int x = tr[1]; x < L; x += 5) {
                 const Kvo16s ps = add16(ps0, w.d[x]);
-                const Kvo16s alp = sat16(
-                    (Kvo32s{w.rr[x][x]} + 2 * Kvo32s{w.rr[i0][x]} + w.rr[i0][i0] + 2) >> 2);
+                const Kvo16s alp =
+                    sat16((Kvo32s{w.rr[x][x]} + 2 * Kvo32s{w.rr[i0][x]} + w.rr[i0][i0] + 2) >> 2);
                 const Kvo16s sq = sqOf(ps);
                 if (beats(sq, alp, sq1, a1)) {
                     sq1 = sq;
@@ -246,9 +249,9 @@ void searchMulti(const Work& w, int pulses, int* best) {
             int i2 = tr[2];
             for (int x = tr[2]; x < L; x += 5) {
                 const Kvo16s ps = add16(ps1, w.d[x]);
-                const Kvo16s alp =
-                    sat16((Kvo32s{w.rr[x][x]} + (Kvo32s{a1} << 2) +
-                           2 * (Kvo32s{w.rr[i0][x]} + w.rr[i1][x]) + 8) >> 4);
+                const Kvo16s alp = sat16((Kvo32s{w.rr[x][x]} + (Kvo32s{a1} << 2) +
+                                          2 * (Kvo32s{w.rr[i0][x]} + w.rr[i1][x]) + 8) >>
+                                         4);
                 const Kvo16s sq = sqOf(ps);
                 if (pulses == 3) {
                     if (beats(sq, alp, psk, alpk)) {
@@ -269,9 +272,10 @@ void searchMulti(const Work& w, int pulses, int* best) {
             // Level 3: fourth pulse, against the overall best.
             for (int x = tr[3]; x < L; x += 5) {
                 const Kvo16s ps = add16(ps2, w.d[x]);
-                const Kvo16s alp = sat16(
-                    (Kvo32s{w.rr[x][x]} + (Kvo32s{a2} << 4) +
-                     2 * (Kvo32s{w.rr[i0][x]} + w.rr[i1][x] + w.rr[i2][x]) + 8) >> 4);
+                const Kvo16s alp =
+                    sat16((Kvo32s{w.rr[x][x]} + (Kvo32s{a2} << 4) +
+                           2 * (Kvo32s{w.rr[i0][x]} + w.rr[i1][x] + w.rr[i2][x]) + 8) >>
+                          4);
                 const Kvo16s sq = sqOf(ps);
                 if (beats(sq, alp, psk, alpk)) {
                     psk = sq;
@@ -333,10 +337,18 @@ void searchPairs(const Work& w, int T, int* best) {
                 for (int q = 0; q < nfix; ++q) C += w.rr[x][cur[q]];
                 const Kvo64s D = w.rr[x][x];
                 switch (lev) {
-                    case 1: Ax[n] = C * 8192 + D * 4096 + A; break;
-                    case 2: Ax[n] = C * 4096 + D * 2048 + Kvo64s{alpPrev} * 32768; break;
-                    case 3: Ax[n] = C * 2048 + D * 1024 + Kvo64s{alpPrev} * 32768; break;
-                    default: Ax[n] = C * 1024 + D * 512 + Kvo64s{alpPrev} * 32768; break;
+                    case 1:
+                        Ax[n] = C * 8192 + D * 4096 + A;
+                        break;
+                    case 2:
+                        Ax[n] = C * 4096 + D * 2048 + Kvo64s{alpPrev} * 32768;
+                        break;
+                    case 3:
+                        Ax[n] = C * 2048 + D * 1024 + Kvo64s{alpPrev} * 32768;
+                        break;
+                    default:
+                        Ax[n] = C * 1024 + D * 512 + Kvo64s{alpPrev} * 32768;
+                        break;
                 }
                 psx[n] = add16(ps, w.d[x]);
             }
@@ -346,14 +358,22 @@ void searchPairs(const Work& w, int T, int* best) {
                 for (int q = 0; q < nfix; ++q) C += w.rr[y][cur[q]];
                 const Kvo64s D = w.rr[y][y];
                 switch (lev) {
-                    case 1: Ay[n] = ((C * 8192 + D * 4096 + 16384) >> 15) * 32768; break;
-                    case 2: Ay[n] = ((C + (D >> 1) + 2) & -4) * 4096; break;
-                    case 3: Ay[n] = ((C + (D >> 1) + 4) & -8) * 2048; break;
-                    default: Ay[n] = ((C + (D >> 1) + 4) & -8) * 1024; break;
+                    case 1:
+                        Ay[n] = ((C * 8192 + D * 4096 + 16384) >> 15) * 32768;
+                        break;
+                    case 2:
+                        Ay[n] = ((C + (D >> 1) + 2) & -4) * 4096;
+                        break;
+                    case 3:
+                        Ay[n] = ((C + (D >> 1) + 4) & -8) * 2048;
+                        break;
+                    default:
+                        Ay[n] = ((C + (D >> 1) + 4) & -8) * 1024;
+                        break;
                 }
             }
-            const int sh = 14 - lev;           // 13, 12, 11, 10
-            const int rs = lev + 2;            // 3, 4, 5, 6
+            const int sh = 14 - lev;  // 13, 12, 11, 10
+            const int rs = lev + 2;   // 3, 4, 5, 6
             const Kvo64s rnd = Kvo64s{1} << (rs - 1);
             Kvo16s sqk = -1, ak = 1;
             int bx = tx, by = ty;
@@ -420,7 +440,9 @@ void buildLowRate(const Work& w, const int* pos, int n, KvoSpeechRate mode, int 
                 const int t = pos[k] % 5, i = pos[k] / 5;
                 bool shortForm = false;  // index in the <<1 form: sign in bit 0
                 switch (t) {
-                    case 0: w0 += i << 6; break;
+                    case 0:
+                        w0 += i << 6;
+                        break;
                     case 1:
                         if (k == 0) {
                             w0 += i << 1;
@@ -429,12 +451,16 @@ void buildLowRate(const Work& w, const int* pos, int n, KvoSpeechRate mode, int 
                             w0 += (i << 6) | 16;
                         }
                         break;
-                    case 2: w0 += (i << 6) | 32; break;
+                    case 2:
+                        w0 += (i << 6) | 32;
+                        break;
                     case 3:
                         w0 += (i << 1) | 1;
                         shortForm = true;
                         break;
-                    default: w0 += (i << 6) | 48; break;
+                    default:
+                        w0 += (i << 6) | 48;
+                        break;
                 }
                 if (positive[k]) w1 |= shortForm ? 1 : 2;
             }

@@ -74,7 +74,8 @@ constexpr SearchRow kRows[4] = {{84, 1, -2, 2, 5, 10, 5, 9, 20},
                                 {94, 0, -3, 3, 3, 6, 5, 9, 18}};
 
 constexpr const SearchRow& rowOf(KvoSpeechRate mode) {
-    return mode == 0 || mode == 1 ? kRows[0] : (mode == 8 ? kRows[2] : (mode == 12 ? kRows[3] : kRows[1]));
+    return mode == 0 || mode == 1 ? kRows[0]
+                                  : (mode == 8 ? kRows[2] : (mode == 12 ? kRows[3] : kRows[1]));
 }
 
 constexpr bool isDelta(int subframe, KvoSpeechRate mode) {
@@ -136,7 +137,9 @@ Kvo16s interpCorr(const Kvo16s* corr, int lag, int g) {
     return round16(s);
 }
 
-int clampLag(int lag) { return lag < 17 ? 17 : (lag > kPitMax ? kPitMax : lag); }
+int clampLag(int lag) {
+    return lag < 17 ? 17 : (lag > kPitMax ? kPitMax : lag);
+}
 
 }  // namespace
 }  // namespace amr
@@ -145,9 +148,9 @@ namespace impl {
 
 KvoStatus kvosImpulseResponseTarget_GSMAMR_16s(const Kvo16s* pSpeech, const Kvo16s* pWeighted1,
                                                const Kvo16s* pWeighted2, const Kvo16s* pLpc,
-                                               const Kvo16s* pErrorMem,
-                                               const Kvo16s* pWeightedMem, Kvo16s* pDstImpulse,
-                                               Kvo16s* pDstResidual, Kvo16s* pDstTarget) {
+                                               const Kvo16s* pErrorMem, const Kvo16s* pWeightedMem,
+                                               Kvo16s* pDstImpulse, Kvo16s* pDstResidual,
+                                               Kvo16s* pDstTarget) {
     if (!pSpeech || !pWeighted1 || !pWeighted2 || !pLpc || !pErrorMem || !pWeightedMem ||
         !pDstImpulse || !pDstResidual || !pDstTarget)
         return kvoErrNullPtr;
@@ -287,13 +290,11 @@ KvoStatus kvosAdaptiveCodebookSearch_GSMAMR_16s(const Kvo16s* pTarget, const Kvo
 
 KvoStatus kvosAdaptiveCodebookDecode_GSMAMR_16s(Kvo32s index, Kvo16s* pPrevGoodLag,
                                                 Kvo16s* pLagBuffer, Kvo16s* pExcitation,
-                                                Kvo16s* pLag, Kvo16s* pDstVector,
-                                                Kvo16s subframe, Kvo16s badFrame,
-                                                Kvo16s inBackgroundNoise, Kvo16s voicedHangover,
-                                                KvoSpeechRate mode) {
+                                                Kvo16s* pLag, Kvo16s* pDstVector, Kvo16s subframe,
+                                                Kvo16s badFrame, Kvo16s inBackgroundNoise,
+                                                Kvo16s voicedHangover, KvoSpeechRate mode) {
     using namespace amr;
-    if (!pPrevGoodLag || !pLagBuffer || !pExcitation || !pLag || !pDstVector)
-        return kvoErrNullPtr;
+    if (!pPrevGoodLag || !pLagBuffer || !pExcitation || !pLag || !pDstVector) return kvoErrNullPtr;
     if (subframe < 0 || subframe > 3) return kvoErrSize;
     if (!pitchModeValid(mode)) return kvoErrRange;
     const int idx = lo16(index);

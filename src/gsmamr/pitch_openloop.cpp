@@ -28,10 +28,10 @@ namespace {
 constexpr int kPitMax = 143;
 
 struct VadIo {
-    Kvo16s* tone = nullptr;    // option 1
-    Kvo16s* hpOut = nullptr;   // option 1
-    Kvo32s* corrSum = nullptr; // option 2
-    Kvo32s* enerSum = nullptr; // option 2
+    Kvo16s* tone = nullptr;     // option 1
+    Kvo16s* hpOut = nullptr;    // option 1
+    Kvo32s* corrSum = nullptr;  // option 2
+    Kvo32s* enerSum = nullptr;  // option 2
 };
 
 // Scaled copy of the L + 143 samples ending with the block; returns the scale (3, 0, -3).
@@ -152,8 +152,8 @@ Kvo16s pitchOL(KvoSpeechRate mode, const Kvo16s* sig, int m, int len, int half, 
 }
 
 // Weighted maximum of 10.2 over lags 143 .. 20 and the open-loop gain flag.
-Kvo16s lagMax(const Kvo32s* corr, const Kvo16s* x, bool weighted, int medianLag,
-              Kvo16s* gainFlag, VadIo& v) {
+Kvo16s lagMax(const Kvo32s* corr, const Kvo16s* x, bool weighted, int medianLag, Kvo16s* gainFlag,
+              VadIo& v) {
     Kvo32s best = INT32_MIN;
     int bestLag = kPitMax;
     for (int k = 0; k < 124; ++k) {
@@ -241,11 +241,11 @@ void openLoop(const Kvo16s* w1, const Kvo16s* w2, const Kvo16s* speech, Kvo16s* 
 namespace impl {
 
 KvoStatus kvosOpenLoopPitchSearchNonDTX_GSMAMR_16s(const Kvo16s* pWeighted1,
-                                                   const Kvo16s* pWeighted2,
-                                                   const Kvo16s* pSpeech, Kvo16s* pMedianLag,
-                                                   Kvo16s* pWeightGain, Kvo16s* pLagHistory,
-                                                   Kvo16s* pOldWeighted, Kvo16s* pDstLags,
-                                                   Kvo16s* pDstGainFlags, KvoSpeechRate mode) {
+                                                   const Kvo16s* pWeighted2, const Kvo16s* pSpeech,
+                                                   Kvo16s* pMedianLag, Kvo16s* pWeightGain,
+                                                   Kvo16s* pLagHistory, Kvo16s* pOldWeighted,
+                                                   Kvo16s* pDstLags, Kvo16s* pDstGainFlags,
+                                                   KvoSpeechRate mode) {
     if (!pWeighted1 || !pWeighted2 || !pSpeech || !pMedianLag || !pWeightGain || !pLagHistory ||
         !pOldWeighted || !pDstLags || !pDstGainFlags)
         return kvoErrNullPtr;
@@ -256,14 +256,15 @@ KvoStatus kvosOpenLoopPitchSearchNonDTX_GSMAMR_16s(const Kvo16s* pWeighted1,
     return kvoOk;
 }
 
-KvoStatus kvosOpenLoopPitchSearchDTXVAD1_GSMAMR_16s(
-    const Kvo16s* pWeighted1, const Kvo16s* pWeighted2, const Kvo16s* pSpeech,
-    Kvo16s* pToneRegister, Kvo16s* pMedianLag, Kvo16s* pWeightGain, Kvo16s* pLagHistory,
-    Kvo16s* pOldWeighted, Kvo16s* pDstBestCorrHp, Kvo16s* pDstLags, Kvo16s* pDstGainFlags,
-    KvoSpeechRate mode) {
-    if (!pWeighted1 || !pWeighted2 || !pSpeech || !pToneRegister || !pMedianLag ||
-        !pWeightGain || !pLagHistory || !pOldWeighted || !pDstBestCorrHp || !pDstLags ||
-        !pDstGainFlags)
+KvoStatus kvosOpenLoopPitchSearchDTXVAD1_GSMAMR_16s(const Kvo16s* pWeighted1,
+                                                    const Kvo16s* pWeighted2, const Kvo16s* pSpeech,
+                                                    Kvo16s* pToneRegister, Kvo16s* pMedianLag,
+                                                    Kvo16s* pWeightGain, Kvo16s* pLagHistory,
+                                                    Kvo16s* pOldWeighted, Kvo16s* pDstBestCorrHp,
+                                                    Kvo16s* pDstLags, Kvo16s* pDstGainFlags,
+                                                    KvoSpeechRate mode) {
+    if (!pWeighted1 || !pWeighted2 || !pSpeech || !pToneRegister || !pMedianLag || !pWeightGain ||
+        !pLagHistory || !pOldWeighted || !pDstBestCorrHp || !pDstLags || !pDstGainFlags)
         return kvoErrNullPtr;
     if (!amr::pitchModeValid(mode)) return kvoErrRange;
     amr::VadIo v;
@@ -275,10 +276,9 @@ KvoStatus kvosOpenLoopPitchSearchDTXVAD1_GSMAMR_16s(
 }
 
 KvoStatus kvosOpenLoopPitchSearchDTXVAD2_GSMAMR_16s32s(
-    const Kvo16s* pWeighted1, const Kvo16s* pWeighted2, const Kvo16s* pSpeech,
-    Kvo16s* pMedianLag, Kvo16s* pWeightGain, Kvo16s* pLagHistory, Kvo16s* pOldWeighted,
-    Kvo32s* pCorrSum, Kvo32s* pEnergySum, Kvo16s* pDstLags, Kvo16s* pDstGainFlags,
-    KvoSpeechRate mode) {
+    const Kvo16s* pWeighted1, const Kvo16s* pWeighted2, const Kvo16s* pSpeech, Kvo16s* pMedianLag,
+    Kvo16s* pWeightGain, Kvo16s* pLagHistory, Kvo16s* pOldWeighted, Kvo32s* pCorrSum,
+    Kvo32s* pEnergySum, Kvo16s* pDstLags, Kvo16s* pDstGainFlags, KvoSpeechRate mode) {
     if (!pWeighted1 || !pWeighted2 || !pSpeech || !pMedianLag || !pWeightGain || !pLagHistory ||
         !pOldWeighted || !pCorrSum || !pEnergySum || !pDstLags || !pDstGainFlags)
         return kvoErrNullPtr;

@@ -55,7 +55,8 @@ Vec impulse(std::mt19937& g) {
 Vec sharpen(Vec v, int lag, int gain) {
     const int64_t s = std::clamp<int64_t>(2 * gain, -32768, 32767);
     for (int n = lag; n < L; ++n)
-        v[n] = static_cast<Kvo16s>(std::clamp<int64_t>(v[n] + ((s * v[n - lag]) >> 15), -32768, 32767));
+        v[n] = static_cast<Kvo16s>(
+            std::clamp<int64_t>(v[n] + ((s * v[n - lag]) >> 15), -32768, 32767));
     return v;
 }
 
@@ -149,8 +150,8 @@ TEST(GsmAmrCodebook, SearchIndicesDecodeToTheCodeVectorInEveryMode) {
                 else
                     EXPECT_TRUE(v == 8191 || v == -8192);
                 pulses += mode == 12 || mode == 25 ? std::abs(v) / 4096
-                          : mode == 11            ? std::abs(v) / 8191
-                                                  : 1;
+                          : mode == 11             ? std::abs(v) / 8191
+                                                   : 1;
             }
             const int want = mode <= 3 ? 2 : mode == 6 ? 3 : mode <= 8 ? 4 : mode == 11 ? 8 : 10;
             if (mode <= 8)
@@ -267,7 +268,8 @@ TEST(GsmAmrCodebook, DeeperSearchesComeCloseToExhaustiveSearch) {
                 for (int b = r67[1][s]; b < L; b += 5)
                     for (int c3 = r67[2][s]; c3 < L; c3 += 5) {
                         Vec c{};
-                        for (int p : {a, b, c3}) c[p] = static_cast<Kvo16s>(d[p] >= 0 ? 8191 : -8191);
+                        for (int p : {a, b, c3})
+                            c[p] = static_cast<Kvo16s>(d[p] >= 0 ? 8191 : -8191);
                         best = std::max(best, criterion(x, c, h));
                     }
         const double q = criterion(x, o.code, h) / best;
@@ -286,11 +288,13 @@ TEST(GsmAmrCodebook, SharpeningAppliesBelowLag40Only) {
         EXPECT_EQ(far.h, h);
         const Out near = search(mode, 0, 39, 16000, x, res, h);
         Vec want = h;
-        want[39] = static_cast<Kvo16s>(std::clamp<int64_t>(h[39] + ((int64_t{32000} * h[0]) >> 15), -32768, 32767));
+        want[39] = static_cast<Kvo16s>(
+            std::clamp<int64_t>(h[39] + ((int64_t{32000} * h[0]) >> 15), -32768, 32767));
         EXPECT_EQ(near.h, want);
         // Doubling saturates in every mode: gain 20000 sharpens with 32767.
         const Out sat = search(mode, 0, 39, 20000, x, res, h);
-        want[39] = static_cast<Kvo16s>(std::clamp<int64_t>(h[39] + ((int64_t{32767} * h[0]) >> 15), -32768, 32767));
+        want[39] = static_cast<Kvo16s>(
+            std::clamp<int64_t>(h[39] + ((int64_t{32767} * h[0]) >> 15), -32768, 32767));
         EXPECT_EQ(sat.h, want) << "mode " << mode;
     }
 }
@@ -330,11 +334,21 @@ TEST(GsmAmrCodebook, DecodesWorkedIndexWords) {
         // 6.70: track 0 index 7, track 3 index 1, track 4 index 6.
         {6, 0, {7 + ((1 << 4) | 8) + ((6 << 8) | 128), 5}, {{35, 8191}, {8, -8192}, {34, 8191}}},
         // 7.40: Gray words 2 -> 3, 4 -> 5, 0 -> 0, 7 -> 7 with track 4 (0x200).
-        {7, 0, {2 + (4 << 3) + (0 << 6) + (7 << 10) + 0x200, 0xF}, {{15, 8191}, {26, 8191}, {2, 8191}, {39, 8191}}},
-        // 12.2: track 0 words 3 (Gray of 2) and 4 (Gray of 5): +4096 at 10, then 25 (above, same sign).
-        {12, 0, {3, 0, 0, 0, 0, 4, 0, 0, 0, 0}, {{10, 4096}, {25, 4096}, {1, 8192}, {2, 8192}, {3, 8192}, {4, 8192}}},
+        {7,
+         0,
+         {2 + (4 << 3) + (0 << 6) + (7 << 10) + 0x200, 0xF},
+         {{15, 8191}, {26, 8191}, {2, 8191}, {39, 8191}}},
+        // 12.2: track 0 words 3 (Gray of 2) and 4 (Gray of 5): +4096 at 10, then 25 (above, same
+        // sign).
+        {12,
+         0,
+         {3, 0, 0, 0, 0, 4, 0, 0, 0, 0},
+         {{10, 4096}, {25, 4096}, {1, 8192}, {2, 8192}, {3, 8192}, {4, 8192}}},
         // 12.2: negative first pulse at index 5, second at index 2 (below: opposite sign).
-        {12, 0, {8 | 6, 0, 0, 0, 0, 3, 0, 0, 0, 0}, {{20, -4096}, {10, 4096}, {1, 8192}, {2, 8192}, {3, 8192}, {4, 8192}}},
+        {12,
+         0,
+         {8 | 6, 0, 0, 0, 0, 3, 0, 0, 0, 0},
+         {{20, -4096}, {10, 4096}, {1, 8192}, {2, 8192}, {3, 8192}, {4, 8192}}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << "mode " << c.mode << " word " << c.idx[0]);
@@ -351,7 +365,8 @@ TEST(GsmAmrCodebook, Mode102WordsRoundTrip) {
         for (int w = 0; w < 10; ++w) {
             const int m = (u & 2) == 0 ? 5 * (u >> 1) + (w >> 1) : 5 * (u >> 1) + 4 - (w >> 1);
             Kvo16s idx[7] = {0, 0, 0, 1, 0, 0, 0};
-            idx[6] = static_cast<Kvo16s>(2 * (u & 1) + (w & 1) + ((((m << 5) + 12) * 1311 >> 13) & ~3));
+            idx[6] =
+                static_cast<Kvo16s>(2 * (u & 1) + (w & 1) + ((((m << 5) + 12) * 1311 >> 13) & ~3));
             const Vec c = decode(11, 0, idx);
             // Track 3: first pulse at 4w+3 with sign word 1 (negative), second at 4u+3.
             Vec want = decode(11, 0, std::array<Kvo16s, 7>{0, 0, 0, 0, 0, 0, 0}.data());
@@ -384,10 +399,11 @@ TEST(GsmAmrCodebook, ArgumentChecks) {
         auto i = t.out<Kvo16s>("pIndices", 10);
         auto lag = t.value<Kvo16s>("pitchLag", 30, {{16, kvoErrRange}, {145, kvoErrRange}});
         auto sf = t.value<Kvo16s>("subframe", 3, {{-1, kvoErrRange}, {4, kvoErrRange}});
-        auto m = t.value<KvoSpeechRate>("mode", 12, {{2, kvoErrRange}, {26, kvoErrRange}, {-1, kvoErrRange}});
+        auto m = t.value<KvoSpeechRate>("mode", 12,
+                                        {{2, kvoErrRange}, {26, kvoErrRange}, {-1, kvoErrRange}});
         EXPECT_EQ(t.run([&](const BadArgs::Call& a) {
-                       return kvosAlgebraicCodebookSearch_GSMAMR_16s(a(lag), 8000, a(x), a(r), a(h), a(c), a(y),
-                                                                     a(i), a(sf), a(m));
+                       return kvosAlgebraicCodebookSearch_GSMAMR_16s(a(lag), 8000, a(x), a(r), a(h),
+                                                                     a(c), a(y), a(i), a(sf), a(m));
                    }).failures,
                   0);
     }
@@ -402,8 +418,8 @@ TEST(GsmAmrCodebook, ArgumentChecks) {
         auto b = t.inout<Kvo8u>("pBuffer", 64);
         auto m = t.value<KvoSpeechRate>("mode", 7, {{4, kvoErrRange}});
         EXPECT_EQ(t.run([&](const BadArgs::Call& a) {
-                       return kvosAlgebraicCodebookSearchEX_GSMAMR_16s(50, 8000, a(x), a(r), a(h), a(c), a(y),
-                                                                       a(i), 1, a(m), a(b));
+                       return kvosAlgebraicCodebookSearchEX_GSMAMR_16s(
+                           50, 8000, a(x), a(r), a(h), a(c), a(y), a(i), 1, a(m), a(b));
                    }).failures,
                   0);
     }

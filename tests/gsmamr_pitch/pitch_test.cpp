@@ -44,7 +44,8 @@ std::array<Kvo16s, L> predModel(Exc e, int lag, int frac, bool thirds) {
             s += int64_t{e[base + n - i]} * kvo::tab::inter61[g + 6 * i];
             s += int64_t{e[base + n + 1 + i]} * kvo::tab::inter61[6 - g + 6 * i];
         }
-        e[154 + n] = v[n] = static_cast<Kvo16s>(std::clamp<int64_t>((2 * s + 32768) >> 16, -32768, 32767));
+        e[154 + n] = v[n] =
+            static_cast<Kvo16s>(std::clamp<int64_t>((2 * s + 32768) >> 16, -32768, 32767));
     }
     return v;
 }
@@ -60,11 +61,10 @@ Dec decode(int mode, int index, int sf, Kvo16s prevGood, Kvo16s lag, Exc e, int 
     d.prevGood = prevGood;
     d.lag = lag;
     d.lagBuf = -1;
-    EXPECT_EQ(kvosAdaptiveCodebookDecode_GSMAMR_16s(index, &d.prevGood, &d.lagBuf, e.data(), &d.lag,
-                                                    d.v.data(), static_cast<Kvo16s>(sf),
-                                                    static_cast<Kvo16s>(bad),
-                                                    static_cast<Kvo16s>(bgNoise),
-                                                    static_cast<Kvo16s>(hangover), mode),
+    EXPECT_EQ(kvosAdaptiveCodebookDecode_GSMAMR_16s(
+                  index, &d.prevGood, &d.lagBuf, e.data(), &d.lag, d.v.data(),
+                  static_cast<Kvo16s>(sf), static_cast<Kvo16s>(bad), static_cast<Kvo16s>(bgNoise),
+                  static_cast<Kvo16s>(hangover), mode),
               kvoOk);
     return d;
 }
@@ -76,14 +76,12 @@ TEST(GsmAmrPitch, DecodedVectorsMatchTheInterpolatorModel) {
         int mode, index, sf, lag, frac;
     };
     const Case cases[] = {
-        {0, 100, 0, 53, -1},   // q3 = 34: 19 + 34, 100 - 102 + 1
-        {7, 101, 0, 53, 0},    // 3 lag + frac = index + 58
-        {6, 102, 2, 53, 1},
-        {3, 197, 0, 85, 0},    // from 197 on: index - 112, integer
-        {8, 255, 0, 143, 0},
-        {12, 200, 0, 51, -1},  // 6 lag + frac = index + 105
-        {12, 463, 0, 95, 0},   // from 463 on: index - 368
-        {12, 17, 0, 20, 2},    // q6 = 3
+        {0, 100, 0, 53, -1},                        // q3 = 34: 19 + 34, 100 - 102 + 1
+        {7, 101, 0, 53, 0},                         // 3 lag + frac = index + 58
+        {6, 102, 2, 53, 1},  {3, 197, 0, 85, 0},    // from 197 on: index - 112, integer
+        {8, 255, 0, 143, 0}, {12, 200, 0, 51, -1},  // 6 lag + frac = index + 105
+        {12, 463, 0, 95, 0},                        // from 463 on: index - 368
+        {12, 17, 0, 20, 2},                         // q6 = 3
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << "mode " << c.mode << " index " << c.index);
@@ -160,7 +158,8 @@ std::array<Kvo16s, L> decayingImpulse(std::mt19937& g) {
     std::uniform_real_distribution<double> u(-1, 1);
     std::array<Kvo16s, L> h{};
     double a = 4096;
-    for (int i = 0; i < L; ++i, a *= 0.8) h[i] = static_cast<Kvo16s>(std::lround(a * (i ? 0.6 * u(g) : 1)));
+    for (int i = 0; i < L; ++i, a *= 0.8)
+        h[i] = static_cast<Kvo16s>(std::lround(a * (i ? 0.6 * u(g) : 1)));
     return h;
 }
 
@@ -185,8 +184,8 @@ TEST(GsmAmrPitch, SearchFindsTheLagAndItsIndexDecodes) {
             Kvo16s lag = prev, frac = 99, index = -1;
             std::array<Kvo16s, L> v{};
             Exc es = e;
-            ASSERT_EQ(kvosAdaptiveCodebookSearch_GSMAMR_16s(tgt.data(), h.data(), ols, &lag, es.data(),
-                                                            &frac, &index, v.data(),
+            ASSERT_EQ(kvosAdaptiveCodebookSearch_GSMAMR_16s(tgt.data(), h.data(), ols, &lag,
+                                                            es.data(), &frac, &index, v.data(),
                                                             static_cast<Kvo16s>(sf), mode),
                       kvoOk);
             ++total;
@@ -222,8 +221,8 @@ std::vector<Kvo16s> identitySets() {
     return a;
 }
 
-OlOut openLoop(int form, int mode, const std::vector<Kvo16s>& speech, const std::array<Kvo16s, 143>& oldW,
-               Kvo16s wgain = 0, Kvo16s median = 0) {
+OlOut openLoop(int form, int mode, const std::vector<Kvo16s>& speech,
+               const std::array<Kvo16s, 143>& oldW, Kvo16s wgain = 0, Kvo16s median = 0) {
     const auto a = identitySets();
     OlOut o;
     o.oldW = oldW;
@@ -234,16 +233,17 @@ OlOut openLoop(int form, int mode, const std::vector<Kvo16s>& speech, const std:
     }
     KvoStatus st;
     if (form == 0)
-        st = kvosOpenLoopPitchSearchNonDTX_GSMAMR_16s(a.data(), a.data(), speech.data(), &o.median, &o.wgain,
-                                                      o.hist, o.oldW.data(), o.lags, o.flags, mode);
+        st = kvosOpenLoopPitchSearchNonDTX_GSMAMR_16s(a.data(), a.data(), speech.data(), &o.median,
+                                                      &o.wgain, o.hist, o.oldW.data(), o.lags,
+                                                      o.flags, mode);
     else if (form == 1)
-        st = kvosOpenLoopPitchSearchDTXVAD1_GSMAMR_16s(a.data(), a.data(), speech.data(), &o.tone, &o.median,
-                                                       &o.wgain, o.hist, o.oldW.data(), &o.hp, o.lags,
-                                                       o.flags, mode);
+        st = kvosOpenLoopPitchSearchDTXVAD1_GSMAMR_16s(a.data(), a.data(), speech.data(), &o.tone,
+                                                       &o.median, &o.wgain, o.hist, o.oldW.data(),
+                                                       &o.hp, o.lags, o.flags, mode);
     else
-        st = kvosOpenLoopPitchSearchDTXVAD2_GSMAMR_16s32s(a.data(), a.data(), speech.data(), &o.median,
-                                                          &o.wgain, o.hist, o.oldW.data(), &o.corr, &o.ener,
-                                                          o.lags, o.flags, mode);
+        st = kvosOpenLoopPitchSearchDTXVAD2_GSMAMR_16s32s(
+            a.data(), a.data(), speech.data(), &o.median, &o.wgain, o.hist, o.oldW.data(), &o.corr,
+            &o.ener, o.lags, o.flags, mode);
     EXPECT_EQ(st, kvoOk);
     return o;
 }
@@ -359,7 +359,8 @@ TEST(GsmAmrPitch, HighPassCorrelationMatchesModel) {
         };
         auto s32 = [](int64_t v) { return std::clamp<int64_t>(v, INT32_MIN, INT32_MAX); };
         int64_t M = INT32_MIN;
-        for (int l = 21; l <= 142; ++l) M = std::max(M, std::abs(s32(s32(s32(2 * c(l)) - c(l + 1)) - c(l - 1))));
+        for (int l = 21; l <= 142; ++l)
+            M = std::max(M, std::abs(s32(s32(s32(2 * c(l)) - c(l + 1)) - c(l - 1))));
         const int64_t D = std::abs(s32(2 * c(0)) - s32(2 * c(1)));
         auto norm = [](int64_t v) {
             int n = 0;
@@ -425,7 +426,8 @@ std::vector<double> lpcFromPoles(std::mt19937& g, double rmax) {
 std::vector<Kvo16s> q12(const std::vector<double>& a, double gamma = 1) {
     std::vector<Kvo16s> o(11);
     double p = 1;
-    for (int i = 0; i < 11; ++i, p *= gamma) o[i] = static_cast<Kvo16s>(std::lround(a[i] * p * 4096));
+    for (int i = 0; i < 11; ++i, p *= gamma)
+        o[i] = static_cast<Kvo16s>(std::lround(a[i] * p * 4096));
     return o;
 }
 // Direct-form filter num/den (Q12 integer coefficients), double precision, zero state.
@@ -454,13 +456,15 @@ TEST(GsmAmrPitch, ImpulseResponseResidualAndTargetFollowTheFilters) {
         for (auto& v : ex) v = u(g) / 4.0;
         const auto sp = iir(one, aq, ex);
         std::vector<Kvo16s> speech(50, 0);
-        for (int i = 0; i < 40; ++i) speech[10 + i] = static_cast<Kvo16s>(std::lround(std::clamp(sp[i], -32768.0, 32767.0)));
+        for (int i = 0; i < 40; ++i)
+            speech[10 + i] = static_cast<Kvo16s>(std::lround(std::clamp(sp[i], -32768.0, 32767.0)));
         std::vector<double> spd(speech.begin() + 10, speech.end());
         const Kvo16s zero[10] = {};
         std::array<Kvo16s, L> h{}, res{}, tgt{};
-        ASSERT_EQ(kvosImpulseResponseTarget_GSMAMR_16s(speech.data(), w1.data(), w2.data(), aq.data(), zero,
-                                                       zero, h.data(), res.data(), tgt.data()),
-                  kvoOk);
+        ASSERT_EQ(
+            kvosImpulseResponseTarget_GSMAMR_16s(speech.data(), w1.data(), w2.data(), aq.data(),
+                                                 zero, zero, h.data(), res.data(), tgt.data()),
+            kvoOk);
         // Residual: A(z) applied to the speech.
         const auto resd = iir(aq, one, spd);
         // Impulse response of A1 / (Aq A2), and target A1/A2 of the speech (zero memories).
@@ -487,11 +491,11 @@ struct PostState {
     std::array<Kvo16s, 10> hist{}, mem{};
 };
 
-std::array<Kvo16s, 160> post(PostState& s, const std::vector<Kvo16s>& lpc, const std::vector<Kvo16s>& x,
-                             int mode) {
+std::array<Kvo16s, 160> post(PostState& s, const std::vector<Kvo16s>& lpc,
+                             const std::vector<Kvo16s>& x, int mode) {
     std::array<Kvo16s, 160> y{};
-    EXPECT_EQ(kvosPostFilter_GSMAMR_16s(lpc.data(), x.data(), &s.tilt, &s.gain, s.hist.data(), s.mem.data(),
-                                        y.data(), mode),
+    EXPECT_EQ(kvosPostFilter_GSMAMR_16s(lpc.data(), x.data(), &s.tilt, &s.gain, s.hist.data(),
+                                        s.mem.data(), y.data(), mode),
               kvoOk);
     return y;
 }
@@ -547,7 +551,9 @@ TEST(GsmAmrPostFilter, GainControlTracksTheInputEnergy) {
 // 64-bit model of the gain control.  With A(z) = a0 alone (a0 = 2048, 4096 or 8192) the
 // formant stages reduce to two rounded, saturated scalings and the tilt factor is 0, so the
 // whole post filter has an exact model.
-int64_t sat(int64_t v, int64_t lo, int64_t hi) { return std::clamp(v, lo, hi); }
+int64_t sat(int64_t v, int64_t lo, int64_t hi) {
+    return std::clamp(v, lo, hi);
+}
 int64_t agcEnergy(const Kvo16s* x) {
     int64_t e = 0;
     for (int i = 0; i < 40; ++i) e += int64_t{x[i]} * x[i];
@@ -634,8 +640,9 @@ TEST(GsmAmrPitch, ArgumentChecks) {
         auto lags = t.out<Kvo16s>("pDstLags", 2), fl = t.out<Kvo16s>("pDstGainFlags", 2);
         auto m = t.value<KvoSpeechRate>("mode", 11, {{2, kvoErrRange}, {26, kvoErrRange}});
         EXPECT_EQ(t.run([&](const BadArgs::Call& c) {
-                       return kvosOpenLoopPitchSearchNonDTX_GSMAMR_16s(c(w1), c(w2), c(sp), c(med), c(wg), c(hist),
-                                                                       c(old), c(lags), c(fl), c(m));
+                       return kvosOpenLoopPitchSearchNonDTX_GSMAMR_16s(c(w1), c(w2), c(sp), c(med),
+                                                                       c(wg), c(hist), c(old),
+                                                                       c(lags), c(fl), c(m));
                    }).failures,
                   0);
     }
@@ -650,9 +657,9 @@ TEST(GsmAmrPitch, ArgumentChecks) {
         auto lags = t.out<Kvo16s>("pDstLags", 2), fl = t.out<Kvo16s>("pDstGainFlags", 2);
         auto m = t.value<KvoSpeechRate>("mode", 3, {{4, kvoErrRange}});
         EXPECT_EQ(t.run([&](const BadArgs::Call& c) {
-                       return kvosOpenLoopPitchSearchDTXVAD1_GSMAMR_16s(c(w1), c(w2), c(sp), c(tone), c(med), c(wg),
-                                                                        c(hist), c(old), c(hp), c(lags), c(fl),
-                                                                        c(m));
+                       return kvosOpenLoopPitchSearchDTXVAD1_GSMAMR_16s(
+                           c(w1), c(w2), c(sp), c(tone), c(med), c(wg), c(hist), c(old), c(hp),
+                           c(lags), c(fl), c(m));
                    }).failures,
                   0);
     }
@@ -666,9 +673,9 @@ TEST(GsmAmrPitch, ArgumentChecks) {
         auto lags = t.out<Kvo16s>("pDstLags", 2), fl = t.out<Kvo16s>("pDstGainFlags", 2);
         auto m = t.value<KvoSpeechRate>("mode", 12, {{9, kvoErrRange}});
         EXPECT_EQ(t.run([&](const BadArgs::Call& c) {
-                       return kvosOpenLoopPitchSearchDTXVAD2_GSMAMR_16s32s(c(w1), c(w2), c(sp), c(med), c(wg),
-                                                                           c(hist), c(old), c(cs), c(es), c(lags),
-                                                                           c(fl), c(m));
+                       return kvosOpenLoopPitchSearchDTXVAD2_GSMAMR_16s32s(
+                           c(w1), c(w2), c(sp), c(med), c(wg), c(hist), c(old), c(cs), c(es),
+                           c(lags), c(fl), c(m));
                    }).failures,
                   0);
     }
@@ -681,8 +688,8 @@ TEST(GsmAmrPitch, ArgumentChecks) {
         auto h = t.out<Kvo16s>("pDstImpulse", 40), r = t.out<Kvo16s>("pDstResidual", 40);
         auto x = t.out<Kvo16s>("pDstTarget", 40);
         EXPECT_EQ(t.run([&](const BadArgs::Call& c) {
-                       return kvosImpulseResponseTarget_GSMAMR_16s(c(sp), c(w1), c(w2), c(lp), c(em), c(wm), c(h),
-                                                                   c(r), c(x));
+                       return kvosImpulseResponseTarget_GSMAMR_16s(c(sp), c(w1), c(w2), c(lp),
+                                                                   c(em), c(wm), c(h), c(r), c(x));
                    }).failures,
                   0);
     }
@@ -698,8 +705,8 @@ TEST(GsmAmrPitch, ArgumentChecks) {
         auto m = t.value<KvoSpeechRate>("mode", 8, {{25, kvoErrRange}, {2, kvoErrRange}});
         t.combo(kvoErrSize, {t.bad(sf, 1), t.bad(m, 0)});
         EXPECT_EQ(t.run([&](const BadArgs::Call& c) {
-                       return kvosAdaptiveCodebookSearch_GSMAMR_16s(c(x), c(h), c(ol), c(lag), c(e), c(fr), c(ix),
-                                                                    c(v), c(sf), c(m));
+                       return kvosAdaptiveCodebookSearch_GSMAMR_16s(
+                           c(x), c(h), c(ol), c(lag), c(e), c(fr), c(ix), c(v), c(sf), c(m));
                    }).failures,
                   0);
     }
@@ -716,8 +723,8 @@ TEST(GsmAmrPitch, ArgumentChecks) {
         t.combo(kvoErrSize, {t.bad(sf, 0), t.bad(m, 0)});
         t.combo(kvoErrRange, {t.bad(m, 0), t.bad(idx, 0)});
         EXPECT_EQ(t.run([&](const BadArgs::Call& c) {
-                       return kvosAdaptiveCodebookDecode_GSMAMR_16s(c(idx), c(pg), c(lb), c(e), c(lag), c(v),
-                                                                    c(sf), 0, 0, 0, c(m));
+                       return kvosAdaptiveCodebookDecode_GSMAMR_16s(
+                           c(idx), c(pg), c(lb), c(e), c(lag), c(v), c(sf), 0, 0, 0, c(m));
                    }).failures,
                   0);
     }
@@ -730,7 +737,8 @@ TEST(GsmAmrPitch, ArgumentChecks) {
         auto y = t.out<Kvo16s>("pDst", 160);
         auto m = t.value<KvoSpeechRate>("mode", 25, {{10, kvoErrRange}, {-3, kvoErrRange}});
         EXPECT_EQ(t.run([&](const BadArgs::Call& c) {
-                       return kvosPostFilter_GSMAMR_16s(c(lp), c(sy), c(tm), c(pg), c(sh), c(sm), c(y), c(m));
+                       return kvosPostFilter_GSMAMR_16s(c(lp), c(sy), c(tm), c(pg), c(sh), c(sm),
+                                                        c(y), c(m));
                    }).failures,
                   0);
     }
