@@ -486,6 +486,68 @@ KvoStatus kvosFilterHighband_G722_16s_I(Kvo16s* pSrcDst, Kvo32s len, Kvo16s* pFi
 /* Nine-tap low-pass and decimation by 4; 5 history samples before pSrc. */
 KvoStatus kvosDownsampleFilter_G722_16s(const Kvo16s* pSrc, Kvo32s len, Kvo16s* pDst);
 
+/* ---- GSM AMR algebraic codebook, pitch and post filter ------------------ */
+/* -- GSM AMR algebraic codebook (40-sample subframes; modes 0, 1, 3, 6, 7, 8, 11, 12, 25) -- */
+/* Fixed-codebook search of one subframe: sharpened impulse response in place, code vector,
+ * filtered code vector and index words; pitchGain Q14, pitchLag 17..144. */
+KvoStatus kvosAlgebraicCodebookSearch_GSMAMR_16s(Kvo16s pitchLag, Kvo16s pitchGain,
+                                                 const Kvo16s* pTarget, const Kvo16s* pLtpResidual,
+                                                 Kvo16s* pImpulse, Kvo16s* pCode,
+                                                 Kvo16s* pFilteredCode, Kvo16s* pIndices,
+                                                 Kvo16s subframe, KvoSpeechRate mode);
+/* kvosAlgebraicCodebookSearch_GSMAMR_16s with a caller scratch buffer (tested, not used). */
+KvoStatus kvosAlgebraicCodebookSearchEX_GSMAMR_16s(Kvo16s pitchLag, Kvo16s pitchGain,
+                                                   const Kvo16s* pTarget,
+                                                   const Kvo16s* pLtpResidual, Kvo16s* pImpulse,
+                                                   Kvo16s* pCode, Kvo16s* pFilteredCode,
+                                                   Kvo16s* pIndices, Kvo16s subframe,
+                                                   KvoSpeechRate mode, Kvo8u* pBuffer);
+/* Index words of one subframe back to the 40-sample code vector. */
+KvoStatus kvosFixedCodebookDecode_GSMAMR_16s(const Kvo16s* pIndices, Kvo16s* pCode,
+                                             Kvo16s subframe, KvoSpeechRate mode);
+/* -- GSM AMR pitch and post filter (frames of 160 = 4 x 40; LP sets of 11, Q12) -- */
+/* Open-loop lags of the two half frames; weighted speech memory (143) updated. */
+KvoStatus kvosOpenLoopPitchSearchNonDTX_GSMAMR_16s(const Kvo16s* pWeighted1,
+                                                   const Kvo16s* pWeighted2,
+                                                   const Kvo16s* pSpeech, Kvo16s* pMedianLag,
+                                                   Kvo16s* pWeightGain, Kvo16s* pLagHistory,
+                                                   Kvo16s* pOldWeighted, Kvo16s* pDstLags,
+                                                   Kvo16s* pDstGainFlags, KvoSpeechRate mode);
+/* The open-loop search with VAD option 1's tone register and high-pass correlation. */
+KvoStatus kvosOpenLoopPitchSearchDTXVAD1_GSMAMR_16s(
+    const Kvo16s* pWeighted1, const Kvo16s* pWeighted2, const Kvo16s* pSpeech,
+    Kvo16s* pToneRegister, Kvo16s* pMedianLag, Kvo16s* pWeightGain, Kvo16s* pLagHistory,
+    Kvo16s* pOldWeighted, Kvo16s* pDstBestCorrHp, Kvo16s* pDstLags, Kvo16s* pDstGainFlags,
+    KvoSpeechRate mode);
+/* The open-loop search with VAD option 2's correlation and energy sums. */
+KvoStatus kvosOpenLoopPitchSearchDTXVAD2_GSMAMR_16s32s(
+    const Kvo16s* pWeighted1, const Kvo16s* pWeighted2, const Kvo16s* pSpeech,
+    Kvo16s* pMedianLag, Kvo16s* pWeightGain, Kvo16s* pLagHistory, Kvo16s* pOldWeighted,
+    Kvo32s* pCorrSum, Kvo32s* pEnergySum, Kvo16s* pDstLags, Kvo16s* pDstGainFlags,
+    KvoSpeechRate mode);
+/* Impulse response, LP residual and target of one subframe (10 history samples before pSpeech). */
+KvoStatus kvosImpulseResponseTarget_GSMAMR_16s(const Kvo16s* pSpeech, const Kvo16s* pWeighted1,
+                                               const Kvo16s* pWeighted2, const Kvo16s* pLpc,
+                                               const Kvo16s* pErrorMem,
+                                               const Kvo16s* pWeightedMem, Kvo16s* pDstImpulse,
+                                               Kvo16s* pDstResidual, Kvo16s* pDstTarget);
+/* Closed-loop lag, fraction and index; adaptive vector written at pExcitation[154]. */
+KvoStatus kvosAdaptiveCodebookSearch_GSMAMR_16s(const Kvo16s* pTarget, const Kvo16s* pImpulse,
+                                                const Kvo16s* pOpenLoopLags, Kvo16s* pLag,
+                                                Kvo16s* pExcitation, Kvo16s* pDstFraction,
+                                                Kvo16s* pDstIndex, Kvo16s* pDstVector,
+                                                Kvo16s subframe, KvoSpeechRate mode);
+/* Lag index back to the adaptive vector, with the bad-frame handling of the lag. */
+KvoStatus kvosAdaptiveCodebookDecode_GSMAMR_16s(Kvo32s index, Kvo16s* pPrevGoodLag,
+                                                Kvo16s* pLagBuffer, Kvo16s* pExcitation,
+                                                Kvo16s* pLag, Kvo16s* pDstVector,
+                                                Kvo16s subframe, Kvo16s badFrame,
+                                                Kvo16s inBackgroundNoise, Kvo16s voicedHangover,
+                                                KvoSpeechRate mode);
+/* Formant and tilt post filter of a 160-sample frame with adaptive gain control. */
+KvoStatus kvosPostFilter_GSMAMR_16s(const Kvo16s* pLpc, const Kvo16s* pSynth, Kvo16s* pTiltMem,
+                                    Kvo16s* pPastGain, Kvo16s* pSpeechHistory, Kvo16s* pSynthMem,
+                                    Kvo16s* pDst, KvoSpeechRate mode);
 /* ---- G.726 ------------------------------------------------------------- */
 
 /* Size in bytes of KvoG726EncodeState. */

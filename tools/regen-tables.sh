@@ -73,3 +73,5 @@ $gen "$root/gsmamr" src/gsmamr gsmamr_lp_tables \
     win200_40 win160_80 win232_8 dico1_lsf1 dico2_lsf1 dico3_lsf1 dico4_lsf1 dico5_lsf1 \
     dico1_lsf2 dico2_lsf2 dico3_lsf2 mr515_3_lsf mr795_1_lsf past_rq_init \
     twd_tbl ii_table bitrevTab
+$gen "$root/gsmamr" src/gsmamr gsmamr_pitch_tables corrweight inter_6new
+$gen "$root/gsmamr" tests/gsmamr_pitch amr_pitch_test_tables inter_6.pred_lt.published=inter61
