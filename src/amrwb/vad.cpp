@@ -20,11 +20,6 @@ constexpr Kvo16s kC5a = 21955, kC5b = 6390, kC3 = 13363;
 constexpr Kvo16s kBwInv[kBands] = {20972, 20972, 20972, 20972, 10486, 10486,
                                    10486, 10486, 5243,  5243,  5243,  2621};
 
-// x << n saturated, n may be negative (then a right shift).
-Kvo32s shift32(Kvo32s x, int n) {
-    return n >= 0 ? ShiftLSat_32s(x, n) : x >> (n < -31 ? 31 : -n);
-}
-
 // 5th-order section on a pair, both outputs halved.
 inline void section5(Kvo16s& a, Kvo16s& b, Kvo16s* d) {
     Kvo16s s = sub16(a, mult16(kC5a, d[0]));
@@ -59,16 +54,16 @@ Kvo16s band_level(const Kvo16s* w, const BandRow& r, Kvo16s& carry, Kvo16s w_inv
     Kvo32s next = 0;
     for (int i = r.count1; i < r.count2; ++i)
         next = Add_32s(next, 2 * Kvo32s{Abs_16s(w[r.stride * i + r.offset])});
-    Kvo32s total = Add_32s(next, shift32(carry, 16 - r.scale));
-    carry = hi(shift32(next, r.scale));
+    Kvo32s total = Add_32s(next, shl32(carry, 16 - r.scale));
+    carry = hi(shl32(next, r.scale));
     Kvo32s now = 0;
     for (int i = 0; i < r.count1; ++i)
         now = Add_32s(now, 2 * Kvo32s{Abs_16s(w[r.stride * i + r.offset])});
     total = Add_32s(total, now);
-    const Kvo32s t = shift32(now, r.scale - 4);
+    const Kvo32s t = shl32(now, r.scale - 4);
     const Kvo32s p = (t >> 16) * Kvo32s{w_inv} + ((Kvo32s{w_inv} * ((t >> 1) & 0x7fff)) >> 15);
     energy = static_cast<Kvo16s>(sat32(8 * Kvo64s{p}) >> 16);
-    return hi(shift32(total, r.scale));
+    return hi(shl32(total, r.scale));
 }
 
 void filter_bank(const Kvo16s* src, KvoVADState_AMRWB& st, Kvo16s level[kBands]) {
@@ -126,7 +121,7 @@ void noise_update(KvoVADState_AMRWB& st, const Kvo16s level[kBands], Kvo16s tone
             if (loL < 184) loL = 184;
             const int n = norm16(loL);
             const Kvo16s r = lo16((Kvo32s{hiL & ~1} << 14) / (Kvo32s{loL} << n));
-            sum = Add_32s(sum, shift32(r, n - 8));
+            sum = Add_32s(sum, shl32(r, n - 8));
         }
         if (sum > 1000)
             st.statCount = 20;

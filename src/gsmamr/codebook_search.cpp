@@ -41,9 +41,6 @@ struct Work {
 inline Kvo16s sqOf(Kvo16s ps) {
     return sat16(mulQ15(ps, ps));
 }
-inline Kvo16s add16(Kvo32s a, Kvo32s b) {
-    return sat16(a + b);
-}
 
 // Candidate (sq, alp) beats (sqk, alpk): sq alpk > sqk alp.
 inline bool beats(Kvo16s sq, Kvo16s alp, Kvo16s sqk, Kvo16s alpk) {

@@ -19,13 +19,6 @@ extern const Kvo16s TablePredFac[10];
 constexpr Kvo16s kPredFacMR122 = 21299;
 constexpr Kvo16s kLsfGap = 205;
 
-// Saturating 16-bit sum and difference.
-constexpr Kvo16s add16(Kvo32s a, Kvo32s b) {
-    return sat16(a + b);
-}
-constexpr Kvo16s sub16(Kvo32s a, Kvo32s b) {
-    return sat16(a - b);
-}
 
 // Weights of the LSF error from the distances to the neighbours (Q13 after
 // the final saturating left shift by 3).

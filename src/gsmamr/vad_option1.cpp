@@ -17,64 +17,25 @@ constexpr Kvo16s kCoeff5_1 = 21955;
 constexpr Kvo16s kCoeff5_2 = 6390;
 constexpr Kvo16s kCoeff3 = 13363;
 
-constexpr Kvo16s add16(Kvo32s a, Kvo32s b) {
-    return sat16(a + b);
-}
-constexpr Kvo16s sub16(Kvo32s a, Kvo32s b) {
-    return sat16(a - b);
-}
-constexpr Kvo16s mult(Kvo16s a, Kvo16s b) {
-    return sat16(mulQ15(a, b));
-}
-constexpr Kvo16s multR(Kvo16s a, Kvo16s b) {
-    return sat16(mulQ15R(a, b));
-}
 
-// Left shifts that normalise a 16-bit value (0 for 0, 15 for -1).
-int norm16(Kvo16s x) {
-    if (x == 0) return 0;
-    if (x == -1) return 15;
-    Kvo32s v = x < 0 ? ~Kvo32s{x} : Kvo32s{x};
-    int n = 0;
-    while (v < 0x4000) {
-        v <<= 1;
-        ++n;
-    }
-    return n;
-}
 
-// 16-bit shift: left (saturating) for positive n, arithmetic right for negative.
-Kvo16s shl16(Kvo16s x, int n) {
-    if (n >= 0) return sat16(ShiftLSat_32s(x, n > 16 ? 16 : n));
-    return static_cast<Kvo16s>(x >> (-n > 15 ? 15 : -n));
-}
 
-// Fractional division of 0 <= num <= den (den > 0), Q15; 32767 when equal.
-Kvo16s divS(Kvo16s num, Kvo16s den) {
-    if (num >= den) return 32767;
-    return static_cast<Kvo16s>((Kvo32s{num} << 15) / den);
-}
 
-// 32-bit left shift for any signed count: saturating left, arithmetic right.
-Kvo32s shl32(Kvo32s x, int n) {
-    if (n >= 0) return ShiftLSat_32s(x, n);
-    return x >> (-n > 31 ? 31 : -n);
-}
 
 void filter5(Kvo16s* in0, Kvo16s* in1, Kvo16s* d) {
-    Kvo16s t = sub16(*in0, mult(kCoeff5_1, d[0]));
-    const Kvo16s u = add16(d[0], mult(kCoeff5_1, t));
+    Kvo16s t = sub16(*in0, mult16(kCoeff5_1, d[0]));
+    const Kvo16s u = add16(d[0], mult16(kCoeff5_1, t));
     d[0] = t;
-    t = sub16(*in1, mult(kCoeff5_2, d[1]));
-    const Kvo16s v = add16(d[1], mult(kCoeff5_2, t));
+    t = sub16(*in1, mult16(kCoeff5_2, d[1]));
+    const Kvo16s v = add16(d[1], mult16(kCoeff5_2, t));
     d[1] = t;
     *in0 = static_cast<Kvo16s>((Kvo32s{u} + v) >> 1);
     *in1 = static_cast<Kvo16s>((Kvo32s{u} - v) >> 1);
 }
 
 void filter3(Kvo16s* in0, Kvo16s* in1, Kvo16s* d) {
-    const Kvo16s s = sub16(*in1, mult(kCoeff3, *d));
-    const Kvo16s u = add16(*d, mult(kCoeff3, s));
+    const Kvo16s s = sub16(*in1, mult16(kCoeff3, *d));
+    const Kvo16s u = add16(*d, mult16(kCoeff3, s));
     *d = s;
     *in1 = static_cast<Kvo16s>((Kvo32s{*in0} - u) >> 1);
     *in0 = static_cast<Kvo16s>((Kvo32s{*in0} + u) >> 1);
@@ -95,16 +56,16 @@ void filterBank(const Kvo16s* in, KvoVAD1State_GSMAMR* st, Kvo16s* level) {
     Kvo16s d0 = st->lp5Mem[0][0], d1 = st->lp5Mem[0][1];
     for (int i = 0; i < 40; ++i) {
         const Kvo16s* x = in + 4 * i;
-        Kvo16s t0 = sub16(x[0] >> 2, mult(kCoeff5_1, d0));
-        Kvo16s t1 = add16(d0, mult(kCoeff5_1, t0));
-        Kvo16s t3 = sub16(x[1] >> 2, mult(kCoeff5_2, d1));
-        Kvo16s t2 = add16(d1, mult(kCoeff5_2, t3));
+        Kvo16s t0 = sub16(x[0] >> 2, mult16(kCoeff5_1, d0));
+        Kvo16s t1 = add16(d0, mult16(kCoeff5_1, t0));
+        Kvo16s t3 = sub16(x[1] >> 2, mult16(kCoeff5_2, d1));
+        Kvo16s t2 = add16(d1, mult16(kCoeff5_2, t3));
         w[4 * i] = add16(t1, t2);
         w[4 * i + 1] = sub16(t1, t2);
-        d0 = sub16(x[2] >> 2, mult(kCoeff5_1, t0));
-        t1 = add16(t0, mult(kCoeff5_1, d0));
-        d1 = sub16(x[3] >> 2, mult(kCoeff5_2, t3));
-        t2 = add16(t3, mult(kCoeff5_2, d1));
+        d0 = sub16(x[2] >> 2, mult16(kCoeff5_1, t0));
+        t1 = add16(t0, mult16(kCoeff5_1, d0));
+        d1 = sub16(x[3] >> 2, mult16(kCoeff5_2, t3));
+        t2 = add16(t3, mult16(kCoeff5_2, d1));
         w[4 * i + 2] = add16(t1, t2);
         w[4 * i + 3] = sub16(t1, t2);
     }
@@ -148,7 +109,7 @@ void noiseEstimateUpdate(KvoVAD1State_GSMAMR* st, const Kvo16s* level, Kvo16s to
             if (hiV < 184) hiV = 184;
             if (loV < 184) loV = 184;
             const int n = norm16(loV);
-            const Kvo16s q = divS(static_cast<Kvo16s>(hiV >> 1), static_cast<Kvo16s>(loV << n));
+            const Kvo16s q = div16(static_cast<Kvo16s>(hiV >> 1), static_cast<Kvo16s>(loV << n));
             sum = add16(sum, shl16(q, n - 8));
         }
         if (sum > 1000)
@@ -162,7 +123,7 @@ void noiseEstimateUpdate(KvoVAD1State_GSMAMR* st, const Kvo16s* level, Kvo16s to
     else if ((st->vadReg & 0x4000) == 0)
         alpha = 16383;
     for (int i = 0; i < 9; ++i)
-        st->aveLevel[i] = add16(st->aveLevel[i], multR(alpha, sub16(level[i], st->aveLevel[i])));
+        st->aveLevel[i] = add16(st->aveLevel[i], multR16(alpha, sub16(level[i], st->aveLevel[i])));
 
     Kvo16s up, down, plus;
     if ((st->vadReg & 0x7800) == 0 && (st->pitchReg & 0x7800) == 0 && st->complexHangCount == 0) {
@@ -176,9 +137,9 @@ void noiseEstimateUpdate(KvoVAD1State_GSMAMR* st, const Kvo16s* level, Kvo16s to
         const Kvo16s e = sub16(st->oldLevel[i], st->bckrEst[i]);
         Kvo16s b;
         if (e < 0)
-            b = add16(add16(st->bckrEst[i], multR(down, e)), -2);
+            b = add16(add16(st->bckrEst[i], multR16(down, e)), -2);
         else
-            b = add16(add16(st->bckrEst[i], multR(up, e)), plus);
+            b = add16(add16(st->bckrEst[i], multR16(up, e)), plus);
         if (b < 40) b = 40;
         if (b > 16000) b = 16000;
         st->bckrEst[i] = b;
@@ -196,15 +157,15 @@ Kvo16s decision(KvoVAD1State_GSMAMR* st, const Kvo16s* level, Kvo32s power, Kvo1
         const Kvo16s b = st->bckrEst[i];
         const int n = norm16(b);
         const Kvo16s den = shl16(b, n);
-        Kvo16s r = den > 0 ? divS(static_cast<Kvo16s>(level[i] >> 1), den) : Kvo16s{32767};
+        Kvo16s r = den > 0 ? div16(static_cast<Kvo16s>(level[i] >> 1), den) : Kvo16s{32767};
         r = shl16(r, n - 5);
         snrSum = FMac_16s32s(snrSum, r, r);
     }
-    const Kvo16s snr = mult(hi(ShiftLSat_32s(snrSum, 6)), 3641);
+    const Kvo16s snr = mult16(hi(ShiftLSat_32s(snrSum, 6)), 3641);
 
     Kvo16s noise = 0;
     for (int i = 0; i < 9; ++i) noise = add16(noise, st->bckrEst[i] >> 3);
-    Kvo16s thr = add16(mult(noise, -2808), 1260);
+    Kvo16s thr = add16(mult16(noise, -2808), 1260);
     if (thr < 720) thr = 720;
 
     st->vadReg = static_cast<Kvo16s>(st->vadReg >> 1);

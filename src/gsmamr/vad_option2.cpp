@@ -43,12 +43,6 @@ constexpr Kvo16s TableVoiceMetric[] = {
     39, 40, 41, 42, 43, 44, 45, 46, 47, 48, 49, 50, 50, 50, 50, 50, 50, 50, 50, 50, 50};
 static_assert(sizeof TableVoiceMetric / sizeof TableVoiceMetric[0] == 90);
 
-constexpr Kvo16s add16(Kvo32s a, Kvo32s b) {
-    return sat16(a + b);
-}
-constexpr Kvo16s sub16(Kvo32s a, Kvo32s b) {
-    return sat16(a - b);
-}
 
 // Rounded arithmetic right shift of a 32-bit value by n >= 1.
 constexpr Kvo32s shrR32(Kvo32s x, int n) {

@@ -171,8 +171,20 @@ constexpr int norm16(Kvo16s x) {
     if (x == 0) return 0;
     return norm32(Kvo32s{x}) - 16;
 }
-// x << n with 16-bit saturation (n >= 0).
-constexpr Kvo16s shl16(Kvo16s x, int n) { return sat16(shl64(x, n > 31 ? 31 : n)); }
+// x << n with 16-bit saturation; a negative n shifts right (arithmetically).
+constexpr Kvo16s shl16(Kvo16s x, int n) {
+    if (n < 0) return static_cast<Kvo16s>(x >> (-n > 15 ? 15 : -n));
+    return sat16(shl64(x, n > 31 ? 31 : n));
+}
+// x << n with 32-bit saturation; a negative n shifts right (arithmetically).
+constexpr Kvo32s shl32(Kvo32s x, int n) {
+    if (n < 0) return x >> (-n > 31 ? 31 : -n);
+    return ShiftLSat_32s(x, n);
+}
+// Fractional division (num << 15) / den for 0 <= num <= den, den > 0; 32767 when num == den.
+constexpr Kvo16s div16(Kvo16s num, Kvo16s den) {
+    return num >= den ? Kvo16s{32767} : static_cast<Kvo16s>((Kvo32s{num} << 15) / den);
+}
 
 // Recomposed double precision value: bit 0 cleared.
 constexpr Kvo32s dp(Kvo32s x) { return static_cast<Kvo32s>(static_cast<Kvo32u>(x) & ~1u); }
