@@ -52,6 +52,20 @@ void coeffUpdate32fcScalar(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows,
                            const Kvo32fc* pErr, Kvo32fc* const* ppCoefRows, int numSegments,
                            int numSubbands);
 
+// SSE2 twins of the two (bit-exact with the scalar cores).
+void firSubband32fcSse2(const Kvo32fc* const* ppRefRows, const Kvo32fc* const* ppCoefRows,
+                        Kvo32fc* pDst, int numSegments, int numSubbands);
+void coeffUpdate32fcSse2(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows,
+                         const Kvo32fc* pErr, Kvo32fc* const* ppCoefRows, int numSegments,
+                         int numSubbands);
+
+// AVX2 twins (ec_fir_avx2.cpp); call only when kvo::cpuHasAvx2().
+void firSubband32fcAvx2(const Kvo32fc* const* ppRefRows, const Kvo32fc* const* ppCoefRows,
+                        Kvo32fc* pDst, int numSegments, int numSubbands);
+void coeffUpdate32fcAvx2(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows,
+                         const Kvo32fc* pErr, Kvo32fc* const* ppCoefRows, int numSegments,
+                         int numSubbands);
+
 // The fixed-point update's addend for one 64-bit product p at shift d = exponent -
 // scaleFactor - 31 (rounded right shift for d >= 0, saturating left shift for d < 0).
 // A shift of 64 or more stands for a step below one unit of the product's last bit

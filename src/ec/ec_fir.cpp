@@ -18,6 +18,7 @@
 
 #include "ec/ec_common.h"
 #include "impl.h"
+#include "numeric/cpu.h"
 #include "numeric/fixed.h"
 
 namespace kvo {
@@ -134,7 +135,10 @@ KvoStatus kvosFIRSubband_EC_32fc(const Kvo32fc** ppRefRows, const Kvo32fc** ppCo
     if (!segmentsOk(numSegments)) return kvoErrRange;
     if (!rowsPresent(ppRefRows, numSegments) || !rowsPresent(ppCoefRows, numSegments))
         return kvoErrNullPtr;
-    ec::firSubband32fcScalar(ppRefRows, ppCoefRows, pDst, numSegments, numSubbands);
+    if (cpuHasAvx2())
+        ec::firSubband32fcAvx2(ppRefRows, ppCoefRows, pDst, numSegments, numSubbands);
+    else
+        ec::firSubband32fcSse2(ppRefRows, ppCoefRows, pDst, numSegments, numSubbands);
     return kvoOk;
 }
 
@@ -200,7 +204,10 @@ KvoStatus kvosFIRSubbandCoeffUpdate_EC_32fc_I(const Kvo64f* pStep, const Kvo32fc
         if (pStep[k] < 0.0) return kvoErrSize;  // -0.0 and NaN pass
     if (!rowsPresent(ppRefRows, numSegments) || !rowsPresent(ppCoefRows, numSegments))
         return kvoErrNullPtr;
-    ec::coeffUpdate32fcScalar(pStep, ppRefRows, pErr, ppCoefRows, numSegments, numSubbands);
+    if (cpuHasAvx2())
+        ec::coeffUpdate32fcAvx2(pStep, ppRefRows, pErr, ppCoefRows, numSegments, numSubbands);
+    else
+        ec::coeffUpdate32fcSse2(pStep, ppRefRows, pErr, ppCoefRows, numSegments, numSubbands);
     return kvoOk;
 }
 

@@ -12,6 +12,7 @@
 
 #include "../support/signals.h"
 #include "ec/ec_common.h"
+#include "numeric/cpu.h"
 #include "ec_util.h"
 #include "kvosc.h"
 
@@ -510,6 +511,60 @@ TEST(AdaptiveKernels, RejectedStepsLeaveEveryRowUntouched) {
     EXPECT_EQ(kvosNLMS_EC_32f(f + 1, f, f, f, 1, f, 0, f), kvoErrBadArg);
     EXPECT_EQ(kvosNLMS_EC_16s(s + 1, s, si, s, 0, s, 1, s), kvoErrBadArg);
     EXPECT_EQ(kvosNLMS_EC_16s(s + 1, s, nullptr, s, 0, s, 1, s), kvoErrNullPtr);
+}
+
+}  // namespace
+
+namespace {
+
+// ---- vector twins ---------------------------------------------------------------------
+
+float extreme(std::mt19937& g) {
+    switch (g() % 8) {
+        case 0: return 0.0f;
+        case 1: return -0.0f;
+        case 2: return (g() & 1 ? 1 : -1) * 3.0e38f;
+        case 3: return (g() & 1 ? 1 : -1) * 1.0e-40f;  // subnormal
+        default: return std::uniform_real_distribution<float>(-1e4f, 1e4f)(g);
+    }
+}
+
+TEST(SubbandTwins, VectorFirAndUpdateMatchTheScalarCoresBitForBit) {
+    std::mt19937 g(2024);
+    for (int trial = 0; trial < 200; ++trial) {
+        SCOPED_TRACE(trial);
+        const int S = 1 + static_cast<int>(g() % 20), K = 1 + static_cast<int>(g() % 67);
+        const bool wild = trial % 3 == 0;
+        Rows<Kvo32fc> X(S, K), H(S, K);
+        std::vector<Kvo32fc> e(static_cast<size_t>(K));
+        std::vector<Kvo64f> step(static_cast<size_t>(K));
+        auto val = [&](float amp) { return wild ? extreme(g) : std::uniform_real_distribution<float>(-amp, amp)(g); };
+        for (auto& r : X.data) for (auto& v : r) v = {val(1000), val(1000)};
+        for (auto& r : H.data) for (auto& v : r) v = {val(1), val(1)};
+        for (auto& v : e) v = {val(100), val(100)};
+        for (auto& v : step) v = wild && g() % 4 == 0 ? 1e30 : std::uniform_real_distribution<double>(0, 1e-3)(g);
+        std::vector<Kvo32fc> y1(static_cast<size_t>(K)), y2(static_cast<size_t>(K));
+        kvo::ec::firSubband32fcScalar(X.cptr.data(), H.cptr.data(), y1.data(), S, K);
+        kvo::ec::firSubband32fcSse2(X.cptr.data(), H.cptr.data(), y2.data(), S, K);
+        EXPECT_EQ(std::memcmp(y1.data(), y2.data(), y1.size() * sizeof(Kvo32fc)), 0);
+        if (kvo::cpuHasAvx2()) {
+            kvo::ec::firSubband32fcAvx2(X.cptr.data(), H.cptr.data(), y2.data(), S, K);
+            EXPECT_EQ(std::memcmp(y1.data(), y2.data(), y1.size() * sizeof(Kvo32fc)), 0);
+        }
+        Rows<Kvo32fc> H2(S, K), H3(S, K);
+        H2.data = H.data;
+        H3.data = H.data;
+        kvo::ec::coeffUpdate32fcScalar(step.data(), X.cptr.data(), e.data(), H.ptr.data(), S, K);
+        kvo::ec::coeffUpdate32fcSse2(step.data(), X.cptr.data(), e.data(), H2.ptr.data(), S, K);
+        if (kvo::cpuHasAvx2())
+            kvo::ec::coeffUpdate32fcAvx2(step.data(), X.cptr.data(), e.data(), H3.ptr.data(), S, K);
+        else
+            H3.data = H.data;
+        for (int r = 0; r < S; ++r) {
+            EXPECT_EQ(std::memcmp(H.data[r].data(), H2.data[r].data(), static_cast<size_t>(K) * sizeof(Kvo32fc)), 0) << r;
+            EXPECT_EQ(std::memcmp(H.data[r].data(), H3.data[r].data(), static_cast<size_t>(K) * sizeof(Kvo32fc)), 0) << r;
+        }
+    }
 }
 
 }  // namespace
