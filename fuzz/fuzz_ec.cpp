@@ -32,8 +32,8 @@ void fuzz_bank(FuzzedDataProvider& fdp) {
     if (!multiple) return;
     HeapBuf<uint8_t> mem(static_cast<size_t>(sz) + off), ib(static_cast<size_t>(isz)),
         wb(static_cast<size_t>(wsz) + off);
-    const bool known = (order == 5 && block == 24 && win == 128) ||
-                       (order == 6 && block == 44 && win == 256);
+    const bool known =
+        (order == 5 && block == 24 && win == 128) || (order == 6 && block == 44 && win == 256);
     const KvoStatus want = block > n ? kvoErrBadArg : (builtin && !known ? kvoErrBadArg : kvoOk);
     KvoStatus st;
     if (fixed) {
@@ -68,7 +68,8 @@ void fuzz_bank(FuzzedDataProvider& fdp) {
             if (synth) {
                 HeapBuf<Kvo32fc> x(bands);
                 for (size_t k = 0; k < bands; ++k)
-                    x[k] = {fdp.ConsumeIntegral<int16_t>() * 1.0f, fdp.ConsumeIntegral<int16_t>() * 1.0f};
+                    x[k] = {fdp.ConsumeIntegral<int16_t>() * 1.0f,
+                            fdp.ConsumeIntegral<int16_t>() * 1.0f};
                 HeapBuf<Kvo32f> y(static_cast<size_t>(block));
                 KVOSC_FUZZ_CHECK(kvosSubbandSynthesis_32fc32f(x, y, s, wb + off) == kvoOk);
             } else {
@@ -131,10 +132,12 @@ void fuzz_subband(FuzzedDataProvider& fdp) {
         const auto before = H.snap();
         KvoStatus st, want = !bandOk ? kvoErrFilterLen : (!segOk ? kvoErrRange : kvoOk);
         if (which == 0) {
-            st = kvosFIRSubband_EC_32fc(const_cast<const Kvo32fc**>(X.c()), const_cast<const Kvo32fc**>(H.c()), y, segs, bands);
+            st = kvosFIRSubband_EC_32fc(const_cast<const Kvo32fc**>(X.c()),
+                                        const_cast<const Kvo32fc**>(H.c()), y, segs, bands);
         } else if (which == 1) {
             if (want == kvoOk && neg) want = kvoErrSize;
-            st = kvosFIRSubbandCoeffUpdate_EC_32fc_I(step, const_cast<const Kvo32fc**>(X.c()), e, H.ptr.data(), segs, bands);
+            st = kvosFIRSubbandCoeffUpdate_EC_32fc_I(step, const_cast<const Kvo32fc**>(X.c()), e,
+                                                     H.ptr.data(), segs, bands);
         } else {
             std::vector<HeapBuf<Kvo64f>*> ms;
             std::vector<HeapBuf<Kvo32fc>*> es;
@@ -146,10 +149,12 @@ void fuzz_subband(FuzzedDataProvider& fdp) {
                 mp.push_back(ms.back()->data());
                 ep.push_back(es.back()->data());
             }
-            want = (bands < 1 || bands > 4097) ? kvoErrFilterLen
-                   : (segs < 1 || segs > 255 || P == 0) ? kvoErrRange : kvoOk;
-            st = kvosFIRSubbandAPCoeffUpdate_EC_32fc_I(mp.data(), const_cast<const Kvo32fc**>(X.c()), ep.data(), H.ptr.data(),
-                                                       static_cast<Kvo32u>(segs), static_cast<Kvo32u>(bands), static_cast<Kvo32u>(P));
+            want = (bands < 1 || bands > 4097)          ? kvoErrFilterLen
+                   : (segs < 1 || segs > 255 || P == 0) ? kvoErrRange
+                                                        : kvoOk;
+            st = kvosFIRSubbandAPCoeffUpdate_EC_32fc_I(
+                mp.data(), const_cast<const Kvo32fc**>(X.c()), ep.data(), H.ptr.data(),
+                static_cast<Kvo32u>(segs), static_cast<Kvo32u>(bands), static_cast<Kvo32u>(P));
             for (auto* m : ms) delete m;
             for (auto* x : es) delete x;
         }
@@ -158,7 +163,8 @@ void fuzz_subband(FuzzedDataProvider& fdp) {
         return;
     }
     RowSet<Kvo32sc> X(fdp, nRows, nb), H(fdp, segs > 0 ? segs : 1, nb);
-    HeapBuf<Kvo32sc> e(fdp, static_cast<size_t>(nb)), y(static_cast<size_t>(nb)), se(static_cast<size_t>(nb));
+    HeapBuf<Kvo32sc> e(fdp, static_cast<size_t>(nb)), y(static_cast<size_t>(nb)),
+        se(static_cast<size_t>(nb));
     HeapBuf<KvoStepPair> step(static_cast<size_t>(nb));
     bool neg = false;
     for (int k = 0; k < nb; ++k) {
@@ -170,16 +176,28 @@ void fuzz_subband(FuzzedDataProvider& fdp) {
     KvoStatus st, want;
     if (which == 2) {
         want = !bandOk ? kvoErrFilterLen : (!segOk || sf < -31 || sf > 31) ? kvoErrRange : kvoOk;
-        st = kvosFIRSubband_EC_32sc_Sfs(const_cast<const Kvo32sc**>(X.c()), const_cast<const Kvo32sc**>(H.c()), y, segs, bands, sf);
+        st = kvosFIRSubband_EC_32sc_Sfs(const_cast<const Kvo32sc**>(X.c()),
+                                        const_cast<const Kvo32sc**>(H.c()), y, segs, bands, sf);
     } else if (which == 3) {
-        want = !bandOk ? kvoErrFilterLen : (!segOk || sf < 0 || sf > 31) ? kvoErrRange : neg ? kvoErrSize : kvoOk;
-        st = kvosFIRSubbandCoeffUpdate_EC_32sc_I(step, const_cast<const Kvo32sc**>(X.c()), e, H.ptr.data(), segs, bands, sf);
+        want = !bandOk                         ? kvoErrFilterLen
+               : (!segOk || sf < 0 || sf > 31) ? kvoErrRange
+               : neg                           ? kvoErrSize
+                                               : kvoOk;
+        st = kvosFIRSubbandCoeffUpdate_EC_32sc_I(step, const_cast<const Kvo32sc**>(X.c()), e,
+                                                 H.ptr.data(), segs, bands, sf);
     } else {
-        want = (!segOk || !startOk) ? kvoErrRange : !bandOk ? kvoErrFilterLen : (sf < 0 || sf > 31) ? kvoErrRange : kvoOk;
+        want = (!segOk || !startOk)  ? kvoErrRange
+               : !bandOk             ? kvoErrFilterLen
+               : (sf < 0 || sf > 31) ? kvoErrRange
+                                     : kvoOk;
         if (which == 4)
-            st = kvosFIRSubbandLow_EC_32sc_Sfs(const_cast<const Kvo32sc**>(X.c()), const_cast<const Kvo32sc**>(H.c()), segs, y, start, bands, sf);
+            st = kvosFIRSubbandLow_EC_32sc_Sfs(const_cast<const Kvo32sc**>(X.c()),
+                                               const_cast<const Kvo32sc**>(H.c()), segs, y, start,
+                                               bands, sf);
         else
-            st = kvosFIRSubbandLowCoeffUpdate_EC_32sc_I(const_cast<const Kvo32sc**>(X.c()), e, H.ptr.data(), segs, se, step, start, bands, sf);
+            st = kvosFIRSubbandLowCoeffUpdate_EC_32sc_I(const_cast<const Kvo32sc**>(X.c()), e,
+                                                        H.ptr.data(), segs, se, step, start, bands,
+                                                        sf);
     }
     KVOSC_FUZZ_CHECK(st == want);
     if (st != kvoOk) KVOSC_FUZZ_CHECK(H.snap() == before);
@@ -187,7 +205,8 @@ void fuzz_subband(FuzzedDataProvider& fdp) {
 
 void fuzz_fullband(FuzzedDataProvider& fdp) {
     const bool fixed = fdp.ConsumeBool(), nlms = fdp.ConsumeBool();
-    const int len = fdp.ConsumeIntegralInRange<int>(0, 64), taps = fdp.ConsumeIntegralInRange<int>(0, 80);
+    const int len = fdp.ConsumeIntegralInRange<int>(0, 64),
+              taps = fdp.ConsumeIntegralInRange<int>(0, 80);
     const size_t lead = static_cast<size_t>(taps > 0 ? taps : 0);
     const size_t n = static_cast<size_t>(len > 0 ? len : 1);
     const KvoStatus want = (len < 1 || taps < 1) ? kvoErrBadArg : kvoOk;
@@ -201,7 +220,9 @@ void fuzz_fullband(FuzzedDataProvider& fdp) {
     } else {
         HeapBuf<Kvo32f> ref(lead + n), mic(n), out(n), coef(lead ? lead : 1), step(n), mu(1);
         for (size_t i = 0; i < lead + n; ++i) ref[i] = fdp.ConsumeIntegral<int16_t>();
-        for (size_t i = 0; i < n; ++i) mic[i] = fdp.ConsumeIntegral<int16_t>(), step[i] = 1e-7f * fdp.ConsumeIntegral<uint8_t>();
+        for (size_t i = 0; i < n; ++i)
+            mic[i] = fdp.ConsumeIntegral<int16_t>(),
+            step[i] = 1e-7f * fdp.ConsumeIntegral<uint8_t>();
         st = nlms ? kvosNLMS_EC_32f(ref + lead, mic, step, out, len, coef, taps, mu)
                   : kvosFIR_EC_32f(ref + lead, mic, out, len, coef, taps);
     }
@@ -232,10 +253,18 @@ void fuzz_tone(FuzzedDataProvider& fdp) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider fdp(data, size);
     switch (fdp.ConsumeIntegralInRange<int>(0, 3)) {
-        case 0: fuzz_bank(fdp); break;
-        case 1: fuzz_subband(fdp); break;
-        case 2: fuzz_fullband(fdp); break;
-        default: fuzz_tone(fdp); break;
+        case 0:
+            fuzz_bank(fdp);
+            break;
+        case 1:
+            fuzz_subband(fdp);
+            break;
+        case 2:
+            fuzz_fullband(fdp);
+            break;
+        default:
+            fuzz_tone(fdp);
+            break;
     }
     return 0;
 }

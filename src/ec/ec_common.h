@@ -31,10 +31,14 @@ inline const T* align16(const void* p) {
     const auto a = reinterpret_cast<std::uintptr_t>(p);
     return reinterpret_cast<const T*>((a + (kAlign - 1)) & ~std::uintptr_t{kAlign - 1});
 }
-constexpr std::int64_t roundUp16(std::int64_t v) { return (v + 15) & ~std::int64_t{15}; }
+constexpr std::int64_t roundUp16(std::int64_t v) {
+    return (v + 15) & ~std::int64_t{15};
+}
 
 // The echo family accepts these two sampling rates only.
-constexpr bool rateOk(Kvo32s sampleFreq) { return sampleFreq == 8000 || sampleFreq == 16000; }
+constexpr bool rateOk(Kvo32s sampleFreq) {
+    return sampleFreq == 8000 || sampleFreq == 16000;
+}
 
 // First halves of the two built-in prototype windows (ec_windows.cpp).
 extern const Kvo32f kSubbandWindowHalf_5_24_128[64];
@@ -55,16 +59,14 @@ void coeffUpdate32fcScalar(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows,
 // SSE2 twins of the two (bit-exact with the scalar cores).
 void firSubband32fcSse2(const Kvo32fc* const* ppRefRows, const Kvo32fc* const* ppCoefRows,
                         Kvo32fc* pDst, int numSegments, int numSubbands);
-void coeffUpdate32fcSse2(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows,
-                         const Kvo32fc* pErr, Kvo32fc* const* ppCoefRows, int numSegments,
-                         int numSubbands);
+void coeffUpdate32fcSse2(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows, const Kvo32fc* pErr,
+                         Kvo32fc* const* ppCoefRows, int numSegments, int numSubbands);
 
 // AVX2 twins (ec_fir_avx2.cpp); call only when kvo::cpuHasAvx2().
 void firSubband32fcAvx2(const Kvo32fc* const* ppRefRows, const Kvo32fc* const* ppCoefRows,
                         Kvo32fc* pDst, int numSegments, int numSubbands);
-void coeffUpdate32fcAvx2(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows,
-                         const Kvo32fc* pErr, Kvo32fc* const* ppCoefRows, int numSegments,
-                         int numSubbands);
+void coeffUpdate32fcAvx2(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows, const Kvo32fc* pErr,
+                         Kvo32fc* const* ppCoefRows, int numSegments, int numSubbands);
 
 // The fixed-point update's addend for one 64-bit product p at shift d = exponent -
 // scaleFactor - 31 (rounded right shift for d >= 0, saturating left shift for d < 0).

@@ -55,9 +55,8 @@ void firSubband32fcAvx2(const Kvo32fc* const* ppRefRows, const Kvo32fc* const* p
     }
 }
 
-void coeffUpdate32fcAvx2(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows,
-                         const Kvo32fc* pErr, Kvo32fc* const* ppCoefRows, int numSegments,
-                         int numSubbands) {
+void coeffUpdate32fcAvx2(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows, const Kvo32fc* pErr,
+                         Kvo32fc* const* ppCoefRows, int numSegments, int numSubbands) {
     const int quads = numSubbands & ~3;
     // step * E per subband, formed once for all rows (64 kB of stack at most).
     alignas(32) Kvo64f ab[2 * (kMaxSubbands + 3)];
@@ -92,7 +91,8 @@ void coeffUpdate32fcAvx2(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows,
     if (quads < numSubbands) {
         const Kvo32fc* x[kMaxSegments];
         Kvo32fc* h[kMaxSegments];
-        for (int r = 0; r < numSegments; ++r) x[r] = ppRefRows[r] + quads, h[r] = ppCoefRows[r] + quads;
+        for (int r = 0; r < numSegments; ++r)
+            x[r] = ppRefRows[r] + quads, h[r] = ppCoefRows[r] + quads;
         coeffUpdate32fcSse2(pStep + quads, x, pErr + quads, h, numSegments, numSubbands - quads);
     }
 }

@@ -69,9 +69,8 @@ void firSubband32fcSse2(const Kvo32fc* const* ppRefRows, const Kvo32fc* const* p
     }
 }
 
-void coeffUpdate32fcSse2(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows,
-                         const Kvo32fc* pErr, Kvo32fc* const* ppCoefRows, int numSegments,
-                         int numSubbands) {
+void coeffUpdate32fcSse2(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows, const Kvo32fc* pErr,
+                         Kvo32fc* const* ppCoefRows, int numSegments, int numSubbands) {
     const int pairs = numSubbands & ~1;
     // step * E per subband, formed once for all rows (64 kB of stack at most).
     alignas(16) Kvo64f ab[2 * (kMaxSubbands + 1)];
@@ -101,7 +100,8 @@ void coeffUpdate32fcSse2(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows,
     if (pairs < numSubbands) {
         const Kvo32fc* x[kMaxSegments];
         Kvo32fc* h[kMaxSegments];
-        for (int r = 0; r < numSegments; ++r) x[r] = ppRefRows[r] + pairs, h[r] = ppCoefRows[r] + pairs;
+        for (int r = 0; r < numSegments; ++r)
+            x[r] = ppRefRows[r] + pairs, h[r] = ppCoefRows[r] + pairs;
         coeffUpdate32fcScalar(pStep + pairs, x, pErr + pairs, h, numSegments, numSubbands - pairs);
     }
 }

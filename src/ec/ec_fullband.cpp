@@ -45,9 +45,8 @@ KvoStatus kvosFIR_EC_16s(const Kvo16s* pRef, const Kvo16s* pMic, Kvo16s* pDst, K
     return kvoOk;
 }
 
-KvoStatus kvosNLMS_EC_32f(const Kvo32f* pRef, const Kvo32f* pMic, const Kvo32f* pStep,
-                          Kvo32f* pDst, Kvo32s len, Kvo32f* pCoefs, Kvo32s tapLen,
-                          Kvo32f* pMuErr) {
+KvoStatus kvosNLMS_EC_32f(const Kvo32f* pRef, const Kvo32f* pMic, const Kvo32f* pStep, Kvo32f* pDst,
+                          Kvo32s len, Kvo32f* pCoefs, Kvo32s tapLen, Kvo32f* pMuErr) {
     if (pRef == nullptr || pMic == nullptr || pStep == nullptr || pDst == nullptr ||
         pCoefs == nullptr || pMuErr == nullptr)
         return kvoErrNullPtr;
@@ -68,9 +67,8 @@ KvoStatus kvosNLMS_EC_32f(const Kvo32f* pRef, const Kvo32f* pMic, const Kvo32f* 
     return kvoOk;
 }
 
-KvoStatus kvosNLMS_EC_16s(const Kvo16s* pRef, const Kvo16s* pMic, const Kvo32s* pStep,
-                          Kvo16s* pDst, Kvo32s len, Kvo16s* pCoefs, Kvo32s tapLen,
-                          Kvo16s* pMuErr) {
+KvoStatus kvosNLMS_EC_16s(const Kvo16s* pRef, const Kvo16s* pMic, const Kvo32s* pStep, Kvo16s* pDst,
+                          Kvo32s len, Kvo16s* pCoefs, Kvo32s tapLen, Kvo16s* pMuErr) {
     if (pRef == nullptr || pMic == nullptr || pStep == nullptr || pDst == nullptr ||
         pCoefs == nullptr || pMuErr == nullptr)
         return kvoErrNullPtr;

@@ -38,7 +38,8 @@ Scene make_scene(int rate, double seconds, uint32_t seed) {
     double lp = 0;
     for (int i = 0; i < n; ++i) {
         lp = 0.7 * lp + 0.3 * wn[static_cast<size_t>(i)];
-        s.far[static_cast<size_t>(i)] = static_cast<Kvo16s>(std::lround(std::clamp(0.8 * sp[static_cast<size_t>(i)] + lp, -32768.0, 32767.0)));
+        s.far[static_cast<size_t>(i)] = static_cast<Kvo16s>(
+            std::lround(std::clamp(0.8 * sp[static_cast<size_t>(i)] + lp, -32768.0, 32767.0)));
     }
     // Echo path: 5 ms of pure delay, then a 24 ms exponentially decaying random tail,
     // scaled to 10 dB of echo return loss.
@@ -55,8 +56,10 @@ Scene make_scene(int rate, double seconds, uint32_t seed) {
     s.near.resize(static_cast<size_t>(n));
     for (int i = 0; i < n; ++i) {
         double y = nn[static_cast<size_t>(i)];
-        for (size_t t = 0; t < h.size() && t <= static_cast<size_t>(i); ++t) y += h[t] * s.far[static_cast<size_t>(i) - t];
-        s.near[static_cast<size_t>(i)] = static_cast<Kvo16s>(std::lround(std::clamp(y, -32768.0, 32767.0)));
+        for (size_t t = 0; t < h.size() && t <= static_cast<size_t>(i); ++t)
+            y += h[t] * s.far[static_cast<size_t>(i) - t];
+        s.near[static_cast<size_t>(i)] =
+            static_cast<Kvo16s>(std::lround(std::clamp(y, -32768.0, 32767.0)));
     }
     return s;
 }
@@ -88,26 +91,37 @@ std::vector<double> subband_chain(const Scene& s, int segs) {
     for (size_t p = 0; p + B <= s.far.size(); p += B) {
         X.rotate();
         if constexpr (kFixed) {
-            EXPECT_EQ(kvosSubbandAnalysis_16s32sc_Sfs(&s.far[p], X.ptr[0], af.st, 0, af.work.p), kvoOk);
-            EXPECT_EQ(kvosSubbandAnalysis_16s32sc_Sfs(&s.near[p], mic.data(), an.st, 0, an.work.p), kvoOk);
-            EXPECT_EQ(kvosFIRSubband_EC_32sc_Sfs(X.cptr.data(), H.cptr.data(), y.data(), segs, K, kCoefQ), kvoOk);
+            EXPECT_EQ(kvosSubbandAnalysis_16s32sc_Sfs(&s.far[p], X.ptr[0], af.st, 0, af.work.p),
+                      kvoOk);
+            EXPECT_EQ(kvosSubbandAnalysis_16s32sc_Sfs(&s.near[p], mic.data(), an.st, 0, an.work.p),
+                      kvoOk);
+            EXPECT_EQ(
+                kvosFIRSubband_EC_32sc_Sfs(X.cptr.data(), H.cptr.data(), y.data(), segs, K, kCoefQ),
+                kvoOk);
         } else {
-            std::vector<Kvo32f> f(s.far.begin() + static_cast<long>(p), s.far.begin() + static_cast<long>(p) + B);
-            std::vector<Kvo32f> m(s.near.begin() + static_cast<long>(p), s.near.begin() + static_cast<long>(p) + B);
+            std::vector<Kvo32f> f(s.far.begin() + static_cast<long>(p),
+                                  s.far.begin() + static_cast<long>(p) + B);
+            std::vector<Kvo32f> m(s.near.begin() + static_cast<long>(p),
+                                  s.near.begin() + static_cast<long>(p) + B);
             EXPECT_EQ(kvosSubbandAnalysis_32f32fc(f.data(), X.ptr[0], af.st, af.work.p), kvoOk);
             EXPECT_EQ(kvosSubbandAnalysis_32f32fc(m.data(), mic.data(), an.st, an.work.p), kvoOk);
-            EXPECT_EQ(kvosFIRSubband_EC_32fc(X.cptr.data(), H.cptr.data(), y.data(), segs, K), kvoOk);
+            EXPECT_EQ(kvosFIRSubband_EC_32fc(X.cptr.data(), H.cptr.data(), y.data(), segs, K),
+                      kvoOk);
         }
         for (int k = 0; k < K; ++k) {
             if constexpr (kFixed) {
-                e[k].re = static_cast<Kvo32s>(std::clamp<Kvo64s>(Kvo64s{mic[k].re} - y[k].re, INT32_MIN, INT32_MAX));
-                e[k].im = static_cast<Kvo32s>(std::clamp<Kvo64s>(Kvo64s{mic[k].im} - y[k].im, INT32_MIN, INT32_MAX));
+                e[k].re = static_cast<Kvo32s>(
+                    std::clamp<Kvo64s>(Kvo64s{mic[k].re} - y[k].re, INT32_MIN, INT32_MAX));
+                e[k].im = static_cast<Kvo32s>(
+                    std::clamp<Kvo64s>(Kvo64s{mic[k].im} - y[k].im, INT32_MIN, INT32_MAX));
             } else {
                 e[k].re = mic[k].re - y[k].re;
                 e[k].im = mic[k].im - y[k].im;
             }
             double pk = 0;
-            for (int r = 0; r < segs; ++r) pk += double(X.ptr[r][k].re) * X.ptr[r][k].re + double(X.ptr[r][k].im) * X.ptr[r][k].im;
+            for (int r = 0; r < segs; ++r)
+                pk += double(X.ptr[r][k].re) * X.ptr[r][k].re +
+                      double(X.ptr[r][k].im) * X.ptr[r][k].im;
             const double step = 0.4 / (pk + 1e6);
             stepF[static_cast<size_t>(k)] = step;
             const int ex = 30 - static_cast<int>(std::floor(std::log2(step)));
@@ -116,11 +130,16 @@ std::vector<double> subband_chain(const Scene& s, int segs) {
         std::vector<Kvo16s> o16(B);
         std::vector<Kvo32f> of(B);
         if constexpr (kFixed) {
-            EXPECT_EQ(kvosFIRSubbandCoeffUpdate_EC_32sc_I(stepI.data(), X.cptr.data(), e.data(), H.ptr.data(), segs, K, kCoefQ), kvoOk);
-            EXPECT_EQ(kvosSubbandSynthesis_32sc16s_Sfs(e.data(), o16.data(), sy.st, 0, sy.work.p), kvoOk);
+            EXPECT_EQ(kvosFIRSubbandCoeffUpdate_EC_32sc_I(stepI.data(), X.cptr.data(), e.data(),
+                                                          H.ptr.data(), segs, K, kCoefQ),
+                      kvoOk);
+            EXPECT_EQ(kvosSubbandSynthesis_32sc16s_Sfs(e.data(), o16.data(), sy.st, 0, sy.work.p),
+                      kvoOk);
             out.insert(out.end(), o16.begin(), o16.end());
         } else {
-            EXPECT_EQ(kvosFIRSubbandCoeffUpdate_EC_32fc_I(stepF.data(), X.cptr.data(), e.data(), H.ptr.data(), segs, K), kvoOk);
+            EXPECT_EQ(kvosFIRSubbandCoeffUpdate_EC_32fc_I(stepF.data(), X.cptr.data(), e.data(),
+                                                          H.ptr.data(), segs, K),
+                      kvoOk);
             EXPECT_EQ(kvosSubbandSynthesis_32fc32f(e.data(), of.data(), sy.st, sy.work.p), kvoOk);
             out.insert(out.end(), of.begin(), of.end());
         }
@@ -149,7 +168,8 @@ TEST(CancellerChain, FullbandNlmsAgainstSpeexdsp) {
     const int taps = 1024, n = static_cast<int>(s.near.size());
     // Fullband NLMS, float: step 0.5 / (tap energy), 80-sample calls.
     std::vector<Kvo32f> ref(static_cast<size_t>(taps), 0.0f), mic(s.near.begin(), s.near.end()),
-        out(static_cast<size_t>(n)), coef(static_cast<size_t>(taps), 0.0f), step(static_cast<size_t>(n));
+        out(static_cast<size_t>(n)), coef(static_cast<size_t>(taps), 0.0f),
+        step(static_cast<size_t>(n));
     ref.insert(ref.end(), s.far.begin(), s.far.end());
     double en = 0;
     for (int i = 0; i < n; ++i) {
@@ -159,8 +179,9 @@ TEST(CancellerChain, FullbandNlmsAgainstSpeexdsp) {
     }
     Kvo32f mu = 0;
     for (int p = 0; p < n; p += 80)
-        ASSERT_EQ(kvosNLMS_EC_32f(&ref[static_cast<size_t>(taps + p)], &mic[static_cast<size_t>(p)], &step[static_cast<size_t>(p)],
-                                  &out[static_cast<size_t>(p)], std::min(80, n - p), coef.data(), taps, &mu),
+        ASSERT_EQ(kvosNLMS_EC_32f(&ref[static_cast<size_t>(taps + p)], &mic[static_cast<size_t>(p)],
+                                  &step[static_cast<size_t>(p)], &out[static_cast<size_t>(p)],
+                                  std::min(80, n - p), coef.data(), taps, &mu),
                   kvoOk);
     const double ours = erle(s, std::vector<double>(out.begin(), out.end()), 0);
     RecordProperty("fullband_nlms_erle_dB", std::to_string(ours));
@@ -171,7 +192,8 @@ TEST(CancellerChain, FullbandNlmsAgainstSpeexdsp) {
     speex_echo_ctl(st, SPEEX_ECHO_SET_SAMPLING_RATE, &rate);
     std::vector<spx_int16_t> o(static_cast<size_t>(n));
     for (int p = 0; p + 80 <= n; p += 80)
-        speex_echo_cancellation(st, &s.near[static_cast<size_t>(p)], &s.far[static_cast<size_t>(p)], &o[static_cast<size_t>(p)]);
+        speex_echo_cancellation(st, &s.near[static_cast<size_t>(p)], &s.far[static_cast<size_t>(p)],
+                                &o[static_cast<size_t>(p)]);
     speex_echo_state_destroy(st);
     const double peer = erle(s, std::vector<double>(o.begin(), o.end()), 0);
     RecordProperty("speexdsp_erle_dB", std::to_string(peer));
