@@ -68,6 +68,20 @@ void firSubband32fcAvx2(const Kvo32fc* const* ppRefRows, const Kvo32fc* const* p
 void coeffUpdate32fcAvx2(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows, const Kvo32fc* pErr,
                          Kvo32fc* const* ppCoefRows, int numSegments, int numSubbands);
 
+// 16-bit fullband NLMS.  nlms16sSample runs one sample (coefficient update with the
+// previous mu, then the filter) and returns the next mu; the scalar core runs a call.
+// The AVX2 twin needs tapLen <= kNlmsVectorMaxTaps: then no partial sum of the filter can
+// reach the 32-bit limits (each rounded product is at most 2^15 in magnitude), so the
+// saturating sum equals the plain sum in any order; samples whose mu exceeds 16 bits take
+// the scalar step.
+inline constexpr int kNlmsVectorMaxTaps = 65535;
+Kvo32s nlms16sSample(const Kvo16s* x, Kvo16s mic, Kvo32s step, Kvo16s* pCoefs, int tapLen,
+                     Kvo32s mu, Kvo16s* pOut);
+void nlms16sScalar(const Kvo16s* pRef, const Kvo16s* pMic, const Kvo32s* pStep, Kvo16s* pDst,
+                   int len, Kvo16s* pCoefs, int tapLen, Kvo16s* pMuErr);
+void nlms16sAvx2(const Kvo16s* pRef, const Kvo16s* pMic, const Kvo32s* pStep, Kvo16s* pDst,
+                 int len, Kvo16s* pCoefs, int tapLen, Kvo16s* pMuErr);
+
 // The fixed-point update's addend for one 64-bit product p at shift d = exponent -
 // scaleFactor - 31 (rounded right shift for d >= 0, saturating left shift for d < 0).
 // A shift of 64 or more stands for a step below one unit of the product's last bit

@@ -12,7 +12,33 @@
 // it, the NLMS filter tapLen (one more, for the update of the previous sample).
 #include "ec/ec_common.h"
 #include "impl.h"
+#include "numeric/cpu.h"
 #include "numeric/fixed.h"
+
+namespace kvo::ec {
+
+Kvo32s nlms16sSample(const Kvo16s* x, Kvo16s mic, Kvo32s step, Kvo16s* pCoefs, int tapLen,
+                     Kvo32s mu, Kvo16s* pOut) {
+    Kvo32s y = 0;
+    for (int t = 0; t < tapLen; ++t) {
+        pCoefs[t] = sat16(Kvo64s{pCoefs[t]} + ((Kvo64s{x[-1 - t]} * mu + 4096) >> 13));
+        y = sat32(Kvo64s{y} + ((Kvo32s{pCoefs[t]} * x[-t] + 16384) >> 15));
+    }
+    const Kvo16s e = sat16(Kvo64s{mic} - y);
+    *pOut = e;
+    // The 48-bit product is rounded and kept in 32 bits (low word) inside the call.
+    return lo32((Kvo64s{e} * step + 1024) >> 11);
+}
+
+void nlms16sScalar(const Kvo16s* pRef, const Kvo16s* pMic, const Kvo32s* pStep, Kvo16s* pDst,
+                   int len, Kvo16s* pCoefs, int tapLen, Kvo16s* pMuErr) {
+    Kvo32s mu = *pMuErr;
+    for (int i = 0; i < len; ++i)
+        mu = nlms16sSample(pRef + i, pMic[i], pStep[i], pCoefs, tapLen, mu, pDst + i);
+    *pMuErr = sat16(mu);
+}
+
+}  // namespace kvo::ec
 
 namespace kvo::impl {
 
@@ -67,26 +93,17 @@ KvoStatus kvosNLMS_EC_32f(const Kvo32f* pRef, const Kvo32f* pMic, const Kvo32f* 
     return kvoOk;
 }
 
-KvoStatus kvosNLMS_EC_16s(const Kvo16s* pRef, const Kvo16s* pMic, const Kvo32s* pStep, Kvo16s* pDst,
-                          Kvo32s len, Kvo16s* pCoefs, Kvo32s tapLen, Kvo16s* pMuErr) {
+KvoStatus kvosNLMS_EC_16s(const Kvo16s* pRef, const Kvo16s* pMic, const Kvo32s* pStep,
+                          Kvo16s* pDst, Kvo32s len, Kvo16s* pCoefs, Kvo32s tapLen,
+                          Kvo16s* pMuErr) {
     if (pRef == nullptr || pMic == nullptr || pStep == nullptr || pDst == nullptr ||
         pCoefs == nullptr || pMuErr == nullptr)
         return kvoErrNullPtr;
     if (len < 1 || tapLen < 1) return kvoErrBadArg;
-    Kvo32s mu = *pMuErr;
-    for (Kvo32s i = 0; i < len; ++i) {
-        const Kvo16s* x = pRef + i;
-        Kvo32s y = 0;
-        for (Kvo32s t = 0; t < tapLen; ++t) {
-            pCoefs[t] = sat16(Kvo64s{pCoefs[t]} + ((Kvo64s{x[-1 - t]} * mu + 4096) >> 13));
-            y = sat32(Kvo64s{y} + ((Kvo32s{pCoefs[t]} * x[-t] + 16384) >> 15));
-        }
-        const Kvo16s e = sat16(Kvo64s{pMic[i]} - y);
-        pDst[i] = e;
-        // The 48-bit product is rounded and kept in 32 bits (low word) inside the call.
-        mu = lo32((Kvo64s{e} * pStep[i] + 1024) >> 11);
-    }
-    *pMuErr = sat16(mu);
+    if (tapLen <= ec::kNlmsVectorMaxTaps && cpuHasAvx2())
+        ec::nlms16sAvx2(pRef, pMic, pStep, pDst, len, pCoefs, tapLen, pMuErr);
+    else
+        ec::nlms16sScalar(pRef, pMic, pStep, pDst, len, pCoefs, tapLen, pMuErr);
     return kvoOk;
 }
 

@@ -667,3 +667,38 @@ TEST(SubbandTwins, VectorFirAndUpdateMatchTheScalarCoresBitForBit) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(FullbandTwins, VectorNlms16MatchesTheScalarCoreBitForBit) {
+    if (!kvo::cpuHasAvx2()) GTEST_SKIP() << "no AVX2";
+    std::mt19937 g(77);
+    for (int trial = 0; trial < 300; ++trial) {
+        SCOPED_TRACE(trial);
+        const int taps = 1 + static_cast<int>(g() % 70), len = 1 + static_cast<int>(g() % 50);
+        const int kind = trial % 4;  // 0 speech-sized, 1 full scale, 2 huge steps, 3 mixed
+        auto sample = [&]() -> Kvo16s {
+            if (kind == 1) return g() & 1 ? 32767 : -32768;
+            return static_cast<Kvo16s>(static_cast<int>(g() % 20001) - 10000);
+        };
+        std::vector<Kvo16s> ref(static_cast<size_t>(taps + len)), mic(static_cast<size_t>(len)),
+            c1(static_cast<size_t>(taps)), o1(static_cast<size_t>(len)), o2(o1);
+        for (auto& v : ref) v = sample();
+        for (auto& v : mic) v = sample();
+        for (auto& v : c1) v = static_cast<Kvo16s>(g());
+        std::vector<Kvo32s> step(static_cast<size_t>(len));
+        for (auto& v : step)
+            v = kind == 2 ? static_cast<Kvo32s>(g()) : static_cast<Kvo32s>(g() % (kind == 3 ? 200000 : 3000));
+        std::vector<Kvo16s> c2 = c1;
+        Kvo16s mu1 = static_cast<Kvo16s>(g()), mu2 = mu1;
+        kvo::ec::nlms16sScalar(&ref[static_cast<size_t>(taps)], mic.data(), step.data(), o1.data(), len,
+                               c1.data(), taps, &mu1);
+        kvo::ec::nlms16sAvx2(&ref[static_cast<size_t>(taps)], mic.data(), step.data(), o2.data(), len,
+                             c2.data(), taps, &mu2);
+        EXPECT_EQ(o1, o2);
+        EXPECT_EQ(c1, c2);
+        EXPECT_EQ(mu1, mu2);
+    }
+}
+
+}  // namespace
