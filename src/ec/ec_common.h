@@ -79,8 +79,19 @@ Kvo32s nlms16sSample(const Kvo16s* x, Kvo16s mic, Kvo32s step, Kvo16s* pCoefs, i
                      Kvo32s mu, Kvo16s* pOut);
 void nlms16sScalar(const Kvo16s* pRef, const Kvo16s* pMic, const Kvo32s* pStep, Kvo16s* pDst,
                    int len, Kvo16s* pCoefs, int tapLen, Kvo16s* pMuErr);
-void nlms16sAvx2(const Kvo16s* pRef, const Kvo16s* pMic, const Kvo32s* pStep, Kvo16s* pDst,
-                 int len, Kvo16s* pCoefs, int tapLen, Kvo16s* pMuErr);
+void nlms16sAvx2(const Kvo16s* pRef, const Kvo16s* pMic, const Kvo32s* pStep, Kvo16s* pDst, int len,
+                 Kvo16s* pCoefs, int tapLen, Kvo16s* pMuErr);
+
+// AVX2 twins of the fullband FIR (the 16-bit one for tapLen <= kNlmsVectorMaxTaps, where
+// its saturating sum cannot saturate).  The 32-bit one runs eight output samples at once.
+void fir16sScalar(const Kvo16s* pRef, const Kvo16s* pMic, Kvo16s* pDst, int len,
+                  const Kvo16s* pCoefs, int tapLen);
+void fir32fScalar(const Kvo32f* pRef, const Kvo32f* pMic, Kvo32f* pDst, int len,
+                  const Kvo32f* pCoefs, int tapLen);
+void fir16sAvx2(const Kvo16s* pRef, const Kvo16s* pMic, Kvo16s* pDst, int len, const Kvo16s* pCoefs,
+                int tapLen);
+void fir32fAvx2(const Kvo32f* pRef, const Kvo32f* pMic, Kvo32f* pDst, int len, const Kvo32f* pCoefs,
+                int tapLen);
 
 // The fixed-point update's addend for one 64-bit product p at shift d = exponent -
 // scaleFactor - 31 (rounded right shift for d >= 0, saturating left shift for d < 0).

@@ -30,6 +30,27 @@ Kvo32s nlms16sSample(const Kvo16s* x, Kvo16s mic, Kvo32s step, Kvo16s* pCoefs, i
     return lo32((Kvo64s{e} * step + 1024) >> 11);
 }
 
+void fir32fScalar(const Kvo32f* pRef, const Kvo32f* pMic, Kvo32f* pDst, int len,
+                  const Kvo32f* pCoefs, int tapLen) {
+    for (int i = 0; i < len; ++i) {
+        const Kvo32f* x = pRef + i;
+        Kvo32f y = 0.0f;
+        for (int t = 0; t < tapLen; ++t) y += x[-t] * pCoefs[t];
+        pDst[i] = pMic[i] - y;
+    }
+}
+
+void fir16sScalar(const Kvo16s* pRef, const Kvo16s* pMic, Kvo16s* pDst, int len,
+                  const Kvo16s* pCoefs, int tapLen) {
+    for (int i = 0; i < len; ++i) {
+        const Kvo16s* x = pRef + i;
+        Kvo32s y = 0;
+        for (int t = 0; t < tapLen; ++t)
+            y = sat32(Kvo64s{y} + ((Kvo32s{x[-t]} * pCoefs[t] + 16384) >> 15));
+        pDst[i] = sat16(Kvo64s{pMic[i]} - y);
+    }
+}
+
 void nlms16sScalar(const Kvo16s* pRef, const Kvo16s* pMic, const Kvo32s* pStep, Kvo16s* pDst,
                    int len, Kvo16s* pCoefs, int tapLen, Kvo16s* pMuErr) {
     Kvo32s mu = *pMuErr;
@@ -47,12 +68,10 @@ KvoStatus kvosFIR_EC_32f(const Kvo32f* pRef, const Kvo32f* pMic, Kvo32f* pDst, K
     if (pRef == nullptr || pMic == nullptr || pDst == nullptr || pCoefs == nullptr)
         return kvoErrNullPtr;
     if (len < 1 || tapLen < 1) return kvoErrBadArg;
-    for (Kvo32s i = 0; i < len; ++i) {
-        const Kvo32f* x = pRef + i;
-        Kvo32f y = 0.0f;
-        for (Kvo32s t = 0; t < tapLen; ++t) y += x[-t] * pCoefs[t];
-        pDst[i] = pMic[i] - y;
-    }
+    if (cpuHasAvx2())
+        ec::fir32fAvx2(pRef, pMic, pDst, len, pCoefs, tapLen);
+    else
+        ec::fir32fScalar(pRef, pMic, pDst, len, pCoefs, tapLen);
     return kvoOk;
 }
 
@@ -61,13 +80,10 @@ KvoStatus kvosFIR_EC_16s(const Kvo16s* pRef, const Kvo16s* pMic, Kvo16s* pDst, K
     if (pRef == nullptr || pMic == nullptr || pDst == nullptr || pCoefs == nullptr)
         return kvoErrNullPtr;
     if (len < 1 || tapLen < 1) return kvoErrBadArg;
-    for (Kvo32s i = 0; i < len; ++i) {
-        const Kvo16s* x = pRef + i;
-        Kvo32s y = 0;
-        for (Kvo32s t = 0; t < tapLen; ++t)
-            y = sat32(Kvo64s{y} + ((Kvo32s{x[-t]} * pCoefs[t] + 16384) >> 15));
-        pDst[i] = sat16(Kvo64s{pMic[i]} - y);
-    }
+    if (tapLen <= ec::kNlmsVectorMaxTaps && cpuHasAvx2())
+        ec::fir16sAvx2(pRef, pMic, pDst, len, pCoefs, tapLen);
+    else
+        ec::fir16sScalar(pRef, pMic, pDst, len, pCoefs, tapLen);
     return kvoOk;
 }
 
@@ -93,9 +109,8 @@ KvoStatus kvosNLMS_EC_32f(const Kvo32f* pRef, const Kvo32f* pMic, const Kvo32f* 
     return kvoOk;
 }
 
-KvoStatus kvosNLMS_EC_16s(const Kvo16s* pRef, const Kvo16s* pMic, const Kvo32s* pStep,
-                          Kvo16s* pDst, Kvo32s len, Kvo16s* pCoefs, Kvo32s tapLen,
-                          Kvo16s* pMuErr) {
+KvoStatus kvosNLMS_EC_16s(const Kvo16s* pRef, const Kvo16s* pMic, const Kvo32s* pStep, Kvo16s* pDst,
+                          Kvo32s len, Kvo16s* pCoefs, Kvo32s tapLen, Kvo16s* pMuErr) {
     if (pRef == nullptr || pMic == nullptr || pStep == nullptr || pDst == nullptr ||
         pCoefs == nullptr || pMuErr == nullptr)
         return kvoErrNullPtr;

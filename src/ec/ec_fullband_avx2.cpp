@@ -17,8 +17,7 @@ namespace {
 
 // Eight 16-bit samples p[0..7] as 32-bit lanes in reverse order (lane j = p[7 - j]).
 inline __m256i load_rev(const Kvo16s* p) {
-    const __m256i v =
-        _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+    const __m256i v = _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
     return _mm256_permutevar8x32_epi32(v, _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0));
 }
 
@@ -31,8 +30,8 @@ inline Kvo32s hsum(__m256i v) {
 
 }  // namespace
 
-void nlms16sAvx2(const Kvo16s* pRef, const Kvo16s* pMic, const Kvo32s* pStep, Kvo16s* pDst,
-                 int len, Kvo16s* pCoefs, int tapLen, Kvo16s* pMuErr) {
+void nlms16sAvx2(const Kvo16s* pRef, const Kvo16s* pMic, const Kvo32s* pStep, Kvo16s* pDst, int len,
+                 Kvo16s* pCoefs, int tapLen, Kvo16s* pMuErr) {
     Kvo32s mu = *pMuErr;
     const int body = tapLen & ~7;
     const __m256i lo = _mm256_set1_epi32(-32768), hi = _mm256_set1_epi32(32767);
@@ -69,6 +68,51 @@ void nlms16sAvx2(const Kvo16s* pRef, const Kvo16s* pMic, const Kvo32s* pStep, Kv
         mu = lo32((Kvo64s{e} * pStep[i] + 1024) >> 11);
     }
     *pMuErr = sat16(mu);
+}
+
+}  // namespace kvo::ec
+
+namespace kvo::ec {
+
+void fir16sAvx2(const Kvo16s* pRef, const Kvo16s* pMic, Kvo16s* pDst, int len, const Kvo16s* pCoefs,
+                int tapLen) {
+    const int body = tapLen & ~7;
+    const __m256i r15 = _mm256_set1_epi32(16384);
+    for (int i = 0; i < len; ++i) {
+        const Kvo16s* x = pRef + i;
+        __m256i acc = _mm256_setzero_si256();
+        for (int t = 0; t < body; t += 8) {
+            const __m256i c = _mm256_cvtepi16_epi32(
+                _mm_loadu_si128(reinterpret_cast<const __m128i*>(pCoefs + t)));
+            const __m256i r = load_rev(x - t - 7);
+            acc = _mm256_add_epi32(
+                acc, _mm256_srai_epi32(_mm256_add_epi32(_mm256_mullo_epi32(c, r), r15), 15));
+        }
+        Kvo32s y = hsum(acc);
+        for (int t = body; t < tapLen; ++t) y += (Kvo32s{pCoefs[t]} * x[-t] + 16384) >> 15;
+        pDst[i] = sat16(Kvo64s{pMic[i]} - y);
+    }
+}
+
+void fir32fAvx2(const Kvo32f* pRef, const Kvo32f* pMic, Kvo32f* pDst, int len, const Kvo32f* pCoefs,
+                int tapLen) {
+    // Eight output samples per pass, one per lane; each lane sums its taps in ascending
+    // order in single precision, exactly as the scalar loop does.
+    int i = 0;
+    for (; i + 8 <= len; i += 8) {
+        __m256 y = _mm256_setzero_ps();
+        const Kvo32f* x = pRef + i;
+        for (int t = 0; t < tapLen; ++t)
+            y = _mm256_add_ps(
+                y, _mm256_mul_ps(_mm256_loadu_ps(x - t), _mm256_broadcast_ss(pCoefs + t)));
+        _mm256_storeu_ps(pDst + i, _mm256_sub_ps(_mm256_loadu_ps(pMic + i), y));
+    }
+    for (; i < len; ++i) {
+        const Kvo32f* x = pRef + i;
+        Kvo32f y = 0.0f;
+        for (int t = 0; t < tapLen; ++t) y += x[-t] * pCoefs[t];
+        pDst[i] = pMic[i] - y;
+    }
 }
 
 }  // namespace kvo::ec

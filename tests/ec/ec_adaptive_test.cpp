@@ -688,16 +688,53 @@ TEST(FullbandTwins, VectorNlms16MatchesTheScalarCoreBitForBit) {
         for (auto& v : c1) v = static_cast<Kvo16s>(g());
         std::vector<Kvo32s> step(static_cast<size_t>(len));
         for (auto& v : step)
-            v = kind == 2 ? static_cast<Kvo32s>(g()) : static_cast<Kvo32s>(g() % (kind == 3 ? 200000 : 3000));
+            v = kind == 2 ? static_cast<Kvo32s>(g())
+                          : static_cast<Kvo32s>(g() % (kind == 3 ? 200000 : 3000));
         std::vector<Kvo16s> c2 = c1;
         Kvo16s mu1 = static_cast<Kvo16s>(g()), mu2 = mu1;
-        kvo::ec::nlms16sScalar(&ref[static_cast<size_t>(taps)], mic.data(), step.data(), o1.data(), len,
-                               c1.data(), taps, &mu1);
-        kvo::ec::nlms16sAvx2(&ref[static_cast<size_t>(taps)], mic.data(), step.data(), o2.data(), len,
-                             c2.data(), taps, &mu2);
+        kvo::ec::nlms16sScalar(&ref[static_cast<size_t>(taps)], mic.data(), step.data(), o1.data(),
+                               len, c1.data(), taps, &mu1);
+        kvo::ec::nlms16sAvx2(&ref[static_cast<size_t>(taps)], mic.data(), step.data(), o2.data(),
+                             len, c2.data(), taps, &mu2);
         EXPECT_EQ(o1, o2);
         EXPECT_EQ(c1, c2);
         EXPECT_EQ(mu1, mu2);
+    }
+}
+
+}  // namespace
+
+namespace {
+
+TEST(FullbandTwins, VectorFirMatchesTheScalarCoresBitForBit) {
+    if (!kvo::cpuHasAvx2()) GTEST_SKIP() << "no AVX2";
+    std::mt19937 g(78);
+    for (int trial = 0; trial < 300; ++trial) {
+        SCOPED_TRACE(trial);
+        const int taps = 1 + static_cast<int>(g() % 70), len = 1 + static_cast<int>(g() % 50);
+        const bool full = trial % 2;
+        std::vector<Kvo16s> ref(static_cast<size_t>(taps + len)), mic(static_cast<size_t>(len)),
+            c(static_cast<size_t>(taps)), o1(static_cast<size_t>(len)), o2(o1);
+        for (auto& v : ref)
+            v = full ? (g() & 1 ? 32767 : -32768) : static_cast<Kvo16s>(g() % 20001 - 10000);
+        for (auto& v : mic) v = static_cast<Kvo16s>(g());
+        for (auto& v : c) v = full ? (g() & 1 ? 32767 : -32768) : static_cast<Kvo16s>(g());
+        kvo::ec::fir16sScalar(&ref[static_cast<size_t>(taps)], mic.data(), o1.data(), len, c.data(),
+                              taps);
+        kvo::ec::fir16sAvx2(&ref[static_cast<size_t>(taps)], mic.data(), o2.data(), len, c.data(),
+                            taps);
+        EXPECT_EQ(o1, o2);
+        std::vector<Kvo32f> rf(ref.size()), mf(mic.size()), cf(c.size()), f1(o1.size()),
+            f2(o1.size());
+        for (size_t k = 0; k < rf.size(); ++k) rf[k] = full ? extreme(g) : ref[k] * 0.37f;
+        for (size_t k = 0; k < mf.size(); ++k) mf[k] = mic[k];
+        for (size_t k = 0; k < cf.size(); ++k)
+            cf[k] = std::uniform_real_distribution<float>(-1, 1)(g);
+        kvo::ec::fir32fScalar(&rf[static_cast<size_t>(taps)], mf.data(), f1.data(), len, cf.data(),
+                              taps);
+        kvo::ec::fir32fAvx2(&rf[static_cast<size_t>(taps)], mf.data(), f2.data(), len, cf.data(),
+                            taps);
+        EXPECT_EQ(std::memcmp(f1.data(), f2.data(), f1.size() * sizeof(Kvo32f)), 0);
     }
 }
 
