@@ -2,7 +2,8 @@
 // register of doubles, the same double-precision products, rounding to single precision
 // and single-precision sums in the same order as the scalar cores (bit-exact; the tests
 // compare them by memcmp).  No fused multiply-add: every product is rounded on its own.
-// The last subbands (fewer than four) go through the SSE2 twin.
+// The last subbands (fewer than four) go through the SSE2 twin (FIR) or the scalar core
+// (update, so that two 64 kB scratch frames are never stacked).
 #include <immintrin.h>
 
 #include "ec/ec_common.h"
@@ -93,7 +94,7 @@ void coeffUpdate32fcAvx2(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows, c
         Kvo32fc* h[kMaxSegments];
         for (int r = 0; r < numSegments; ++r)
             x[r] = ppRefRows[r] + quads, h[r] = ppCoefRows[r] + quads;
-        coeffUpdate32fcSse2(pStep + quads, x, pErr + quads, h, numSegments, numSubbands - quads);
+        coeffUpdate32fcScalar(pStep + quads, x, pErr + quads, h, numSegments, numSubbands - quads);
     }
 }
 
