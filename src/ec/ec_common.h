@@ -94,9 +94,21 @@ void fir32fAvx2(const Kvo32f* pRef, const Kvo32f* pMic, Kvo32f* pDst, int len, c
                 int tapLen);
 
 // The fixed-point update's addend for one 64-bit product p at shift d = exponent -
-// scaleFactor - 31 (rounded right shift for d >= 0, saturating left shift for d < 0).
-// A shift of 64 or more stands for a step below one unit of the product's last bit
-// and gives 0: no adaptation.
-Kvo64s updateAddend(Kvo64s p, Kvo64s d);
+// scaleFactor - 31: for d >= 0 the rounded right shift (p + c) >> d with c = 2^(d-1) for
+// d >= 2 and 0 for d of 0 and 1, taken without overflow as (p >> d) + bit d-1 of p; for
+// d < 0 the left shift by L = -d, where p at or above lim = (2^63 - 1) >> L gives
+// 4294967294 and p at or below -lim gives -4294967296 (lim is 0 for L >= 63).  A shift of
+// 64 or more stands for a step below one unit of the product's last bit and gives 0: no
+// adaptation.
+inline Kvo64s updateAddend(Kvo64s p, Kvo64s d) {
+    if (d >= 64) return 0;
+    if (d >= 2) return (p >> d) + ((p >> (d - 1)) & 1);
+    if (d >= 0) return p >> d;
+    const Kvo64s L = -d;
+    const Kvo64s lim = L >= 63 ? 0 : (INT64_MAX >> L);
+    if (p >= lim) return 4294967294LL;
+    if (p <= -lim) return -4294967296LL;
+    return static_cast<Kvo64s>(static_cast<std::uint64_t>(p) << L);
+}
 
 }  // namespace kvo::ec

@@ -13,7 +13,9 @@
 // Deliberate choices:
 //  - In the fixed-point updates the addend for a shift d = exponent - scaleFactor - 31 of
 //    64 or more is 0 (the step is far below one unit of a coefficient): no adaptation.
-//  - The rounded right shift (p + 2^(d-1)) >> d is evaluated without 64-bit overflow.
+//  - The rounded right shift (p + 2^(d-1)) >> d is evaluated without 64-bit overflow, as
+//    (p >> d) + bit d-1 of p.
+#include <algorithm>
 #include <cstring>
 
 #include "ec/ec_common.h"
@@ -55,22 +57,12 @@ void coeffUpdate32fcScalar(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows,
     }
 }
 
-Kvo64s updateAddend(Kvo64s p, Kvo64s d) {
-    if (d >= 64) return 0;
-    if (d >= 0) {
-        const __int128 c = d >= 2 ? (__int128{1} << (d - 1)) : 0;
-        return static_cast<Kvo64s>((__int128{p} + c) >> d);
-    }
-    const Kvo64s L = -d;
-    const Kvo64s lim = L >= 63 ? 0 : (INT64_MAX >> L);
-    if (p >= lim) return 4294967294LL;
-    if (p <= -lim) return -4294967296LL;
-    return static_cast<Kvo64s>(static_cast<Kvo64u>(p) << L);
-}
-
 }  // namespace ec
 
 namespace {
+
+// Subbands per chunk of the fixed-point kernels (rows walked once per chunk).
+constexpr int kChunk = 64;
 
 constexpr bool countsOk(Kvo32s numSubbands) {
     return numSubbands >= 1 && numSubbands <= ec::kMaxSubbands;
@@ -110,10 +102,12 @@ inline Kvo32s scaleAcc(Kvo64s v, int sf) {
     return sat32(v);
 }
 
-// Coefficient plus a 64-bit addend, saturated to 32 bits (the sum taken exactly).
+// Coefficient plus a 64-bit addend, saturated to 32 bits.  An addend beyond 2^33 in
+// magnitude saturates whatever the coefficient; below that the 64-bit sum is exact.
 inline Kvo32s addSat32(Kvo32s h, Kvo64s a) {
-    const __int128 v = __int128{h} + a;
-    return v > INT32_MAX ? INT32_MAX : (v < INT32_MIN ? INT32_MIN : static_cast<Kvo32s>(v));
+    if (a > (Kvo64s{1} << 33)) return INT32_MAX;
+    if (a < -(Kvo64s{1} << 33)) return INT32_MIN;
+    return sat32(Kvo64s{h} + a);
 }
 
 // conj of the fixed-point reference: -Xi, with -2^31 going to 2^31 - 1.
@@ -152,20 +146,24 @@ KvoStatus kvosFIRSubband_EC_32sc_Sfs(const Kvo32sc** ppRefRows, const Kvo32sc** 
     if (!segmentsOk(numSegments) || scaleFactor < -31 || scaleFactor > 31) return kvoErrRange;
     if (!rowsPresent(ppRefRows, numSegments) || !rowsPresent(ppCoefRows, numSegments))
         return kvoErrNullPtr;
-    for (int k = 0; k < numSubbands; ++k) {
-        Kvo64s accR = 0, accI = 0;
+    for (int k0 = 0; k0 < numSubbands; k0 += kChunk) {
+        const int n = std::min(kChunk, numSubbands - k0);
+        Kvo64s accR[kChunk] = {}, accI[kChunk] = {};
         for (int r = 0; r < numSegments; ++r) {
-            const Kvo64s xr = ppRefRows[r][k].re, xi = ppRefRows[r][k].im;
-            const Kvo64s hr = ppCoefRows[r][k].re, hi = ppCoefRows[r][k].im;
-            // |xr*hr - xi*hi| < 2^63 for 32-bit operands; the imaginary sum reaches 2^63
-            // only for four operands of -2^31 and saturates there.
-            const Kvo64s re = xr * hr - xi * hi;
-            const Kvo64s im = addSat64(xr * hi, xi * hr);
-            accR = addSat64(accR, re);
-            accI = addSat64(accI, im);
+            const Kvo32sc* x = ppRefRows[r] + k0;
+            const Kvo32sc* h = ppCoefRows[r] + k0;
+            for (int j = 0; j < n; ++j) {
+                const Kvo64s xr = x[j].re, xi = x[j].im, hr = h[j].re, hi = h[j].im;
+                // |xr*hr - xi*hi| < 2^63 for 32-bit operands; the imaginary sum reaches 2^63
+                // only for four operands of -2^31 and saturates there.
+                accR[j] = addSat64(accR[j], xr * hr - xi * hi);
+                accI[j] = addSat64(accI[j], addSat64(xr * hi, xi * hr));
+            }
         }
-        pDst[k].re = scaleAcc(accR, scaleFactor);
-        pDst[k].im = scaleAcc(accI, scaleFactor);
+        for (int j = 0; j < n; ++j) {
+            pDst[k0 + j].re = scaleAcc(accR[j], scaleFactor);
+            pDst[k0 + j].im = scaleAcc(accI[j], scaleFactor);
+        }
     }
     return kvoOk;
 }
@@ -225,18 +223,26 @@ KvoStatus kvosFIRSubbandCoeffUpdate_EC_32sc_I(const KvoStepPair* pStep, const Kv
         if (pStep[k].mantissa < 0) return kvoErrSize;
     if (!rowsPresent(ppRefRows, numSegments) || !rowsPresent(ppCoefRows, numSegments))
         return kvoErrNullPtr;
-    for (int k = 0; k < numSubbands; ++k) {
-        const Kvo32s m = pStep[k].mantissa;
-        const Kvo64s er = scaleErr(pErr[k].re, m), ei = scaleErr(pErr[k].im, m);
-        const Kvo64s d = Kvo64s{pStep[k].exponent} - scaleFactor - 31;
+    // Subbands in chunks, rows in the middle loop: each row pointer is walked once per chunk.
+    for (int k0 = 0; k0 < numSubbands; k0 += kChunk) {
+        const int n = std::min(kChunk, numSubbands - k0);
+        Kvo64s er[kChunk], ei[kChunk], d[kChunk];
+        for (int j = 0; j < n; ++j) {
+            const KvoStepPair st = pStep[k0 + j];
+            er[j] = scaleErr(pErr[k0 + j].re, st.mantissa);
+            ei[j] = scaleErr(pErr[k0 + j].im, st.mantissa);
+            d[j] = Kvo64s{st.exponent} - scaleFactor - 31;
+        }
         for (int r = 0; r < numSegments; ++r) {
-            const Kvo64s xr = ppRefRows[r][k].re;
-            const Kvo64s xi = negSat(ppRefRows[r][k].im);
-            const Kvo64s pr = er * xr - ei * xi;
-            const Kvo64s pi = ei * xr + er * xi;
-            Kvo32sc& h = ppCoefRows[r][k];
-            h.re = addSat32(h.re, ec::updateAddend(pr, d));
-            h.im = addSat32(h.im, ec::updateAddend(pi, d));
+            const Kvo32sc* x = ppRefRows[r] + k0;
+            Kvo32sc* h = ppCoefRows[r] + k0;
+            for (int j = 0; j < n; ++j) {
+                const Kvo64s xr = x[j].re, xi = negSat(x[j].im);
+                const Kvo64s pr = er[j] * xr - ei[j] * xi;
+                const Kvo64s pi = ei[j] * xr + er[j] * xi;
+                h[j].re = addSat32(h[j].re, ec::updateAddend(pr, d[j]));
+                h[j].im = addSat32(h[j].im, ec::updateAddend(pi, d[j]));
+            }
         }
     }
     return kvoOk;
@@ -257,27 +263,36 @@ KvoStatus kvosFIRSubbandLowCoeffUpdate_EC_32sc_I(const Kvo32sc** ppRefRows, cons
     if (startSubband == numSubbands) return kvoOk;
     if (!rowsPresent(ppRefRows, numSegments) || !rowsPresent(ppCoefRows, numSegments))
         return kvoErrNullPtr;
-    for (int k = startSubband; k < numSubbands; ++k) {
-        const Kvo32s m = pStep[k].mantissa;  // not tested in this form
-        const Kvo32s er = scaleErr(pErr[k].re, m), ei = scaleErr(pErr[k].im, m);
-        pScaledErr[k].re = er;
-        pScaledErr[k].im = ei;
-        const Kvo64s d = Kvo64s{pStep[k].exponent} - scaleFactor - 31;
+    for (int k0 = startSubband; k0 < numSubbands; k0 += kChunk) {
+        const int n = std::min(kChunk, numSubbands - k0);
+        Kvo64s er[kChunk], ei[kChunk], d[kChunk];
+        for (int j = 0; j < n; ++j) {
+            const KvoStepPair st = pStep[k0 + j];  // mantissa not tested in this form
+            const Kvo32s e0 = scaleErr(pErr[k0 + j].re, st.mantissa);
+            const Kvo32s e1 = scaleErr(pErr[k0 + j].im, st.mantissa);
+            pScaledErr[k0 + j] = {e0, e1};
+            er[j] = e0;
+            ei[j] = e1;
+            d[j] = Kvo64s{st.exponent} - scaleFactor - 31;
+        }
         for (int r = 0; r < numSegments; ++r) {
-            const Kvo64s xr = ppRefRows[r][k].re;
-            const Kvo64s xi = lo32(-Kvo64s{ppRefRows[r][k].im});  // plain 32-bit negation
-            const Kvo64s pr = Kvo64s{er} * xr - Kvo64s{ei} * xi;
-            const Kvo64s pi = Kvo64s{ei} * xr + Kvo64s{er} * xi;
-            const Kvo64s ar = ec::updateAddend(pr, d), ai = ec::updateAddend(pi, d);
-            Kvo32sc& h = ppCoefRows[r][k];
-            if (d >= 0) {  // 32-bit wrap
-                h.re =
-                    lo32(static_cast<Kvo64s>(static_cast<Kvo64u>(h.re) + static_cast<Kvo64u>(ar)));
-                h.im =
-                    lo32(static_cast<Kvo64s>(static_cast<Kvo64u>(h.im) + static_cast<Kvo64u>(ai)));
-            } else {
-                h.re = addSat32(h.re, ar);
-                h.im = addSat32(h.im, ai);
+            const Kvo32sc* x = ppRefRows[r] + k0;
+            Kvo32sc* h = ppCoefRows[r] + k0;
+            for (int j = 0; j < n; ++j) {
+                const Kvo64s xr = x[j].re;
+                const Kvo64s xi = lo32(-Kvo64s{x[j].im});  // plain 32-bit negation
+                const Kvo64s pr = er[j] * xr - ei[j] * xi;
+                const Kvo64s pi = ei[j] * xr + er[j] * xi;
+                const Kvo64s ar = ec::updateAddend(pr, d[j]), ai = ec::updateAddend(pi, d[j]);
+                if (d[j] >= 0) {  // 32-bit wrap
+                    h[j].re = lo32(static_cast<Kvo64s>(static_cast<Kvo64u>(h[j].re) +
+                                                       static_cast<Kvo64u>(ar)));
+                    h[j].im = lo32(static_cast<Kvo64s>(static_cast<Kvo64u>(h[j].im) +
+                                                       static_cast<Kvo64u>(ai)));
+                } else {
+                    h[j].re = addSat32(h[j].re, ar);
+                    h[j].im = addSat32(h[j].im, ai);
+                }
             }
         }
     }
