@@ -93,6 +93,12 @@ void fir16sAvx2(const Kvo16s* pRef, const Kvo16s* pMic, Kvo16s* pDst, int len, c
 void fir32fAvx2(const Kvo32f* pRef, const Kvo32f* pMic, Kvo32f* pDst, int len, const Kvo32f* pCoefs,
                 int tapLen);
 
+// AVX2 twin of the fixed-point update over one row of a chunk: er, ei the scaled errors,
+// d the shifts (all in 0..63), groups of four subbands (n rounded down to a multiple of
+// four); low selects the cheap form (plain negation, 32-bit wrap of the sum).
+void coeffUpdate32scRowAvx2(const Kvo64s* er, const Kvo64s* ei, const Kvo64s* d, const Kvo32sc* x,
+                            Kvo32sc* h, int n, bool low);
+
 // The fixed-point update's addend for one 64-bit product p at shift d = exponent -
 // scaleFactor - 31: for d >= 0 the rounded right shift (p + c) >> d with c = 2^(d-1) for
 // d >= 2 and 0 for d of 0 and 1, taken without overflow as (p >> d) + bit d-1 of p; for

@@ -110,6 +110,15 @@ inline Kvo32s addSat32(Kvo32s h, Kvo64s a) {
     return sat32(Kvo64s{h} + a);
 }
 
+// Subbands of a chunk that the AVX2 update takes: a multiple of four, and only when
+// every shift of the chunk lies in 0..63 (the rounded right shift).
+inline int vectorShare(const Kvo64s* d, int n) {
+    if (n < 4 || !cpuHasAvx2()) return 0;
+    for (int j = 0; j < n; ++j)
+        if (d[j] < 0 || d[j] > 63) return 0;
+    return n & ~3;
+}
+
 // conj of the fixed-point reference: -Xi, with -2^31 going to 2^31 - 1.
 inline Kvo64s negSat(Kvo32s x) {
     return x == INT32_MIN ? INT32_MAX : -Kvo64s{x};
@@ -233,10 +242,12 @@ KvoStatus kvosFIRSubbandCoeffUpdate_EC_32sc_I(const KvoStepPair* pStep, const Kv
             ei[j] = scaleErr(pErr[k0 + j].im, st.mantissa);
             d[j] = Kvo64s{st.exponent} - scaleFactor - 31;
         }
+        const int nv = vectorShare(d, n);
         for (int r = 0; r < numSegments; ++r) {
             const Kvo32sc* x = ppRefRows[r] + k0;
             Kvo32sc* h = ppCoefRows[r] + k0;
-            for (int j = 0; j < n; ++j) {
+            if (nv > 0) ec::coeffUpdate32scRowAvx2(er, ei, d, x, h, nv, false);
+            for (int j = nv; j < n; ++j) {
                 const Kvo64s xr = x[j].re, xi = negSat(x[j].im);
                 const Kvo64s pr = er[j] * xr - ei[j] * xi;
                 const Kvo64s pi = ei[j] * xr + er[j] * xi;
@@ -275,10 +286,12 @@ KvoStatus kvosFIRSubbandLowCoeffUpdate_EC_32sc_I(const Kvo32sc** ppRefRows, cons
             ei[j] = e1;
             d[j] = Kvo64s{st.exponent} - scaleFactor - 31;
         }
+        const int nv = vectorShare(d, n);
         for (int r = 0; r < numSegments; ++r) {
             const Kvo32sc* x = ppRefRows[r] + k0;
             Kvo32sc* h = ppCoefRows[r] + k0;
-            for (int j = 0; j < n; ++j) {
+            if (nv > 0) ec::coeffUpdate32scRowAvx2(er, ei, d, x, h, nv, true);
+            for (int j = nv; j < n; ++j) {
                 const Kvo64s xr = x[j].re;
                 const Kvo64s xi = lo32(-Kvo64s{x[j].im});  // plain 32-bit negation
                 const Kvo64s pr = er[j] * xr - ei[j] * xi;

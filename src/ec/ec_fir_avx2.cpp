@@ -99,3 +99,70 @@ void coeffUpdate32fcAvx2(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows, c
 }
 
 }  // namespace kvo::ec
+
+namespace kvo::ec {
+
+namespace {
+
+// Arithmetic right shift of 64-bit lanes by per-lane counts 0..63 (AVX2 has only the
+// logical form): flip negative lanes, shift logically, flip back.
+inline __m256i sra64(__m256i x, __m256i n) {
+    const __m256i s = _mm256_cmpgt_epi64(_mm256_setzero_si256(), x);
+    return _mm256_xor_si256(_mm256_srlv_epi64(_mm256_xor_si256(x, s), n), s);
+}
+
+// Low signed 32 bits of each 64-bit lane, sign-extended.
+inline __m256i sext_lo(__m256i x) {
+    return _mm256_mul_epi32(x, _mm256_set1_epi64x(1));
+}
+
+inline __m256i clamp64(__m256i x, __m256i lo, __m256i hi) {
+    x = _mm256_blendv_epi8(x, hi, _mm256_cmpgt_epi64(x, hi));
+    return _mm256_blendv_epi8(x, lo, _mm256_cmpgt_epi64(lo, x));
+}
+
+}  // namespace
+
+void coeffUpdate32scRowAvx2(const Kvo64s* er, const Kvo64s* ei, const Kvo64s* d, const Kvo32sc* x,
+                            Kvo32sc* h, int n, bool low) {
+    const __m256i one = _mm256_set1_epi64x(1);
+    const __m256i lim33 = _mm256_set1_epi64x(Kvo64s{1} << 33);
+    const __m256i nlim33 = _mm256_set1_epi64x(-(Kvo64s{1} << 33));
+    const __m256i i32max = _mm256_set1_epi64x(INT32_MAX), i32min = _mm256_set1_epi64x(INT32_MIN);
+    const __m256i lo32mask = _mm256_set1_epi64x(0xFFFFFFFFLL);
+    const __m256i min32 = _mm256_set1_epi32(INT32_MIN);
+    for (int j = 0; j + 4 <= n; j += 4) {
+        const __m256i vr = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(er + j));
+        const __m256i vi = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(ei + j));
+        const __m256i vd = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(d + j));
+        const __m256i xv = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(x + j));
+        // 32-bit lanes [xr, xi, ...]: conj negates xi; -2^31 goes to 2^31 - 1 unless the
+        // cheap form's plain negation is asked for.
+        __m256i xn = _mm256_sub_epi32(_mm256_setzero_si256(), xv);
+        if (!low) xn = _mm256_xor_si256(xn, _mm256_cmpeq_epi32(xv, min32));
+        const __m256i xin = _mm256_srli_epi64(xn, 32);  // low 32 bits: -xi
+        const __m256i pr = _mm256_sub_epi64(_mm256_mul_epi32(vr, xv), _mm256_mul_epi32(vi, xin));
+        const __m256i pi = _mm256_add_epi64(_mm256_mul_epi32(vi, xv), _mm256_mul_epi32(vr, xin));
+        // Rounded shift: (p >> d) + bit d-1 of p where d >= 2.
+        const __m256i round = _mm256_cmpgt_epi64(vd, one);
+        const __m256i d1 = _mm256_sub_epi64(vd, one);
+        const __m256i ar = _mm256_add_epi64(
+            sra64(pr, vd), _mm256_and_si256(_mm256_and_si256(sra64(pr, d1), one), round));
+        const __m256i ai = _mm256_add_epi64(
+            sra64(pi, vd), _mm256_and_si256(_mm256_and_si256(sra64(pi, d1), one), round));
+        const __m256i hv = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + j));
+        __m256i hr = sext_lo(hv), hi = sext_lo(_mm256_srli_epi64(hv, 32));
+        if (low) {  // 32-bit wrap
+            hr = _mm256_add_epi64(hr, ar);
+            hi = _mm256_add_epi64(hi, ai);
+        } else {  // addends beyond 2^33 saturate whatever the coefficient
+            hr = clamp64(_mm256_add_epi64(hr, clamp64(ar, nlim33, lim33)), i32min, i32max);
+            hi = clamp64(_mm256_add_epi64(hi, clamp64(ai, nlim33, lim33)), i32min, i32max);
+        }
+        const __m256i out =
+            _mm256_or_si256(_mm256_and_si256(hr, lo32mask), _mm256_slli_epi64(hi, 32));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(h + j), out);
+    }
+}
+
+}  // namespace kvo::ec

@@ -659,3 +659,73 @@ TEST(FullbandTwins, VectorNlmsAndFirMatchTheScalarCoresBitForBit) {
 }
 
 }  // namespace
+
+namespace {
+
+// The fixed-point updates over many subbands (vector path where the CPU has it) against the
+// same updates made one subband at a time (scalar path), on extreme and random data.
+TEST(SubbandTwins, FixedUpdatesOverManySubbandsMatchOneSubbandCalls) {
+    std::mt19937 g(31);
+    auto v32 = [&](int kind) -> Kvo32s {
+        switch (kind == 0 ? g() % 4 : 3) {
+            case 0:
+                return kMin;
+            case 1:
+                return kMax;
+            case 2:
+                return static_cast<Kvo32s>(g() % 7) - 3;
+            default:
+                return static_cast<Kvo32s>(g()) >> (g() % 24);
+        }
+    };
+    for (int trial = 0; trial < 150; ++trial) {
+        SCOPED_TRACE(trial);
+        const int S = 1 + static_cast<int>(g() % 5), K = 1 + static_cast<int>(g() % 140);
+        const int sf = static_cast<int>(g() % 32), kind = trial % 2;
+        const bool low = trial % 3 == 0;
+        Rows<Kvo32sc> X(S, K), H(S, K);
+        std::vector<Kvo32sc> e(static_cast<size_t>(K)), se1(e.size()), se2(e.size());
+        std::vector<KvoStepPair> st(static_cast<size_t>(K));
+        for (auto& r : X.data)
+            for (auto& v : r) v = {v32(kind), v32(kind)};
+        for (auto& r : H.data)
+            for (auto& v : r) v = {v32(kind), v32(kind)};
+        for (auto& v : e) v = {v32(kind), v32(kind)};
+        for (auto& v : st) {
+            v.mantissa = static_cast<Kvo32s>(g() & 0x7fffffff);
+            // Shifts mostly in 0..63; now and then one outside sends its chunk to the scalar path.
+            v.exponent = sf + 31 + (g() % 50 == 0 ? 70 : static_cast<int>(g() % 64));
+        }
+        Rows<Kvo32sc> H1(S, K);
+        H1.data = H.data;
+        if (low)
+            ASSERT_EQ(kvosFIRSubbandLowCoeffUpdate_EC_32sc_I(X.cptr.data(), e.data(), H.ptr.data(),
+                                                             S, se2.data(), st.data(), 0, K, sf),
+                      kvoOk);
+        else
+            ASSERT_EQ(kvosFIRSubbandCoeffUpdate_EC_32sc_I(st.data(), X.cptr.data(), e.data(),
+                                                          H.ptr.data(), S, K, sf),
+                      kvoOk);
+        for (int k = 0; k < K; ++k) {
+            std::vector<const Kvo32sc*> xr;
+            std::vector<Kvo32sc*> hr;
+            for (int r = 0; r < S; ++r) xr.push_back(&X.data[r][k]), hr.push_back(&H1.data[r][k]);
+            if (low)
+                ASSERT_EQ(kvosFIRSubbandLowCoeffUpdate_EC_32sc_I(xr.data(), &e[k], hr.data(), S,
+                                                                 &se1[k], &st[k], 0, 1, sf),
+                          kvoOk);
+            else
+                ASSERT_EQ(kvosFIRSubbandCoeffUpdate_EC_32sc_I(&st[k], xr.data(), &e[k], hr.data(),
+                                                              S, 1, sf),
+                          kvoOk);
+        }
+        for (int r = 0; r < S; ++r)
+            EXPECT_EQ(std::memcmp(H.data[r].data(), H1.data[r].data(), K * sizeof(Kvo32sc)), 0)
+                << r;
+        if (low) {
+            EXPECT_EQ(std::memcmp(se1.data(), se2.data(), K * sizeof(Kvo32sc)), 0);
+        }
+    }
+}
+
+}  // namespace
