@@ -691,6 +691,99 @@ KvoStatus kvosFilterNoise_EC_32f(const Kvo32f* pSrc, Kvo32f* pDst, Kvo32s noiseF
 KvoStatus kvosFilterNoise_EC_32f_I(Kvo32f* pSrcDst, Kvo32s noiseFlag,
                                    KvoFilterNoise32fState* pState);
 
+/* ---- Echo cancellation: filter bank, adaptive filters, tone detection ------
+ * Rows: arrays of row pointers, one complex element per subband; row 0 the
+ * newest.  Aligned records are used from the first 16-byte boundary of the
+ * caller's block, which must be passed unchanged at every call. */
+
+/* Bytes of the float filter-bank record, of the init scratch and of the per-call scratch. */
+KvoStatus kvosSubbandProcessGetSize_32f(Kvo32s order, Kvo32s windowLen, Kvo32s* pSize,
+                                        Kvo32s* pInitBufSize, Kvo32s* pWorkBufSize);
+/* The same for the 16-bit filter bank. */
+KvoStatus kvosSubbandProcessGetSize_16s(Kvo32s order, Kvo32s windowLen, Kvo32s* pSize,
+                                        Kvo32s* pInitBufSize, Kvo32s* pWorkBufSize);
+/* Sets up the float filter bank; a null pWindow takes the prototype of (5,24,128) or (6,44,256). */
+KvoStatus kvosSubbandProcessInit_32f(KvoSubbandProcess32fState* pState, Kvo32s order,
+                                     Kvo32s blockLen, Kvo32s windowLen, const Kvo32f* pWindow,
+                                     Kvo8u* pInitBuf);
+/* Sets up the 16-bit filter bank; pWindow Q13 or null. */
+KvoStatus kvosSubbandProcessInit_16s(KvoSubbandProcess16sState* pState, Kvo32s order,
+                                     Kvo32s blockLen, Kvo32s windowLen, const Kvo16s* pWindow,
+                                     Kvo8u* pInitBuf);
+/* blockLen samples to one vector of 2^(order-1)+1 subband samples. */
+KvoStatus kvosSubbandAnalysis_32f32fc(const Kvo32f* pSrc, Kvo32fc* pDst,
+                                      KvoSubbandProcess32fState* pState, Kvo8u* pWorkBuf);
+/* The same in integers; scaleFactor goes to the forward FFT. */
+KvoStatus kvosSubbandAnalysis_16s32sc_Sfs(const Kvo16s* pSrc, Kvo32sc* pDst,
+                                          KvoSubbandProcess16sState* pState, Kvo32s scaleFactor,
+                                          Kvo8u* pWorkBuf);
+/* One subband vector to blockLen samples by overlap-add. */
+KvoStatus kvosSubbandSynthesis_32fc32f(const Kvo32fc* pSrc, Kvo32f* pDst,
+                                       KvoSubbandProcess32fState* pState, Kvo8u* pWorkBuf);
+/* The same in integers; scaleFactor goes to the inverse FFT. */
+KvoStatus kvosSubbandSynthesis_32sc16s_Sfs(const Kvo32sc* pSrc, Kvo16s* pDst,
+                                           KvoSubbandProcess16sState* pState, Kvo32s scaleFactor,
+                                           Kvo8u* pWorkBuf);
+/* Echo estimate per subband: sum over rows of X_r[k] * H_r[k]. */
+KvoStatus kvosFIRSubband_EC_32fc(const Kvo32fc** ppRefRows, const Kvo32fc** ppCoefRows,
+                                 Kvo32fc* pDst, Kvo32s numSegments, Kvo32s numSubbands);
+/* The same with 64-bit saturating sums, scaled by 2^-scaleFactor (-31..31) toward zero. */
+KvoStatus kvosFIRSubband_EC_32sc_Sfs(const Kvo32sc** ppRefRows, const Kvo32sc** ppCoefRows,
+                                     Kvo32sc* pDst, Kvo32s numSegments, Kvo32s numSubbands,
+                                     Kvo32s scaleFactor);
+/* Wrapping form for subbands startSubband..numSubbands-1. */
+KvoStatus kvosFIRSubbandLow_EC_32sc_Sfs(const Kvo32sc** ppRefRows, const Kvo32sc** ppCoefRows,
+                                        Kvo32s numSegments, Kvo32sc* pDst, Kvo32s startSubband,
+                                        Kvo32s numSubbands, Kvo32s scaleFactor);
+/* H_r[k] += step[k] * E[k] * conj(X_r[k]). */
+KvoStatus kvosFIRSubbandCoeffUpdate_EC_32fc_I(const Kvo64f* pStep, const Kvo32fc** ppRefRows,
+                                              const Kvo32fc* pErr, Kvo32fc** ppCoefRows,
+                                              Kvo32s numSegments, Kvo32s numSubbands);
+/* The same in integers, step mantissa * 2^-exponent, coefficients scaled by 2^scaleFactor. */
+KvoStatus kvosFIRSubbandCoeffUpdate_EC_32sc_I(const KvoStepPair* pStep, const Kvo32sc** ppRefRows,
+                                              const Kvo32sc* pErr, Kvo32sc** ppCoefRows,
+                                              Kvo32s numSegments, Kvo32s numSubbands,
+                                              Kvo32s scaleFactor);
+/* Cheap form for subbands startSubband..numSubbands-1; writes the scaled errors. */
+KvoStatus kvosFIRSubbandLowCoeffUpdate_EC_32sc_I(const Kvo32sc** ppRefRows, const Kvo32sc* pErr,
+                                                 Kvo32sc** ppCoefRows, Kvo32s numSegments,
+                                                 Kvo32sc* pScaledErr, const KvoStepPair* pStep,
+                                                 Kvo32s startSubband, Kvo32s numSubbands,
+                                                 Kvo32s scaleFactor);
+/* Affine-projection form: mean of apOrder steps along the last apOrder reference frames. */
+KvoStatus kvosFIRSubbandAPCoeffUpdate_EC_32fc_I(const Kvo64f** ppStep, const Kvo32fc** ppRefRows,
+                                                const Kvo32fc** ppErr, Kvo32fc** ppCoefRows,
+                                                Kvo32u numSegments, Kvo32u numSubbands,
+                                                Kvo32u apOrder);
+/* pDst = pMic - FIR(pRef); pRef has tapLen-1 samples of history before it. */
+KvoStatus kvosFIR_EC_32f(const Kvo32f* pRef, const Kvo32f* pMic, Kvo32f* pDst, Kvo32s len,
+                         const Kvo32f* pCoefs, Kvo32s tapLen);
+/* The same in 16 bits, Q15 coefficients. */
+KvoStatus kvosFIR_EC_16s(const Kvo16s* pRef, const Kvo16s* pMic, Kvo16s* pDst, Kvo32s len,
+                         const Kvo16s* pCoefs, Kvo32s tapLen);
+/* NLMS filter and update per sample; pRef has tapLen samples of history; *pMuErr carries over. */
+KvoStatus kvosNLMS_EC_32f(const Kvo32f* pRef, const Kvo32f* pMic, const Kvo32f* pStep,
+                          Kvo32f* pDst, Kvo32s len, Kvo32f* pCoefs, Kvo32s tapLen,
+                          Kvo32f* pMuErr);
+/* The same in 16 bits, Q15 coefficients. */
+KvoStatus kvosNLMS_EC_16s(const Kvo16s* pRef, const Kvo16s* pMic, const Kvo32s* pStep,
+                          Kvo16s* pDst, Kvo32s len, Kvo16s* pCoefs, Kvo32s tapLen,
+                          Kvo16s* pMuErr);
+/* Bytes of the float tone detector block (8000 or 16000 Hz). */
+KvoStatus kvosToneDetectGetStateSize_EC_32f(Kvo32s sampleFreq, Kvo32s* pSize);
+/* Bytes of the 16-bit tone detector block. */
+KvoStatus kvosToneDetectGetStateSize_EC_16s(Kvo32s sampleFreq, Kvo32s* pSize);
+/* Start state of the float detector. */
+KvoStatus kvosToneDetectInit_EC_32f(KvoToneDetect32fState* pState, Kvo32s sampleFreq);
+/* Start state of the 16-bit detector. */
+KvoStatus kvosToneDetectInit_EC_16s(KvoToneDetect16sState* pState, Kvo32s sampleFreq);
+/* Watches len samples for 2100 Hz with phase reversals; *pResult 1 on a detection. */
+KvoStatus kvosToneDetect_EC_32f(const Kvo32f* pSrc, Kvo32s len, Kvo32s* pResult,
+                                KvoToneDetect32fState* pState);
+/* The same in 16 bits. */
+KvoStatus kvosToneDetect_EC_16s(const Kvo16s* pSrc, Kvo32s len, Kvo32s* pResult,
+                                KvoToneDetect16sState* pState);
+
 #ifdef __cplusplus
 }
 #endif

@@ -385,6 +385,55 @@ typedef struct {
     Kvo32s refFactor, noiseFactor; /* gate factors in tenths */
 } KvoFilterNoise32fState;
 
+/* ---- Echo cancellation ------------------------------------------------- */
+
+/* Records of the subband filter bank.  The caller's block (its size from the
+ * GetSize query) holds the record at its first 16-byte boundary, then the
+ * window taps, the sample history and the FFT set-up record; the pointers
+ * point into the block, so it must not be moved after Init. */
+typedef struct {
+    Kvo32s windowLen; /* prototype taps, a multiple of fftLen */
+    Kvo32s fftLen;    /* 2^order */
+    Kvo32s blockLen;  /* samples per call, 1 to fftLen */
+    Kvo32f* pHistory; /* analysis: sliding input, oldest first; synthesis: overlap-add sum */
+    Kvo32f* pWindow;  /* copy of the prototype */
+    void* pFFTSpec;   /* real FFT, inverse divided by fftLen */
+} KvoSubbandProcess32fState;
+
+typedef struct {
+    Kvo16s* pHistory; /* as in the float record */
+    Kvo16s* pWindow;  /* Q13 */
+    void* pFFTSpec;
+    Kvo32s windowLen;
+    Kvo32s fftLen;
+    Kvo32s blockLen;
+} KvoSubbandProcess16sState;
+
+/* Records of the 2100 Hz tone detector (used at the first 16-byte boundary
+ * of the caller's block). */
+typedef struct {
+    const Kvo32f* pIirCoefs; /* band-pass c0, c1, c2, c3 */
+    Kvo32f powTone;          /* smoothed power of the band-pass output */
+    Kvo32f powInput;         /* smoothed power of the input */
+    Kvo32f x1, x2;           /* last two inputs */
+    Kvo32f y1, y2;           /* last two outputs */
+    Kvo32f aSmooth;          /* smoothing factor per sample */
+    Kvo32s toneRun;          /* samples of tone since the last reversal */
+    Kvo32s minRun, maxRun;   /* accepted distance of reversals, exclusive */
+    Kvo32s dipRun;           /* samples in the present dip */
+    Kvo32s maxDip;           /* longest dip */
+    Kvo32s reversals;        /* reversals seen */
+} KvoToneDetect32fState;
+
+typedef struct {
+    const Kvo16s* pIirCoefs; /* band-pass c0, c1, c2, c3, Q12 */
+    Kvo32s powTone, powInput;
+    Kvo32s toneRun, minRun, maxRun;
+    Kvo16s x1, x2, y1, y2;
+    Kvo32s dipRun, maxDip, reversals;
+    Kvo16s aSmooth; /* Q14 */
+} KvoToneDetect16sState;
+
 #ifdef __cplusplus
 }
 #endif

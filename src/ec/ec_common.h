@@ -1,0 +1,61 @@
+// Echo cancellation: declarations shared by the kernels of this folder (filter bank,
+// adaptive filters, tone detection) and by the controllers.
+//
+// Records of the family live at the first 16-byte boundary at or after the caller's
+// pointer: every function computes the same address from the same pointer, and the
+// size queries include the 15 bytes of slack.
+//
+// Limits of the subband kernels: 1 to kMaxSubbands complex subbands per row, 1 to
+// kMaxSegments rows (taps of each subband filter).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "kvosc_types.h"
+
+namespace kvo::ec {
+
+inline constexpr Kvo32s kMaxSubbands = 4097;
+inline constexpr Kvo32s kMaxSegments = 255;
+inline constexpr Kvo32s kAlign = 16;
+
+// First 16-byte boundary at or after p.
+template <class T>
+inline T* align16(void* p) {
+    const auto a = reinterpret_cast<std::uintptr_t>(p);
+    return reinterpret_cast<T*>((a + (kAlign - 1)) & ~std::uintptr_t{kAlign - 1});
+}
+template <class T>
+inline const T* align16(const void* p) {
+    const auto a = reinterpret_cast<std::uintptr_t>(p);
+    return reinterpret_cast<const T*>((a + (kAlign - 1)) & ~std::uintptr_t{kAlign - 1});
+}
+constexpr std::int64_t roundUp16(std::int64_t v) { return (v + 15) & ~std::int64_t{15}; }
+
+// The echo family accepts these two sampling rates only.
+constexpr bool rateOk(Kvo32s sampleFreq) { return sampleFreq == 8000 || sampleFreq == 16000; }
+
+// First halves of the two built-in prototype windows (ec_windows.cpp).
+extern const Kvo32f kSubbandWindowHalf_5_24_128[64];
+extern const Kvo32f kSubbandWindowHalf_6_44_256[128];
+
+// ---- scalar cores of the hot kernels (arguments already checked) ----------------------
+// The exports dispatch to vector twins where the CPU has them; tests compare the twins
+// with these by memcmp.
+
+// Float subband FIR over subbands [0, numSubbands).
+void firSubband32fcScalar(const Kvo32fc* const* ppRefRows, const Kvo32fc* const* ppCoefRows,
+                          Kvo32fc* pDst, int numSegments, int numSubbands);
+// Float coefficient update over subbands [0, numSubbands).
+void coeffUpdate32fcScalar(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows,
+                           const Kvo32fc* pErr, Kvo32fc* const* ppCoefRows, int numSegments,
+                           int numSubbands);
+
+// The fixed-point update's addend for one 64-bit product p at shift d = exponent -
+// scaleFactor - 31 (rounded right shift for d >= 0, saturating left shift for d < 0).
+// A shift of 64 or more stands for a step below one unit of the product's last bit
+// and gives 0: no adaptation.
+Kvo64s updateAddend(Kvo64s p, Kvo64s d);
+
+}  // namespace kvo::ec
