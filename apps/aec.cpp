@@ -9,10 +9,11 @@
 // (frames under 0.009 s).  The fullband kinds work on 5 ms frames (40 or 80 samples):
 // the Q14 smoothing factors reach 0 at 10 ms.
 //
-// Integer subband scaling.  Subband samples leave the analysis unscaled (32-bit),
-// coefficients are held with 24 fraction bits: the FIR divides by 2^24 and the update
-// multiplies its step by 2^24, so the step exponents of the controllers (up to 112)
-// leave shift counts below 64 in the update.
+// Integer subband scaling.  Coefficients are held with 16 fraction bits (the FIR divides
+// by 2^16 and the update multiplies its step by 2^16), which keeps the controller's
+// coefficient energy (a 32-bit sum of |H|^2 / 2^10) unsaturated.  Steps at the energy
+// floor of the integer controllers are below one coefficient unit; the update then
+// does not move the coefficients at all.
 #include "aec.h"
 
 #include <algorithm>
@@ -25,7 +26,12 @@ namespace kvosc::aec {
 
 namespace {
 
-constexpr int kCoefScale = 24;  // fraction bits of the integer subband coefficients
+constexpr int kCoefScale = 16;  // fraction bits of the integer subband coefficients
+// Analysis scale of the integer bank (synthesis multiplies back).  Unscaled, the
+// running reference energy of the plain 16-bit update (a 32-bit sum of |X|^2 / 2^10
+// over the rows) saturates on loud far-end speech near full scale; the update's clamp
+// at 0 absorbs the lost amount.  A scale of 1 avoids that at the cost of about 0.5 dB
+// of converged ERLE on speech at -8 dBFS peak.
 
 // Caller memory of a record, 16-byte aligned storage (records align themselves anyway).
 struct Mem {
@@ -277,10 +283,10 @@ class SubbandInt final : public Canceller {
         if (!tone_.step(far, B)) return false;
         Kvo32sc* newest = ref_.rotate();
         bool ok = kvosSubbandAnalysis_16s32sc_Sfs(far, newest,
-                                                  anaRef_.as<KvoSubbandProcess16sState>(), 0,
+                                                  anaRef_.as<KvoSubbandProcess16sState>(), bankScale_,
                                                   work_.data()) == kvoOk &&
                   kvosSubbandAnalysis_16s32sc_Sfs(nearEnd, mic_.data(),
-                                                  anaMic_.as<KvoSubbandProcess16sState>(), 0,
+                                                  anaMic_.as<KvoSubbandProcess16sState>(), bankScale_,
                                                   work_.data()) == kvoOk &&
                   kvosFIRSubband_EC_32sc_Sfs(ref_.cptr(), ad_.cptr(), ya_.data(), segs_, n,
                                              kCoefScale) == kvoOk &&
@@ -309,13 +315,17 @@ class SubbandInt final : public Canceller {
                 ok = kvosFIRSubbandCoeffUpdate_EC_32sc_I(step_.data(), ref_.cptr(), ea_.data(),
                                                          ad_.rows.data(), segs_, n,
                                                          kCoefScale) == kvoOk;
-            // Tracked power: 2^7 times the microphone power, so that "high" means an error
-            // above the microphone and "low" an error 18 dB under it.
-            Kvo64s tracked = micPow << 7;
+            // Tracked power 2^10 times the microphone power: "high" (restore after 10
+            // frames) is an error 9 dB above the microphone, "low" (save after 100 frames)
+            // an error 9 dB under it, and the timed save in calm frames wants an error
+            // under the microphone.  The filter keeps its changes in double talk
+            // (keepChanges 1): the detector lowers the step instead, so that a change of
+            // the echo path, which the detector also flags, is still learnt.
+            Kvo64s tracked = micPow << 10;
             Kvo32s action = 0;
             ok = ok && kvosSubbandControllerDT_EC_16s(ea_.data(), ef_.data(), ad_.rows.data(),
                                                       fx_.rows.data(), &tracked, &action, errPow,
-                                                      1, 0, 0, st) == kvoOk;
+                                                      1, 1, 0, st) == kvoOk;
             info.doubleTalk = dtFlag_ != 0;
             info.action = action;
         } else {
@@ -332,7 +342,7 @@ class SubbandInt final : public Canceller {
             info.gain = gain / 32768.0f;
         }
         ok = ok && kvosSubbandSynthesis_32sc16s_Sfs(eo_.data(), y,
-                                                    syn_.as<KvoSubbandProcess16sState>(), 0,
+                                                    syn_.as<KvoSubbandProcess16sState>(), -bankScale_,
                                                     work_.data()) == kvoOk;
         if (!ok) return false;
         const float g = cfg_.applyGain && !tone_.bypass ? info.gain : 1.0f;
@@ -348,6 +358,7 @@ class SubbandInt final : public Canceller {
     }
     Config cfg_;
     bool dt_ = false;
+    static constexpr int bankScale_ = 0;
     BankGeometry g_{};
     int segs_ = 0;
     Kvo32s dtFlag_ = 0;
