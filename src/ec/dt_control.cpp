@@ -35,6 +35,8 @@ namespace {
 
 constexpr Kvo32s kRecordBytes = 208;  // the record's share of the size, 16-byte multiple
 static_assert(sizeof(StateDT) <= kRecordBytes, "record outgrows its share of the block");
+// Largest count whose block size (about 60 bytes per subband) fits 32 bits.
+constexpr Kvo32s kMaxSubbands = (INT32_MAX - kRecordBytes) / 64;
 
 KvoStatus checkConfig(Kvo32s numSubbands, Kvo32s frameSize, Kvo32s numSegments,
                       Kvo32s sampleFreq) {
@@ -100,6 +102,7 @@ KvoStatus kvosSubbandControllerDTGetSize_EC_16s(Kvo32s numSubbands, Kvo32s frame
     if (KvoStatus st = checkConfig(numSubbands, frameSize, numSegments, sampleFreq); st != kvoOk)
         return st;
     if (pSize == nullptr) return kvoErrNullPtr;
+    if (numSubbands > kMaxSubbands) return kvoErrBadArg;  // beyond the 32-bit size range
     *pSize = 11 * roundUp16(4 * numSubbands) + 2 * roundUp16(8 * numSubbands) + kRecordBytes;
     return kvoOk;
 }
@@ -110,6 +113,7 @@ KvoStatus kvosSubbandControllerDTInit_EC_16s(KvoSubbandControllerDT16sState* pSt
     if (KvoStatus st = checkConfig(numSubbands, frameSize, numSegments, sampleFreq); st != kvoOk)
         return st;
     if (pState == nullptr) return kvoErrNullPtr;
+    if (numSubbands > kMaxSubbands) return kvoErrBadArg;
     startState(pState, numSubbands, frameSize, numSegments, sampleFreq);
     return kvoOk;
 }
@@ -142,11 +146,11 @@ KvoStatus kvosSubbandControllerDTUpdate_EC_16s(const Kvo32sc* const* ppRefRows,
     const Kvo32s f = 80530 / segs;
     kvo::kvosMagSquared_32sc32s_Sfs(x, s->pEnergy, n, 14);
     if (*pDoubleTalk != 0) {
-        const Kvo32s c = s->calmSamples - 10 * s->frameSize;
-        s->calmSamples = c > 0 ? c : 0;
+        const Kvo64s c = s->calmSamples - 10 * Kvo64s{s->frameSize};
+        s->calmSamples = c > 0 ? static_cast<Kvo32s>(c) : 0;
     } else {
-        const Kvo32s c = s->calmSamples + s->frameSize;
-        s->calmSamples = c < 40000 ? c : 40000;
+        const Kvo64s c = s->calmSamples + Kvo64s{s->frameSize};
+        s->calmSamples = c < 40000 ? static_cast<Kvo32s>(c) : 40000;
     }
 
     Kvo32s num = N != 0 ? N : 1;
@@ -291,11 +295,11 @@ KvoStatus kvosSubbandControllerDT_EC_16s(const Kvo32sc* pErrAdaptive, const Kvo3
     const __int128 T = s->trackedAvg;
 
     if (s->doubleTalk == 0) {
-        const Kvo32s st = s->saveTimer + s->frameSize;
+        const Kvo64s st = s->saveTimer + Kvo64s{s->frameSize};
         if (st > 4000 && testPower < (T2 >> 24))
             save();
         else
-            s->saveTimer = st;
+            s->saveTimer = static_cast<Kvo32s>(st < INT32_MAX ? st : INT32_MAX);
     } else {
         s->saveTimer = 0;
     }

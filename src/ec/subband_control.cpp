@@ -47,6 +47,7 @@ KvoStatus kvosSubbandControllerGetSize_EC_32f(Kvo32s numSubbands, Kvo32s frameSi
     if (KvoStatus st = checkConfig(numSubbands, frameSize, numSegments, sampleFreq); st != kvoOk)
         return st;
     if (pSize == nullptr) return kvoErrNullPtr;
+    if (numSubbands > (INT32_MAX - 112) / 16) return kvoErrBadArg;  // beyond the 32-bit size
     *pSize = 16 * numSubbands + 112;
     return kvoOk;
 }
@@ -57,6 +58,7 @@ KvoStatus kvosSubbandControllerInit_EC_32f(KvoSubbandController32fState* pState,
     if (KvoStatus st = checkConfig(numSubbands, frameSize, numSegments, sampleFreq); st != kvoOk)
         return st;
     if (pState == nullptr) return kvoErrNullPtr;
+    if (numSubbands > (INT32_MAX - 112) / 16) return kvoErrBadArg;
     State32f* s = align16(pState);
     s->numSubbands = numSubbands;
     s->frameSize = frameSize;

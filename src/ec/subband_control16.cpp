@@ -74,7 +74,9 @@ KvoStatus kvosSubbandControllerGetSize_EC_16s(Kvo32s numSubbands, Kvo32s frameSi
     if (KvoStatus st = checkConfig(numSubbands, frameSize, numSegments, sampleFreq); st != kvoOk)
         return st;
     if (pSize == nullptr) return kvoErrNullPtr;
-    *pSize = 5 * roundUp16(4 * numSubbands) + 128;
+    const Kvo64s bytes = 5 * ((4 * Kvo64s{numSubbands} + 15) & ~Kvo64s{15}) + 128;
+    if (bytes > INT32_MAX) return kvoErrBadArg;  // a block beyond the 32-bit size range
+    *pSize = static_cast<Kvo32s>(bytes);
     return kvoOk;
 }
 
@@ -84,6 +86,7 @@ KvoStatus kvosSubbandControllerInit_EC_16s(KvoSubbandController16sState* pState,
     if (KvoStatus st = checkConfig(numSubbands, frameSize, numSegments, sampleFreq); st != kvoOk)
         return st;
     if (pState == nullptr) return kvoErrNullPtr;
+    if (5 * ((4 * Kvo64s{numSubbands} + 15) & ~Kvo64s{15}) + 128 > INT32_MAX) return kvoErrBadArg;
     State16* s = align16(pState);
     s->numSubbands = numSubbands;
     s->frameSize = frameSize;
@@ -188,7 +191,8 @@ KvoStatus kvosSubbandControllerUpdate_EC_16s(const Kvo16s* pRefBlock, const Kvo1
     num = static_cast<Kvo32s>(static_cast<Kvo32u>(num) << sn);
     for (Kvo32s k = 0; k < n; ++k) {
         const Kvo32s e = s->pRefEnergy[k];
-        if (e > s->energyFloor) {
+        // (A floor wrapped negative by an oversized geometry never lets 0 through.)
+        if (e > s->energyFloor && e > 0) {
             const int sd = kvo::ec::normShift(e);
             pStep[k].mantissa = kvo::ec::normDiv(num, e << sd);
             pStep[k].exponent = 71 - (sd - sn);
