@@ -426,8 +426,8 @@ class Fullband final : public Canceller {
         std::memmove(ref_.data(), ref_.data() + N, sizeof(T) * static_cast<size_t>(taps_));
         T* x = ref_.data() + taps_;
         for (int i = 0; i < N; ++i) {
-            x[i] = static_cast<T>(far[i]);
-            mic_[i] = static_cast<T>(nearEnd[i]);
+            x[i] = emphasis(far[i], farPrev_);
+            mic_[i] = emphasis(nearEnd[i], nearPrev_);
         }
         GainT gain{};
         bool ok;
@@ -462,7 +462,7 @@ class Fullband final : public Canceller {
         }
         const T* e = tone_.bypass ? mic_.data() : (pa < pf ? ea_.data() : ef_.data());
         const float g = cfg_.applyGain && !tone_.bypass ? info.gain : 1.0f;
-        for (int i = 0; i < N; ++i) out[i] = to_pcm(static_cast<float>(e[i]) * g);
+        for (int i = 0; i < N; ++i) out[i] = to_pcm(deemphasis(e[i], outPrev_) * g);
         info.doubleTalk = false;
         info.toneBypass = tone_.bypass;
         info.action = 0;
@@ -470,6 +470,29 @@ class Fullband final : public Canceller {
     }
 
   private:
+    // First-order pre-emphasis 1 - 0.9/z on both inputs whitens speech for the NLMS
+    // (the echo path is linear, so both sides see the same filter), and the output
+    // goes through the inverse 1 / (1 - 0.9/z).  16-bit: Q15 factor 29491, saturated.
+    static T emphasis(int16_t v, int16_t& prev) {
+        T r;
+        if constexpr (Fixed)
+            r = static_cast<T>(std::clamp(v - ((29491 * prev + 16384) >> 15), -32768, 32767));
+        else
+            r = static_cast<T>(v - 0.9f * prev);
+        prev = v;
+        return r;
+    }
+    float deemphasis(T e, T& prev) {
+        T r;
+        if constexpr (Fixed)
+            r = static_cast<T>(std::clamp(e + ((29491 * prev + 16384) >> 15), -32768, 32767));
+        else
+            r = e + 0.9f * prev;
+        prev = r;
+        return static_cast<float>(r);
+    }
+    int16_t farPrev_ = 0, nearPrev_ = 0;
+    T outPrev_{};
     Config cfg_;
     int frame_ = 0, taps_ = 0;
     Mem ctl_;

@@ -6,7 +6,7 @@
 //   subband16   the same chain in integers (32-bit subband samples, step pairs)
 //   dt16        the integer chain with the double-talk subband controller
 //   fullband    float time-domain canceller: NLMS with the adaptive taps, FIR with the
-//               fixed taps, the fullband controller
+//               fixed taps, the fullband controller, on pre-emphasised signals
 //   fullband16  the same in 16 bits with Q15 taps
 // Beside every kind a 2100 Hz tone detector watches the far end: a disabling tone with
 // phase reversals (G.165/G.168) bypasses the canceller and stops adaptation until the
