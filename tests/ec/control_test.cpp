@@ -636,3 +636,111 @@ TEST(EcControlArgs, FrameCallsRejectNullsAndWriteNothing) {
 }
 
 }  // namespace
+
+namespace {
+
+// Boundary decisions, set up by writing the records directly: the gain target at a
+// convergence state of exactly one half differs between the families (float strict,
+// 16-bit inclusive), and the fullband step at an energy exactly on the floor is the
+// floor step.
+TEST(EcControlBoundaries, GainTargetAtHalfConvergence) {
+    struct Case {
+        bool fixed, fullband;
+        double expectTarget;  // 1: the gain rises back to full, 0: it falls
+    };
+    const Case cases[] = {{false, false, 0.0}, {true, false, 1.0}, {false, true, 1.0},
+                          {true, true, 1.0}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(::testing::Message() << "fixed " << c.fixed << " fullband " << c.fullband);
+        Block m(1024);
+        double g = -1;
+        if (c.fullband) {
+            // Errors and microphone silent: no copy, the target is set by conv alone.
+            std::vector<Kvo16s> z16(8, 0);
+            std::vector<Kvo32f> z32(8, 0.0f);
+            if (c.fixed) {
+                auto* s = m.as<KvoFullbandController16sState>();
+                ASSERT_EQ(kvosFullbandControllerInit_EC_16s(s, 8, 4, 8000), kvoOk);
+                kvo::ec::align16(s)->conv = 8192;
+                kvo::ec::align16(s)->gain = 0;
+                Kvo16s gg = 0;
+                ASSERT_EQ(kvosFullbandController_EC_16s(z16.data(), z16.data(), z16.data(), z16.data(), &gg, s), kvoOk);
+                g = gg;
+            } else {
+                auto* s = m.as<KvoFullbandController32fState>();
+                ASSERT_EQ(kvosFullbandControllerInit_EC_32f(s, 8, 4, 8000), kvoOk);
+                kvo::ec::align16(s)->conv = 0.5f;
+                kvo::ec::align16(s)->gain = 0;
+                Kvo32f gg = 0;
+                ASSERT_EQ(kvosFullbandController_EC_32f(z32.data(), z32.data(), z32.data(), z32.data(), &gg, s), kvoOk);
+                g = gg;
+            }
+        } else if (c.fixed) {
+            SubbandHarness<true> h(2, 1, 24, 8000);
+            auto* r = kvo::ec::align16(h.st);
+            r->conv = 8192;
+            r->gain = 0;
+            // Loud equal errors: saved and restored stay 0 but total is large, so only conv
+            // decides; total <= 10*restored fails, conv stays.
+            r->pErrPowFixed[0] = r->pErrPowAdaptive[0] = 1 << 20;
+            g = h.frame({30000, 30000}, {30000, 30000});
+        } else {
+            SubbandHarness<false> h(2, 1, 24, 8000);
+            auto* r = kvo::ec::align16(h.st);
+            r->conv = 0.5f;
+            r->gain = 0;
+            g = h.frame({30000, 30000}, {30000, 30000});
+        }
+        if (c.expectTarget > 0)
+            EXPECT_GT(g, 0);
+        else
+            EXPECT_EQ(g, 0);
+    }
+}
+
+TEST(EcControlBoundaries, FullbandStepOnTheFloor) {
+    // tapLen 4, samples of 1000: float E = 4e6 against the floor 1500000 * 4 = 6e6.
+    // With samples of sqrt(1.5e6) the window energy equals the floor exactly.
+    Block m(128), m16(128);
+    auto* s = m.as<KvoFullbandController32fState>();
+    auto* s16 = m16.as<KvoFullbandController16sState>();
+    ASSERT_EQ(kvosFullbandControllerInit_EC_32f(s, 1, 4, 8000), kvoOk);
+    ASSERT_EQ(kvosFullbandControllerInit_EC_16s(s16, 1, 4, 8000), kvoOk);
+    const Kvo32f v = std::sqrt(1500000.0f);
+    Kvo32f ref[5] = {v, v, v, v, 0}, step = 0;
+    ASSERT_EQ(v * v * 4, 6000000.0f);
+    ASSERT_EQ(kvosFullbandControllerUpdate_EC_32f(ref + 4, ref + 4, &step, s), kvoOk);
+    EXPECT_EQ(step, kvo::ec::align16(s)->minStep);
+    // 16 bits: the floor is (4*1500000 + 128) >> 8 = 23438; squares (r*r + 128) >> 8.
+    // r = 4900: 93789 per sample, over the floor; r = 153: 91 per sample, under it.
+    Kvo16s r16[5] = {4900, 4900, 4900, 4900, 0};
+    Kvo32s st16 = 0;
+    ASSERT_EQ(kvosFullbandControllerUpdate_EC_16s(r16 + 4, r16 + 4, &st16, s16), kvoOk);
+    EXPECT_EQ(st16, 0x40000000 / (4 * ((4900 * 4900 + 128) >> 8)));
+    Kvo16s q16[5] = {153, 153, 153, 153, 0};
+    ASSERT_EQ(kvosFullbandControllerUpdate_EC_16s(q16 + 4, q16 + 4, &st16, s16), kvoOk);
+    EXPECT_EQ(st16, 0x40000000 / 23438);
+}
+
+// Reset clears the error and coefficient powers and keeps the reference sum, the
+// microphone power, the gain and the convergence state.
+TEST(EcControlBoundaries, ResetKeepsTheLongTermState) {
+    SubbandHarness<true> h(3, 2, 24, 8000);
+    for (int i = 0; i < 5; ++i) h.frame({3000, 300, 30}, {20000, 20000, 20000});
+    auto* r = kvo::ec::align16(h.st);
+    r->pRefEnergy[1] = 1234;
+    r->micPower = 77;
+    const Kvo32s gain = r->gain, conv = r->conv;
+    ASSERT_EQ(kvosSubbandControllerReset_EC_16s(h.st), kvoOk);
+    for (int k = 0; k < 3; ++k) {
+        EXPECT_EQ(r->pErrPowAdaptive[k], 0);
+        EXPECT_EQ(r->pErrPowFixed[k], 0);
+        EXPECT_EQ(r->pCoefEnergy[k], 0);
+    }
+    EXPECT_EQ(r->pRefEnergy[1], 1234);
+    EXPECT_EQ(r->micPower, 77);
+    EXPECT_EQ(r->gain, gain);
+    EXPECT_EQ(r->conv, conv);
+}
+
+}  // namespace
