@@ -293,7 +293,7 @@ class SubbandInt final : public Canceller {
                   kvosFIRSubband_EC_32sc_Sfs(ref_.cptr(), fx_.cptr(), yf_.data(), segs_, n,
                                              kCoefScale) == kvoOk;
         if (!ok) return false;
-        int64_t micPow = 0, errPow = 0;
+        int64_t micPow = 0, errPow = 0, refPow = 0;
         for (int k = 0; k < n; ++k) {
             ea_[k] = {sat32(int64_t{mic_[k].re} - ya_[k].re), sat32(int64_t{mic_[k].im} - ya_[k].im)};
             ef_[k] = {sat32(int64_t{mic_[k].re} - yf_[k].re), sat32(int64_t{mic_[k].im} - yf_[k].im)};
@@ -303,6 +303,9 @@ class SubbandInt final : public Canceller {
             micPow += static_cast<int64_t>(
                 (double(mic_[k].re) * mic_[k].re + double(mic_[k].im) * mic_[k].im) / 16384.0);
             errPow += static_cast<int64_t>(pa / 16384.0);
+            refPow += static_cast<int64_t>(
+                (double(newest[k].re) * newest[k].re + double(newest[k].im) * newest[k].im) /
+                16384.0);
         }
         info = FrameInfo{};
         if (dt_) {
@@ -320,12 +323,16 @@ class SubbandInt final : public Canceller {
             // an error 9 dB under it, and the timed save in calm frames wants an error
             // under the microphone.  The filter keeps its changes in double talk
             // (keepChanges 1): the detector lowers the step instead, so that a change of
-            // the echo path, which the detector also flags, is still learnt.
+            // the echo path, which the detector also flags, is still learnt.  The error
+            // powers count only while the far end is louder than the microphone: in far-end
+            // pauses both errors are the near-end noise and their comparison is a coin
+            // toss that would restore the saved filter half the time.
             Kvo64s tracked = micPow << 10;
             Kvo32s action = 0;
             ok = ok && kvosSubbandControllerDT_EC_16s(ea_.data(), ef_.data(), ad_.rows.data(),
                                                       fx_.rows.data(), &tracked, &action, errPow,
-                                                      1, 1, 0, st) == kvoOk;
+                                                      refPow > micPow && dtFlag_ == 0 ? 1 : 0, 1, 0,
+                                                      st) == kvoOk;
             info.doubleTalk = dtFlag_ != 0;
             info.action = action;
         } else {
