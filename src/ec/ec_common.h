@@ -31,10 +31,14 @@ inline const T* align16(const void* p) {
     const auto a = reinterpret_cast<std::uintptr_t>(p);
     return reinterpret_cast<const T*>((a + (kAlign - 1)) & ~std::uintptr_t{kAlign - 1});
 }
-constexpr std::int64_t roundUp16(std::int64_t v) { return (v + 15) & ~std::int64_t{15}; }
+constexpr std::int64_t roundUp16(std::int64_t v) {
+    return (v + 15) & ~std::int64_t{15};
+}
 
 // The echo family accepts these two sampling rates only.
-constexpr bool rateOk(Kvo32s sampleFreq) { return sampleFreq == 8000 || sampleFreq == 16000; }
+constexpr bool rateOk(Kvo32s sampleFreq) {
+    return sampleFreq == 8000 || sampleFreq == 16000;
+}
 
 // First halves of the two built-in prototype windows (ec_windows.cpp).
 extern const Kvo32f kSubbandWindowHalf_5_24_128[64];
@@ -51,6 +55,43 @@ void firSubband32fcScalar(const Kvo32fc* const* ppRefRows, const Kvo32fc* const*
 void coeffUpdate32fcScalar(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows,
                            const Kvo32fc* pErr, Kvo32fc* const* ppCoefRows, int numSegments,
                            int numSubbands);
+
+// SSE2 twins of the two (bit-exact with the scalar cores).
+void firSubband32fcSse2(const Kvo32fc* const* ppRefRows, const Kvo32fc* const* ppCoefRows,
+                        Kvo32fc* pDst, int numSegments, int numSubbands);
+void coeffUpdate32fcSse2(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows, const Kvo32fc* pErr,
+                         Kvo32fc* const* ppCoefRows, int numSegments, int numSubbands);
+
+// AVX2 twins (ec_fir_avx2.cpp); call only when kvo::cpuHasAvx2().
+void firSubband32fcAvx2(const Kvo32fc* const* ppRefRows, const Kvo32fc* const* ppCoefRows,
+                        Kvo32fc* pDst, int numSegments, int numSubbands);
+void coeffUpdate32fcAvx2(const Kvo64f* pStep, const Kvo32fc* const* ppRefRows, const Kvo32fc* pErr,
+                         Kvo32fc* const* ppCoefRows, int numSegments, int numSubbands);
+
+// 16-bit fullband NLMS.  nlms16sSample runs one sample (coefficient update with the
+// previous mu, then the filter) and returns the next mu; the scalar core runs a call.
+// The AVX2 twin needs tapLen <= kNlmsVectorMaxTaps: then no partial sum of the filter can
+// reach the 32-bit limits (each rounded product is at most 2^15 in magnitude), so the
+// saturating sum equals the plain sum in any order; samples whose mu exceeds 16 bits take
+// the scalar step.
+inline constexpr int kNlmsVectorMaxTaps = 65535;
+Kvo32s nlms16sSample(const Kvo16s* x, Kvo16s mic, Kvo32s step, Kvo16s* pCoefs, int tapLen,
+                     Kvo32s mu, Kvo16s* pOut);
+void nlms16sScalar(const Kvo16s* pRef, const Kvo16s* pMic, const Kvo32s* pStep, Kvo16s* pDst,
+                   int len, Kvo16s* pCoefs, int tapLen, Kvo16s* pMuErr);
+void nlms16sAvx2(const Kvo16s* pRef, const Kvo16s* pMic, const Kvo32s* pStep, Kvo16s* pDst, int len,
+                 Kvo16s* pCoefs, int tapLen, Kvo16s* pMuErr);
+
+// AVX2 twins of the fullband FIR (the 16-bit one for tapLen <= kNlmsVectorMaxTaps, where
+// its saturating sum cannot saturate).  The 32-bit one runs eight output samples at once.
+void fir16sScalar(const Kvo16s* pRef, const Kvo16s* pMic, Kvo16s* pDst, int len,
+                  const Kvo16s* pCoefs, int tapLen);
+void fir32fScalar(const Kvo32f* pRef, const Kvo32f* pMic, Kvo32f* pDst, int len,
+                  const Kvo32f* pCoefs, int tapLen);
+void fir16sAvx2(const Kvo16s* pRef, const Kvo16s* pMic, Kvo16s* pDst, int len, const Kvo16s* pCoefs,
+                int tapLen);
+void fir32fAvx2(const Kvo32f* pRef, const Kvo32f* pMic, Kvo32f* pDst, int len, const Kvo32f* pCoefs,
+                int tapLen);
 
 // The fixed-point update's addend for one 64-bit product p at shift d = exponent -
 // scaleFactor - 31 (rounded right shift for d >= 0, saturating left shift for d < 0).

@@ -18,6 +18,7 @@
 
 #include "ec/ec_common.h"
 #include "impl.h"
+#include "numeric/cpu.h"
 #include "numeric/fixed.h"
 
 namespace kvo {
@@ -116,7 +117,9 @@ inline Kvo32s addSat32(Kvo32s h, Kvo64s a) {
 }
 
 // conj of the fixed-point reference: -Xi, with -2^31 going to 2^31 - 1.
-inline Kvo64s negSat(Kvo32s x) { return x == INT32_MIN ? INT32_MAX : -Kvo64s{x}; }
+inline Kvo64s negSat(Kvo32s x) {
+    return x == INT32_MIN ? INT32_MAX : -Kvo64s{x};
+}
 
 // Scaled error of one subband: (E * m + 2^30) >> 31, taken as signed 32-bit.
 inline Kvo32s scaleErr(Kvo32s e, Kvo32s m) {
@@ -134,7 +137,10 @@ KvoStatus kvosFIRSubband_EC_32fc(const Kvo32fc** ppRefRows, const Kvo32fc** ppCo
     if (!segmentsOk(numSegments)) return kvoErrRange;
     if (!rowsPresent(ppRefRows, numSegments) || !rowsPresent(ppCoefRows, numSegments))
         return kvoErrNullPtr;
-    ec::firSubband32fcScalar(ppRefRows, ppCoefRows, pDst, numSegments, numSubbands);
+    if (cpuHasAvx2())
+        ec::firSubband32fcAvx2(ppRefRows, ppCoefRows, pDst, numSegments, numSubbands);
+    else
+        ec::firSubband32fcSse2(ppRefRows, ppCoefRows, pDst, numSegments, numSubbands);
     return kvoOk;
 }
 
@@ -200,7 +206,10 @@ KvoStatus kvosFIRSubbandCoeffUpdate_EC_32fc_I(const Kvo64f* pStep, const Kvo32fc
         if (pStep[k] < 0.0) return kvoErrSize;  // -0.0 and NaN pass
     if (!rowsPresent(ppRefRows, numSegments) || !rowsPresent(ppCoefRows, numSegments))
         return kvoErrNullPtr;
-    ec::coeffUpdate32fcScalar(pStep, ppRefRows, pErr, ppCoefRows, numSegments, numSubbands);
+    if (cpuHasAvx2())
+        ec::coeffUpdate32fcAvx2(pStep, ppRefRows, pErr, ppCoefRows, numSegments, numSubbands);
+    else
+        ec::coeffUpdate32fcSse2(pStep, ppRefRows, pErr, ppCoefRows, numSegments, numSubbands);
     return kvoOk;
 }
 
@@ -238,8 +247,8 @@ KvoStatus kvosFIRSubbandLowCoeffUpdate_EC_32sc_I(const Kvo32sc** ppRefRows, cons
                                                  Kvo32sc* pScaledErr, const KvoStepPair* pStep,
                                                  Kvo32s startSubband, Kvo32s numSubbands,
                                                  Kvo32s scaleFactor) {
-    if (ppRefRows == nullptr || pErr == nullptr || ppCoefRows == nullptr ||
-        pScaledErr == nullptr || pStep == nullptr)
+    if (ppRefRows == nullptr || pErr == nullptr || ppCoefRows == nullptr || pScaledErr == nullptr ||
+        pStep == nullptr)
         return kvoErrNullPtr;
     if (!segmentsOk(numSegments) || startSubband < 0 || startSubband > numSubbands)
         return kvoErrRange;
@@ -262,8 +271,10 @@ KvoStatus kvosFIRSubbandLowCoeffUpdate_EC_32sc_I(const Kvo32sc** ppRefRows, cons
             const Kvo64s ar = ec::updateAddend(pr, d), ai = ec::updateAddend(pi, d);
             Kvo32sc& h = ppCoefRows[r][k];
             if (d >= 0) {  // 32-bit wrap
-                h.re = lo32(static_cast<Kvo64s>(static_cast<Kvo64u>(h.re) + static_cast<Kvo64u>(ar)));
-                h.im = lo32(static_cast<Kvo64s>(static_cast<Kvo64u>(h.im) + static_cast<Kvo64u>(ai)));
+                h.re =
+                    lo32(static_cast<Kvo64s>(static_cast<Kvo64u>(h.re) + static_cast<Kvo64u>(ar)));
+                h.im =
+                    lo32(static_cast<Kvo64s>(static_cast<Kvo64u>(h.im) + static_cast<Kvo64u>(ai)));
             } else {
                 h.re = addSat32(h.re, ar);
                 h.im = addSat32(h.im, ai);

@@ -25,10 +25,8 @@ namespace {
 
 using ec::align16;
 
-const Kvo32f td_iir_coeffs_8_32f[4] = {0.0378047526f, -0.0378047526f, 0.151102439f,
-                                       0.924390495f};
-const Kvo32f td_iir_coeffs_16_32f[4] = {0.019259274f, -0.019259274f, -1.33171177f,
-                                        0.961481452f};
+const Kvo32f td_iir_coeffs_8_32f[4] = {0.0378047526f, -0.0378047526f, 0.151102439f, 0.924390495f};
+const Kvo32f td_iir_coeffs_16_32f[4] = {0.019259274f, -0.019259274f, -1.33171177f, 0.961481452f};
 const Kvo16s td_iir_coeffs_8_16s[4] = {155, -155, 619, 3786};
 const Kvo16s td_iir_coeffs_16_16s[4] = {79, -79, -5455, 3938};
 
@@ -89,8 +87,7 @@ KvoStatus kvosToneDetect_EC_32f(const Kvo32f* pSrc, Kvo32s len, Kvo32s* pResult,
     if (len < 1) return kvoErrBadArg;
     auto* st = align16<KvoToneDetect32fState>(pState);
     KvoToneDetect32fState s = *st;
-    const Kvo32f c0 = s.pIirCoefs[0], c1 = s.pIirCoefs[1], c2 = s.pIirCoefs[2],
-                 c3 = s.pIirCoefs[3];
+    const Kvo32f c0 = s.pIirCoefs[0], c1 = s.pIirCoefs[1], c2 = s.pIirCoefs[2], c3 = s.pIirCoefs[3];
     const Kvo32f a = s.aSmooth, b = 1.0f - s.aSmooth;
     Kvo32s result = 0;
     for (Kvo32s n = 0; n < len; ++n) {
@@ -130,8 +127,7 @@ KvoStatus kvosToneDetect_EC_16s(const Kvo16s* pSrc, Kvo32s len, Kvo32s* pResult,
     if (len < 1) return kvoErrBadArg;
     auto* st = align16<KvoToneDetect16sState>(pState);
     KvoToneDetect16sState s = *st;
-    const Kvo32s c0 = s.pIirCoefs[0], c1 = s.pIirCoefs[1], c2 = s.pIirCoefs[2],
-                 c3 = s.pIirCoefs[3];
+    const Kvo32s c0 = s.pIirCoefs[0], c1 = s.pIirCoefs[1], c2 = s.pIirCoefs[2], c3 = s.pIirCoefs[3];
     const Kvo64s a = s.aSmooth, b = 16384 - Kvo64s{s.aSmooth};
     Kvo32s result = 0;
     for (Kvo32s n = 0; n < len; ++n) {

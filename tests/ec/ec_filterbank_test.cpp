@@ -29,8 +29,8 @@ std::vector<std::complex<double>> model_analysis(const std::vector<double>& hist
     std::vector<std::complex<double>> X(static_cast<size_t>(N / 2 + 1));
     for (int k = 0; k <= N / 2; ++k)
         for (int n = 0; n < N; ++n)
-            X[static_cast<size_t>(k)] += t[static_cast<size_t>(n)] *
-                                         std::polar(1.0, -2.0 * kPi * k * n / N);
+            X[static_cast<size_t>(k)] +=
+                t[static_cast<size_t>(n)] * std::polar(1.0, -2.0 * kPi * k * n / N);
     return X;
 }
 
@@ -114,8 +114,8 @@ TEST(SubbandBank, BuiltinPrototypesReconstructWithTheirDelayGainAndAliasingCeili
 TEST(SubbandBank, AnalysisAndSynthesisMatchDoubleModelsOnCallerWindows) {
     // Caller windows of arbitrary shape, including windowLen == fftLen (no folding) and
     // blockLen == fftLen.
-    const Geometry cases[] = {{3, 5, 24, 0, 0, 0}, {4, 16, 16, 0, 0, 0}, {5, 7, 96, 0, 0, 0},
-                              {1, 2, 6, 0, 0, 0}};
+    const Geometry cases[] = {
+        {3, 5, 24, 0, 0, 0}, {4, 16, 16, 0, 0, 0}, {5, 7, 96, 0, 0, 0}, {1, 2, 6, 0, 0, 0}};
     for (const Geometry& g : cases) {
         SCOPED_TRACE(testing::Message() << g.order << "/" << g.block << "/" << g.win);
         const int N = 1 << g.order;
@@ -128,7 +128,9 @@ TEST(SubbandBank, AnalysisAndSynthesisMatchDoubleModelsOnCallerWindows) {
         std::vector<double> hist(static_cast<size_t>(g.win), 0.0), ola(hist.size(), 0.0);
         for (int f = 0; f < 12; ++f) {
             std::vector<Kvo32f> in(static_cast<size_t>(g.block)), out(in.size());
-            for (int i = 0; i < g.block; ++i) in[static_cast<size_t>(i)] = static_cast<Kvo32f>(x[static_cast<size_t>(f * g.block + i)]);
+            for (int i = 0; i < g.block; ++i)
+                in[static_cast<size_t>(i)] =
+                    static_cast<Kvo32f>(x[static_cast<size_t>(f * g.block + i)]);
             std::vector<Kvo32fc> X(static_cast<size_t>(a.bands));
             ASSERT_EQ(kvosSubbandAnalysis_32f32fc(in.data(), X.data(), a.st, a.work.p), kvoOk);
             hist.erase(hist.begin(), hist.begin() + g.block);
@@ -142,7 +144,8 @@ TEST(SubbandBank, AnalysisAndSynthesisMatchDoubleModelsOnCallerWindows) {
             EXPECT_LT(std::sqrt(err / ref), 2e-6) << "frame " << f;
 
             // Synthesis of a random vector (the imaginary parts of bins 0 and N/2 unused).
-            std::vector<double> re = white(X.size(), 100.0, 100 + f), im = white(X.size(), 100.0, 200 + f);
+            std::vector<double> re = white(X.size(), 100.0, 100 + f),
+                                im = white(X.size(), 100.0, 200 + f);
             std::vector<std::complex<double>> Y(X.size());
             for (size_t k = 0; k < X.size(); ++k) {
                 X[k] = {static_cast<Kvo32f>(re[k]), static_cast<Kvo32f>(im[k])};
@@ -153,9 +156,11 @@ TEST(SubbandBank, AnalysisAndSynthesisMatchDoubleModelsOnCallerWindows) {
             ola.erase(ola.begin(), ola.begin() + g.block);
             ola.insert(ola.end(), static_cast<size_t>(g.block), 0.0);
             for (int i = 0; i < g.win; ++i)
-                ola[static_cast<size_t>(i)] += t[static_cast<size_t>(i % N)] * wd[static_cast<size_t>(g.win - 1 - i)];
+                ola[static_cast<size_t>(i)] +=
+                    t[static_cast<size_t>(i % N)] * wd[static_cast<size_t>(g.win - 1 - i)];
             for (int i = 0; i < g.block; ++i)
-                EXPECT_NEAR(out[static_cast<size_t>(i)], ola[static_cast<size_t>(i)], 1e-4 * 100.0 * g.win / N)
+                EXPECT_NEAR(out[static_cast<size_t>(i)], ola[static_cast<size_t>(i)],
+                            1e-4 * 100.0 * g.win / N)
                     << "frame " << f << " sample " << i;
         }
     }
@@ -173,8 +178,10 @@ TEST(SubbandBank, SixteenBitFamilyFollowsTheFloatOne) {
         std::vector<Kvo32fc> Xf(static_cast<size_t>(af.bands));
         std::vector<Kvo32sc> X16(Xf.size());
         std::vector<Kvo16s> out(static_cast<size_t>(g.block));
-        for (size_t p = 0; p + static_cast<size_t>(g.block) <= sp.size(); p += static_cast<size_t>(g.block)) {
-            std::vector<Kvo32f> inf(sp.begin() + static_cast<long>(p), sp.begin() + static_cast<long>(p) + g.block);
+        for (size_t p = 0; p + static_cast<size_t>(g.block) <= sp.size();
+             p += static_cast<size_t>(g.block)) {
+            std::vector<Kvo32f> inf(sp.begin() + static_cast<long>(p),
+                                    sp.begin() + static_cast<long>(p) + g.block);
             ASSERT_EQ(kvosSubbandAnalysis_32f32fc(inf.data(), Xf.data(), af.st, af.work.p), kvoOk);
             ASSERT_EQ(kvosSubbandAnalysis_16s32sc_Sfs(&sp[p], X16.data(), a16.st, 0, a16.work.p),
                       kvoOk);
@@ -183,8 +190,9 @@ TEST(SubbandBank, SixteenBitFamilyFollowsTheFloatOne) {
                 ref += std::norm(std::complex<double>(Xf[k].re, Xf[k].im));
             }
             // Scale 1 on the way back halves the output; the 16-bit overlap-add keeps it in range.
-            ASSERT_EQ(kvosSubbandSynthesis_32sc16s_Sfs(X16.data(), out.data(), s16.st, 1, s16.work.p),
-                      kvoOk);
+            ASSERT_EQ(
+                kvosSubbandSynthesis_32sc16s_Sfs(X16.data(), out.data(), s16.st, 1, s16.work.p),
+                kvoOk);
             for (int i = 0; i < g.block; ++i) {
                 x.push_back(sp[p + static_cast<size_t>(i)]);
                 y.push_back(2.0 * out[static_cast<size_t>(i)]);
@@ -206,7 +214,8 @@ TEST(SubbandBank, RecordWorksAtEveryAddressAndStaysInsideItsSize) {
         SCOPED_TRACE(off);
         Kvo32s sz = 0, isz = 0, wsz = 0;
         ASSERT_EQ(kvosSubbandProcessGetSize_32f(g.order, g.win, &sz, &isz, &wsz), kvoOk);
-        std::vector<uint8_t> mem(static_cast<size_t>(sz) + 64 + off + 64, 0xA5), work(static_cast<size_t>(wsz) + 64 + off + 64, 0x5A);
+        std::vector<uint8_t> mem(static_cast<size_t>(sz) + 64 + off + 64, 0xA5),
+            work(static_cast<size_t>(wsz) + 64 + off + 64, 0x5A);
         auto at = [&](std::vector<uint8_t>& m) {
             auto a = reinterpret_cast<uintptr_t>(m.data());
             return reinterpret_cast<uint8_t*>(((a + 63) & ~uintptr_t{63}) + off);
@@ -214,7 +223,8 @@ TEST(SubbandBank, RecordWorksAtEveryAddressAndStaysInsideItsSize) {
         uint8_t* st = at(mem);
         uint8_t* wb = at(work);
         auto* rec = reinterpret_cast<KvoSubbandProcess32fState*>(st);
-        ASSERT_EQ(kvosSubbandProcessInit_32f(rec, g.order, g.block, g.win, nullptr, nullptr), kvoOk);
+        ASSERT_EQ(kvosSubbandProcessInit_32f(rec, g.order, g.block, g.win, nullptr, nullptr),
+                  kvoOk);
         std::vector<uint8_t> out;
         std::vector<Kvo32fc> X(17);
         for (int f = 0; f < 20; ++f) {
@@ -225,9 +235,11 @@ TEST(SubbandBank, RecordWorksAtEveryAddressAndStaysInsideItsSize) {
         }
         if (off == 0) first = out;
         EXPECT_EQ(out, first);
-        for (size_t i = static_cast<size_t>(st - mem.data()) + static_cast<size_t>(sz); i < mem.size(); ++i)
+        for (size_t i = static_cast<size_t>(st - mem.data()) + static_cast<size_t>(sz);
+             i < mem.size(); ++i)
             ASSERT_EQ(mem[i], 0xA5) << "state byte past the reported size";
-        for (size_t i = static_cast<size_t>(wb - work.data()) + static_cast<size_t>(wsz); i < work.size(); ++i)
+        for (size_t i = static_cast<size_t>(wb - work.data()) + static_cast<size_t>(wsz);
+             i < work.size(); ++i)
             ASSERT_EQ(work[i], 0x5A) << "work byte past the reported size";
     }
 }
@@ -241,32 +253,33 @@ TEST(SubbandBank, GeometryTests) {
     const Row rows[] = {
         {5, 24, 128, false, kvoOk},        {6, 44, 256, false, kvoOk},
         {5, 24, 256, false, kvoErrBadArg},  // built-in needs the exact triple
-        {6, 44, 128, false, kvoErrBadArg},  {5, 24, 256, true, kvoOk},
-        {6, 44, 128, true, kvoOk},          {5, 32, 128, true, kvoOk},  // blockLen == fftLen
-        {5, 33, 128, true, kvoErrBadArg},   {5, 24, 100, true, kvoErrBadArg},
-        {0, 1, 8, true, kvoErrBadArg},      {3, 0, 8, true, kvoErrBadArg},
-        {3, 4, 0, true, kvoErrBadArg},      {31, 4, 1 << 30, true, kvoErrBadArg},
+        {6, 44, 128, false, kvoErrBadArg}, {5, 24, 256, true, kvoOk},
+        {6, 44, 128, true, kvoOk},         {5, 32, 128, true, kvoOk},  // blockLen == fftLen
+        {5, 33, 128, true, kvoErrBadArg},  {5, 24, 100, true, kvoErrBadArg},
+        {0, 1, 8, true, kvoErrBadArg},     {3, 0, 8, true, kvoErrBadArg},
+        {3, 4, 0, true, kvoErrBadArg},     {31, 4, 1 << 30, true, kvoErrBadArg},
     };
     std::vector<Kvo32f> wf(256, 0.5f);
     std::vector<Kvo16s> w16(256, 4096);
     for (const Row& r : rows) {
         SCOPED_TRACE(testing::Message() << r.order << "/" << r.block << "/" << r.win);
         std::vector<uint8_t> mem(40000), ib(4096);
-        EXPECT_EQ(kvosSubbandProcessInit_32f(reinterpret_cast<KvoSubbandProcess32fState*>(mem.data()),
-                                             r.order, r.block, r.win,
-                                             r.callerWindow ? wf.data() : nullptr, ib.data()),
+        EXPECT_EQ(kvosSubbandProcessInit_32f(
+                      reinterpret_cast<KvoSubbandProcess32fState*>(mem.data()), r.order, r.block,
+                      r.win, r.callerWindow ? wf.data() : nullptr, ib.data()),
                   r.want);
-        EXPECT_EQ(kvosSubbandProcessInit_16s(reinterpret_cast<KvoSubbandProcess16sState*>(mem.data()),
-                                             r.order, r.block, r.win,
-                                             r.callerWindow ? w16.data() : nullptr, ib.data()),
+        EXPECT_EQ(kvosSubbandProcessInit_16s(
+                      reinterpret_cast<KvoSubbandProcess16sState*>(mem.data()), r.order, r.block,
+                      r.win, r.callerWindow ? w16.data() : nullptr, ib.data()),
                   r.want);
         // Configuration is judged before the pointer, except the window multiple and the
         // built-in triple, which come after it.
-        const bool early = r.order < 1 || r.block < 1 || r.win < 1 ||
-                           (r.order < 31 && r.block > (1 << r.order));
+        const bool early =
+            r.order < 1 || r.block < 1 || r.win < 1 || (r.order < 31 && r.block > (1 << r.order));
         if (r.want == kvoErrBadArg) {
-            EXPECT_EQ(kvosSubbandProcessInit_32f(nullptr, r.order, r.block, r.win, nullptr, nullptr),
-                      early ? kvoErrBadArg : kvoErrNullPtr);
+            EXPECT_EQ(
+                kvosSubbandProcessInit_32f(nullptr, r.order, r.block, r.win, nullptr, nullptr),
+                early ? kvoErrBadArg : kvoErrNullPtr);
         }
     }
     // Size queries: configuration, then pointers, then the multiple and the FFT's own limits.

@@ -39,7 +39,8 @@ struct Detector {
     using St = std::conditional_t<kFixed, KvoToneDetect16sState, KvoToneDetect32fState>;
     std::vector<uint8_t> mem = std::vector<uint8_t>(96);
     St* st;
-    explicit Detector(int rate, size_t offset = 3) : st(reinterpret_cast<St*>(mem.data() + offset)) {
+    explicit Detector(int rate, size_t offset = 3)
+        : st(reinterpret_cast<St*>(mem.data() + offset)) {
         if constexpr (kFixed)
             EXPECT_EQ(kvosToneDetectInit_EC_16s(st, rate), kvoOk);
         else
@@ -49,7 +50,9 @@ struct Detector {
         Kvo32s r = -1;
         if constexpr (kFixed) {
             std::vector<Kvo16s> v(static_cast<size_t>(len));
-            for (int i = 0; i < len; ++i) v[static_cast<size_t>(i)] = static_cast<Kvo16s>(std::clamp(std::lround(x[i]), -32768L, 32767L));
+            for (int i = 0; i < len; ++i)
+                v[static_cast<size_t>(i)] =
+                    static_cast<Kvo16s>(std::clamp(std::lround(x[i]), -32768L, 32767L));
             EXPECT_EQ(kvosToneDetect_EC_16s(v.data(), len, &r, st), kvoOk);
         } else {
             std::vector<Kvo32f> v(x, x + len);
@@ -77,7 +80,8 @@ TEST(ToneDetect, DisablingToneIsDetectedWithinOneSecondOverLevelsAndSpacings) {
     for (int rate : {8000, 16000})
         for (double level : {-6.0, -16.0, -26.0, -36.0})
             for (double spacing : {430.0, 440.0, 450.0, 460.0, 470.0}) {
-                SCOPED_TRACE(testing::Message() << rate << " Hz, " << level << " dBm0, " << spacing << " ms");
+                SCOPED_TRACE(testing::Message()
+                             << rate << " Hz, " << level << " dBm0, " << spacing << " ms");
                 const double f = first_detection_s<false>(rate, level, spacing);
                 const double i = first_detection_s<true>(rate, level, spacing);
                 EXPECT_GT(f, 0.0);
@@ -126,7 +130,8 @@ std::vector<double> dtmf_and_tones(int rate, uint32_t seed) {
     for (int d = 0; d < 40; ++d) {  // 40 digits of 100 ms on, 80 ms off
         const double fl = low[g() % 4], fh = high[g() % 4];
         for (int n = 0; n < rate / 10; ++n)
-            x.push_back(6000 * (std::sin(2 * kPi * fl * n / rate) + std::sin(2 * kPi * fh * n / rate)));
+            x.push_back(6000 *
+                        (std::sin(2 * kPi * fl * n / rate) + std::sin(2 * kPi * fh * n / rate)));
         x.insert(x.end(), static_cast<size_t>(rate * 8 / 100), 0.0);
     }
     // Steady tones of 2 s, 2100 Hz (without reversals) among them, with silent gaps.
@@ -165,7 +170,8 @@ TEST(ToneDetect, CallBoundariesDoNotMatter) {
         Detector<false> f2(rate, 0);
         Detector<true> i2(rate, 9);
         for (size_t p = 0; p < x.size();) {
-            const int len = std::min<int>(1 + static_cast<int>(g() % 700), static_cast<int>(x.size() - p));
+            const int len =
+                std::min<int>(1 + static_cast<int>(g() % 700), static_cast<int>(x.size() - p));
             auto hit = [&](const std::vector<int>& at) {
                 for (int a : at)
                     if (a >= static_cast<int>(p) && a < static_cast<int>(p) + len) return 1;
@@ -201,7 +207,8 @@ TEST(ToneDetect, Arguments) {
         std::vector<uint8_t> m(80 + 64 + 64, 0xEE);
         auto a = reinterpret_cast<uintptr_t>(m.data());
         uint8_t* p = reinterpret_cast<uint8_t*>(((a + 63) & ~uintptr_t{63}) + off);
-        ASSERT_EQ(kvosToneDetectInit_EC_32f(reinterpret_cast<KvoToneDetect32fState*>(p), 16000), kvoOk);
+        ASSERT_EQ(kvosToneDetectInit_EC_32f(reinterpret_cast<KvoToneDetect32fState*>(p), 16000),
+                  kvoOk);
         for (uint8_t* q = p + 80; q < m.data() + m.size(); ++q) ASSERT_EQ(*q, 0xEE);
         for (uint8_t* q = m.data(); q < p; ++q) ASSERT_EQ(*q, 0xEE);
     }

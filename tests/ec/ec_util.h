@@ -73,7 +73,9 @@ inline double power(const double* x, size_t n) {
     return s / static_cast<double>(n);
 }
 
-inline double db(double ratio) { return 10.0 * std::log10(ratio); }
+inline double db(double ratio) {
+    return 10.0 * std::log10(ratio);
+}
 
 // Row pointer set: rows of `bands` complex elements, each its own vector.
 template <class C>
@@ -81,7 +83,8 @@ struct Rows {
     std::vector<std::vector<C>> data;
     std::vector<C*> ptr;
     std::vector<const C*> cptr;
-    Rows(int rows, int bands) : data(static_cast<size_t>(rows), std::vector<C>(static_cast<size_t>(bands))) {
+    Rows(int rows, int bands)
+        : data(static_cast<size_t>(rows), std::vector<C>(static_cast<size_t>(bands))) {
         for (auto& r : data) ptr.push_back(r.data());
         for (auto& r : data) cptr.push_back(r.data());
     }
