@@ -477,24 +477,24 @@ class Fullband final : public Canceller {
     }
 
   private:
-    // First-order pre-emphasis 1 - 0.9/z on both inputs whitens speech for the NLMS
+    // First-order pre-emphasis 1 - 0.8/z on both inputs whitens speech for the NLMS
     // (the echo path is linear, so both sides see the same filter), and the output
-    // goes through the inverse 1 / (1 - 0.9/z).  16-bit: Q15 factor 29491, saturated.
+    // goes through the inverse 1 / (1 - 0.8/z).  16-bit: Q15 factor 26214, saturated.
     static T emphasis(int16_t v, int16_t& prev) {
         T r;
         if constexpr (Fixed)
-            r = static_cast<T>(std::clamp(v - ((29491 * prev + 16384) >> 15), -32768, 32767));
+            r = static_cast<T>(std::clamp(v - ((26214 * prev + 16384) >> 15), -32768, 32767));
         else
-            r = static_cast<T>(v - 0.9f * prev);
+            r = static_cast<T>(v - 0.8f * prev);
         prev = v;
         return r;
     }
     float deemphasis(T e, T& prev) {
         T r;
         if constexpr (Fixed)
-            r = static_cast<T>(std::clamp(e + ((29491 * prev + 16384) >> 15), -32768, 32767));
+            r = static_cast<T>(std::clamp(e + ((26214 * prev + 16384) >> 15), -32768, 32767));
         else
-            r = e + 0.9f * prev;
+            r = e + 0.8f * prev;
         prev = r;
         return static_cast<float>(r);
     }

@@ -227,23 +227,23 @@ TEST(EchoScenes, FiguresAgainstSpeexdsp) {
                 EXPECT_GE(f.afterChange, 11.0);
                 if (rate == 8000) EXPECT_GE(f.converged, 22.0);
             }
-            // The time-domain NLMS converges more slowly than speexdsp's frequency-domain
-            // filter on speech: at 8 kHz it stays about 5 dB short after 4 s.
+            // The time-domain NLMS (step 0.5 / E) converges more slowly than speexdsp's
+            // frequency-domain filter on speech: at 8 kHz it stays about 3 dB short after
+            // 4 s; at 16 kHz it reaches speexdsp.
             if (fullband) {
                 EXPECT_GE(f.afterChange, 11.0);
-                EXPECT_GE(f.converged, speexErle - 5.5);
+                EXPECT_GE(f.converged, speexErle - (rate == 8000 ? 3.5 : 1.0));
             }
         }
-        // The integer subband chain follows the float one; the 16-bit NLMS, with Q15 taps
-        // and a rounded update per tap, stays up to 4 dB short of the float NLMS.
+        // The integer families follow the float ones.
         EXPECT_NEAR(got[1].converged, got[0].converged, 2.0);
-        EXPECT_NEAR(got[4].converged, got[3].converged, 4.0);
+        EXPECT_NEAR(got[4].converged, got[3].converged, 2.0);
     }
 }
 
 // Coloured-noise far end: the integer subband family within 2 dB of the float one, the
-// 16-bit fullband family within 4 dB (its Q15 taps and rounded per-tap update set a
-// floor), and all kinds well converged on a broadband reference.
+// 16-bit fullband family within 3 dB (its Q15 taps and rounded per-tap update set a
+// floor near 26 dB), and all kinds well converged on a broadband reference.
 TEST(EchoScenes, IntegerFamiliesFollowFloatOnColouredNoise) {
     const Scene s = make_scene(8000, false, false, kPathA, kPathB);
     const Figures sf = run_kind(s, Kind::Subband), si = run_kind(s, Kind::Subband16);
@@ -251,7 +251,7 @@ TEST(EchoScenes, IntegerFamiliesFollowFloatOnColouredNoise) {
     std::printf("coloured noise, 8 kHz: subband %.1f / %.1f dB, fullband %.1f / %.1f dB\n",
                 sf.converged, si.converged, ff.converged, fi.converged);
     EXPECT_NEAR(si.converged, sf.converged, 2.0);
-    EXPECT_NEAR(fi.converged, ff.converged, 4.0);
+    EXPECT_NEAR(fi.converged, ff.converged, 3.0);
     for (const Figures* f : {&sf, &si, &ff, &fi}) EXPECT_GE(f->converged, 20.0);
 }
 
