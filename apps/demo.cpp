@@ -196,7 +196,7 @@ int cmd_demo() {
     if (list.empty()) {
         std::printf("no coder assembled yet: timing the library's kernels instead\n\n");
         run_kernels(m);
-        return 0;
+        return demo_aec() ? 1 : 0;
     }
     std::printf("%-8s %-34s %8s %6s %8s %12s %12s\n", "coder", "standard", "kbit/s", "kHz",
                 "SNR dB", "us/10 ms", "x real time");
@@ -224,6 +224,7 @@ int cmd_demo() {
                     seconds / dt);
     }
     std::printf("\n");
+    failures += demo_aec();
     run_kernels(m);
     return failures ? 1 : 0;
 }

@@ -6,6 +6,7 @@
 //   kvosc verify CODER DIR
 //   kvosc denoise [--level N] IN OUT  noise filter of the echo path
 //   kvosc alc IN OUT                  G.169 automatic level control
+//   kvosc aec --far F --near N OUT    echo cancellation
 //   kvosc sample OUT               write the built-in sample (8 kHz, 16-bit LE)
 #include <cstdio>
 #include <cstring>
@@ -28,6 +29,8 @@ void help() {
         "       kvosc verify CODER DIR\n"
         "       kvosc denoise [--level 0-5] [--rate HZ] IN OUT\n"
         "       kvosc alc [--target DB] [--ceiling DB] [--max-gain DB] IN OUT\n"
+        "       kvosc aec --far FAR --near NEAR OUT [--rate 8000|16000] [--tail MS]\n"
+        "                 [--kind subband|subband16|dt16|fullband|fullband16] [--gain] [--report]\n"
         "       kvosc sample OUT\n");
 }
 
@@ -61,6 +64,7 @@ int main(int argc, char** argv) {
         return kvosc::cmd_sample(argv[2]);
     }
     if (cmd == "alc") return kvosc::cmd_alc(std::vector<std::string>(argv + 2, argv + argc));
+    if (cmd == "aec") return kvosc::cmd_aec(std::vector<std::string>(argv + 2, argv + argc));
     if (cmd == "denoise")
         return kvosc::cmd_denoise(std::vector<std::string>(argv + 2, argv + argc));
     return usage(("unknown command '" + cmd + "'").c_str());

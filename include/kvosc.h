@@ -771,6 +771,112 @@ KvoStatus kvosResidualFilter_Low_16s_Sfs(const Kvo16s* pCoef, Kvo16s order, cons
 KvoStatus kvosInterpolateC_NR_16s(const Kvo16s* pSrc1, Kvo16s val1, Kvo32s scale1,
                                   const Kvo16s* pSrc2, Kvo16s val2, Kvo32s scale2, Kvo16s* pDst,
                                   Kvo32s len);
+/* ---- Echo canceller controllers -------------------------------------------
+ * Once per frame of the subband canceller the controller compares the errors of
+ * the adaptive and the fixed coefficient sets, copies per subband the better set
+ * over the other and gives an output gain (1 while the filter is untrusted, toward
+ * 0 once it cancels); the update gives the normalised step per subband.  The
+ * fullband pair does the same on one real FIR pair.  sampleFreq 8000 or 16000
+ * (else kvoErrRange).  Records: see kvosc_types.h. */
+
+/* Bytes of the float subband controller record: 16*numSubbands + 112. */
+KvoStatus kvosSubbandControllerGetSize_EC_32f(Kvo32s numSubbands, Kvo32s frameSize,
+                                              Kvo32s numSegments, Kvo32s sampleFreq,
+                                              Kvo32s* pSize);
+/* Start state: zero powers, gain and convergence state 1, smoothing from the frame rate. */
+KvoStatus kvosSubbandControllerInit_EC_32f(KvoSubbandController32fState* pState,
+                                           Kvo32s numSubbands, Kvo32s frameSize,
+                                           Kvo32s numSegments, Kvo32s sampleFreq);
+/* Clears the error and coefficient powers; reference sum, gain and convergence stay. */
+KvoStatus kvosSubbandControllerReset_EC_32f(KvoSubbandController32fState* pState);
+/* Per-subband save/restore between the coefficient sets, and the frame's output gain. */
+KvoStatus kvosSubbandController_EC_32f(const Kvo32fc* pErrAdaptive, const Kvo32fc* pErrFixed,
+                                       Kvo32fc** ppAdaptiveCoefs, Kvo32fc** ppFixedCoefs,
+                                       Kvo32f* pGain, KvoSubbandController32fState* pState);
+/* Step per subband learningRate / reference energy over the rows (0..1); pMicSubbands may
+ * be null. */
+KvoStatus kvosSubbandAPControllerUpdate_EC_32f(const Kvo32fc* const* ppRefRows,
+                                               const Kvo32fc* pMicSubbands, Kvo64f* pStep,
+                                               KvoSubbandController32fState* pState,
+                                               Kvo32f learningRate);
+/* The update with learning rate 0.5; the two blocks are tested for null only. */
+KvoStatus kvosSubbandControllerUpdate_EC_32f(const Kvo32f* pRefBlock, const Kvo32f* pMicBlock,
+                                             const Kvo32fc* const* ppRefRows,
+                                             const Kvo32fc* pMicSubbands, Kvo64f* pStep,
+                                             KvoSubbandController32fState* pState);
+/* Bytes of the 16-bit subband controller record: 5*roundUp16(4*numSubbands) + 128. */
+KvoStatus kvosSubbandControllerGetSize_EC_16s(Kvo32s numSubbands, Kvo32s frameSize,
+                                              Kvo32s numSegments, Kvo32s sampleFreq,
+                                              Kvo32s* pSize);
+/* Start state of the 16-bit controller (Q14 factors, Q15 gain). */
+KvoStatus kvosSubbandControllerInit_EC_16s(KvoSubbandController16sState* pState,
+                                           Kvo32s numSubbands, Kvo32s frameSize,
+                                           Kvo32s numSegments, Kvo32s sampleFreq);
+/* Clears the error and coefficient powers. */
+KvoStatus kvosSubbandControllerReset_EC_16s(KvoSubbandController16sState* pState);
+/* 16-bit controller; *pGain Q15. */
+KvoStatus kvosSubbandController_EC_16s(const Kvo32sc* pErrAdaptive, const Kvo32sc* pErrFixed,
+                                       Kvo32sc** ppAdaptiveCoefs, Kvo32sc** ppFixedCoefs,
+                                       Kvo16s* pGain, KvoSubbandController16sState* pState);
+/* 16-bit update: step 0.5 / reference energy as mantissa and exponent per subband. */
+KvoStatus kvosSubbandControllerUpdate_EC_16s(const Kvo16s* pRefBlock, const Kvo16s* pMicBlock,
+                                             const Kvo32sc* const* ppRefRows,
+                                             const Kvo32sc* pMicSubbands, KvoStepPair* pStep,
+                                             KvoSubbandController16sState* pState);
+/* Bytes of the fullband controller record: 72 (float), 96 (16-bit). */
+KvoStatus kvosFullbandControllerGetSize_EC_32f(Kvo32s frameSize, Kvo32s tapLen,
+                                               Kvo32s sampleFreq, Kvo32s* pSize);
+KvoStatus kvosFullbandControllerGetSize_EC_16s(Kvo32s frameSize, Kvo32s tapLen,
+                                               Kvo32s sampleFreq, Kvo32s* pSize);
+/* Start state of the fullband controller. */
+KvoStatus kvosFullbandControllerInit_EC_32f(KvoFullbandController32fState* pState,
+                                            Kvo32s frameSize, Kvo32s tapLen, Kvo32s sampleFreq);
+KvoStatus kvosFullbandControllerInit_EC_16s(KvoFullbandController16sState* pState,
+                                            Kvo32s frameSize, Kvo32s tapLen, Kvo32s sampleFreq);
+/* Clears the error and coefficient powers; gain and convergence stay. */
+KvoStatus kvosFullbandControllerReset_EC_32f(KvoFullbandController32fState* pState);
+KvoStatus kvosFullbandControllerReset_EC_16s(KvoFullbandController16sState* pState);
+/* NLMS step per sample, 0.5 / energy of the last tapLen reference samples (tapLen of
+ * history before pRef). */
+KvoStatus kvosFullbandControllerUpdate_EC_32f(const Kvo32f* pRef, const Kvo32f* pMic,
+                                              Kvo32f* pStep,
+                                              KvoFullbandController32fState* pState);
+/* 16-bit form; the step suits kvosNLMS_EC_16s. */
+KvoStatus kvosFullbandControllerUpdate_EC_16s(const Kvo16s* pRef, const Kvo16s* pMic,
+                                              Kvo32s* pStep,
+                                              KvoFullbandController16sState* pState);
+/* Save/restore between the adaptive and the fixed taps, and the frame's output gain. */
+KvoStatus kvosFullbandController_EC_32f(const Kvo32f* pErrAdaptive, const Kvo32f* pErrFixed,
+                                        Kvo32f* pAdaptiveCoefs, Kvo32f* pFixedCoefs,
+                                        Kvo32f* pGain, KvoFullbandController32fState* pState);
+/* 16-bit form; Q15 taps and gain. */
+KvoStatus kvosFullbandController_EC_16s(const Kvo16s* pErrAdaptive, const Kvo16s* pErrFixed,
+                                        Kvo16s* pAdaptiveCoefs, Kvo16s* pFixedCoefs,
+                                        Kvo16s* pGain, KvoFullbandController16sState* pState);
+/* Bytes of the double-talk controller record. */
+KvoStatus kvosSubbandControllerDTGetSize_EC_16s(Kvo32s numSubbands, Kvo32s frameSize,
+                                                Kvo32s numSegments, Kvo32s sampleFreq,
+                                                Kvo32s* pSize);
+/* Start state of the double-talk controller (numSubbands * numSegments below 21475). */
+KvoStatus kvosSubbandControllerDTInit_EC_16s(KvoSubbandControllerDT16sState* pState,
+                                             Kvo32s numSubbands, Kvo32s frameSize,
+                                             Kvo32s numSegments, Kvo32s sampleFreq);
+/* Back to the start state. */
+KvoStatus kvosSubbandControllerDTReset_EC_16s(KvoSubbandControllerDT16sState* pState);
+/* Steps per subband from startSubband up, per-subband double-talk flags, frame flags. */
+KvoStatus kvosSubbandControllerDTUpdate_EC_16s(const Kvo32sc* const* ppRefRows,
+                                               const Kvo32sc* pMicSubbands,
+                                               const Kvo32sc* pErrSubbands, KvoStepPair* pStep,
+                                               Kvo32s* pDoubleTalk, Kvo32s* pLowDoubleTalk,
+                                               Kvo32s startSubband,
+                                               KvoSubbandControllerDT16sState* pState);
+/* Saves or restores the whole filter; *pAction -1 saved, 1 restored, 0 nothing. */
+KvoStatus kvosSubbandControllerDT_EC_16s(const Kvo32sc* pErrAdaptive, const Kvo32sc* pErrFixed,
+                                         Kvo32sc** ppAdaptiveCoefs, Kvo32sc** ppFixedCoefs,
+                                         Kvo64s* pTrackedPower, Kvo32s* pAction,
+                                         Kvo64s testPower, Kvo32s errorsValid,
+                                         Kvo32s keepChanges, Kvo32s startSubband,
+                                         KvoSubbandControllerDT16sState* pState);
 
 /* ---- Noise filter (echo path) ---------------------------------------------
  * One stream at 8000, 16000, 22050 or 32000 Hz (other rates: kvoErrRange), in

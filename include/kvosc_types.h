@@ -381,6 +381,19 @@ typedef struct {
     Kvo16s reserved;
     Kvo32s exp; /* only the low 16 bits are read */
 } KvoG728ScaledValue;
+/* ---- Echo canceller controllers ---------------------------------------- */
+
+/* Records of the subband, fullband and double-talk controllers.  Their layout
+ * is private: the caller allocates the bytes that the size query gives and
+ * passes the same pointer to every call (the records sit at the first 16-byte
+ * boundary of that block, except the double-talk record, which starts at the
+ * pointer itself and wants 8-byte alignment). */
+typedef struct KvoSubbandController32fState KvoSubbandController32fState;
+typedef struct KvoSubbandController16sState KvoSubbandController16sState;
+typedef struct KvoFullbandController32fState KvoFullbandController32fState;
+typedef struct KvoFullbandController16sState KvoFullbandController16sState;
+typedef struct KvoSubbandControllerDT16sState KvoSubbandControllerDT16sState;
+
 /* ---- Noise filter (echo path) ------------------------------------------ */
 
 /* Record of the echo-path noise filter: the detector, the noise estimate and
