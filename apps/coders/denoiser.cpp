@@ -117,7 +117,7 @@ bool Denoiser::step(const float* in, float* out) {
     // The reference: the mean power of the frames declared so far, or the tracked floor
     // with its bias made up for, whichever is higher (the floor lifts it after a rise).
     const double base = std::max(noise_est_, kFloorBias * floor_) + 1.0;
-    // Once a noise spectrum is known: the mean over the bins of the last analysed block's
+    // Once the noise spectrum is a mean over enough frames: the mean over the bins of the last analysed block's
     // power over that spectrum, which is near 1 for noise of any colour.  Before that, or
     // when nothing has been declared for a second (the noise has risen), the block power
     // against the tracked floor.
@@ -126,7 +126,7 @@ bool Denoiser::step(const float* in, float* out) {
     for (int k = 2; k < 63; ++k) r += st_->powerSpec[k] / std::max(spec_[k], 1.0);
     r_hist_[r_at_] = r / 61.0;
     r_at_ = (r_at_ + 1) & 7;
-    if (declared_ > 0 && since_ < rate_ / kFrame) {
+    if (declared_ >= static_cast<long>(1.0 / beta_) && since_ < rate_ / kFrame) {
         // The ratio of the block before this one's (no sample in common with the block
         // the filter will take as noise, so that the choice does not favour low
         // periodograms), and the present block's power, which catches an onset.
@@ -155,8 +155,9 @@ bool Denoiser::step(const float* in, float* out) {
 // spread of a chi-square of two degrees of freedom, so that bins where it happened to be
 // low would open for a whole syllable.
 void Denoiser::smooth_noise_spectrum() {
-    const double b = declared_ == 0 ? 1.0 : beta_;
+    // A plain mean over the first frames, then the running mean.
     ++declared_;
+    const double b = std::max(1.0 / static_cast<double>(declared_), beta_);
     for (int k = 0; k < 65; ++k) {
         spec_[k] += b * (st_->powerSpec[k] - spec_[k]);
         st_->noiseSpec[k] = spec_[k];
