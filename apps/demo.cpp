@@ -206,7 +206,7 @@ void run_denoise(const Material& m) {
         x[i] = static_cast<float>((i >= lead ? m.pcm[i - lead] : 0) + rms * (u - 6.0));
     }
     Denoiser d;
-    if (!d.init(kRate, 3)) {
+    if (!d.init(kRate, 2)) {
         std::printf("noise suppressor: not available\n");
         return;
     }
@@ -217,7 +217,7 @@ void run_denoise(const Material& m) {
     // Output against input power over the frames declared noise, after the first 0.25 s.
     double ein = 0, eout = 0;
     Denoiser again;
-    again.init(kRate, 3);
+    again.init(kRate, 2);
     std::vector<float> z(Denoiser::kFrame);
     for (size_t i = 0; i + Denoiser::kDelay + Denoiser::kFrame <= x.size();
          i += Denoiser::kFrame) {
@@ -228,7 +228,7 @@ void run_denoise(const Material& m) {
             eout += double(y[i + k + Denoiser::kDelay]) * y[i + k + Denoiser::kDelay];
         }
     }
-    std::printf("noise suppressor (level 3) on the sample in white noise at 10 dB SNR: %ld noise "
+    std::printf("noise suppressor (level 2) on the sample in white noise at 10 dB SNR: %ld noise "
                 "frames of %zu, noise %+.1f dB, %.2f us/10 ms, %.0f x real time\n\n",
                 noise, x.size() / Denoiser::kFrame,
                 ein > 0 ? 10 * std::log10(eout / ein + 1e-12) : 0.0,

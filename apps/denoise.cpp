@@ -56,7 +56,7 @@ double dbfs(double power) {
 }  // namespace
 
 int cmd_denoise(const std::vector<std::string>& args) {
-    long level = 3, rate_opt = 0;
+    long level = 2, rate_opt = 0;
     bool report = false;
     size_t i = 0;
     for (; i < args.size() && args[i].rfind("--", 0) == 0; ++i) {

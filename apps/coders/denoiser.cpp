@@ -26,13 +26,14 @@ double overlap_gain(double div) {
     return std::sqrt(e / 16.0);
 }
 
-// Decision thresholds over the tracked floor: the block power and its smoothed form.
-constexpr double kBlockOverBase = 1.6;     // block power over the noise power (start-up)
-constexpr double kFloorBias = 1.3;         // noise power over the tracked minimum
-constexpr double kSpectralOverNoise = 1.6; // mean bin power over the noise spectrum
-constexpr double kOnsetOverNoise = 2.5;    // block power over the noise power (onsets)
-constexpr double kStrength = 0.125;        // gain 1 from a power 9 dB above the noise
-constexpr double kNoiseTime = 0.2;         // seconds, running mean of the noise spectrum
+constexpr double kBlockOverBase = 1.6;      // block power over the noise power (start-up)
+constexpr double kFloorBias = 1.3;          // noise power over the tracked minimum
+constexpr double kSpectralOverNoise = 1.6;  // mean bin power over the noise spectrum
+constexpr double kOnsetOverNoise = 2.5;     // block power over the noise power (onsets)
+constexpr double kStrength = 0.125;         // gain 1 from a power 9 dB above the noise
+constexpr double kMaxEmph = 0.95;           // largest whitening coefficient
+constexpr double kEmphStep = 0.002;         // its largest change per frame
+constexpr double kNoiseTime = 0.2;          // seconds, running mean of the noise spectrum
 
 }  // namespace
 
@@ -65,6 +66,11 @@ bool Denoiser::init(int rate, int level) {
     frames_ = 0;
     noise_est_ = 0;
     std::memset(hold_, 0, sizeof hold_);
+    last_in_ = 0;
+    last_out_ = 0;
+    emph_ = 0;
+    r0_ = r1_ = 0;
+    std::memset(emph_hist_, 0, sizeof emph_hist_);
     return true;
 }
 
@@ -83,8 +89,16 @@ double Denoiser::filter_noise_power() const {
 bool Denoiser::step(const float* in, float* out) {
     float x[kFrame];
     double e = 0;
+    // The whitening coefficient of this frame, kept for the matching output frame.
+    const double emph = emph_;
+    emph_hist_[frames_ & 7] = emph;
+    double c0 = 0, c1 = 0;
     for (int i = 0; i < kFrame; ++i) {
-        x[i] = in[i] * pre_;
+        c0 += double(in[i]) * in[i];
+        c1 += double(in[i]) * last_in_;
+        // Pre-emphasis at half scale (the filter saturates at 16-bit amplitude).
+        x[i] = static_cast<float>(0.5 * pre_ * (in[i] - emph * last_in_));
+        last_in_ = in[i];
         e += double(x[i]) * x[i];
     }
     // Power of the last 128 samples, and its smoothed form.
@@ -140,6 +154,13 @@ bool Denoiser::step(const float* in, float* out) {
     const bool settled = st_->startCount < 1 && st_->rampCount < 1;
     const bool noise = settled && run_ >= need_run_;
     since_ = noise ? 0 : since_ + 1;
+    if (noise) {
+        // Lag-one correlation of the noise: the first-order whitening filter.
+        r0_ += beta_ * (c0 - r0_);
+        r1_ += beta_ * (c1 - r1_);
+        const double target = r0_ > 0 ? std::min(kMaxEmph, std::max(0.0, r1_ / r0_)) : 0.0;
+        emph_ += std::max(-kEmphStep, std::min(kEmphStep, target - emph_));
+    }
     if (noise) noise_est_ = noise_est_ == 0 ? eb : noise_est_ + 0.05 * (eb - noise_est_);
 
     float y[kFrame];
@@ -174,13 +195,22 @@ void Denoiser::smooth_noise_spectrum() {
 }
 
 void Denoiser::emit(const float* y, float* out) {
+    float z[kFrame];
+    for (int i = 0; i < kFrame; ++i) {
+        // De-emphasis with the coefficient its input sample had (kDelay back), and the
+        // half scale undone.
+        const long src = (frames_ - 1) * kFrame + i - kDelay;
+        const double a = src >= 0 ? emph_hist_[(src / kFrame) & 7] : 0.0;
+        last_out_ = 2.0 * y[i] + a * last_out_;
+        z[i] = static_cast<float>(last_out_);
+    }
     if (st_->level != 0) {
-        std::memcpy(out, y, kFrame * sizeof(float));
+        std::memcpy(out, z, sizeof z);
         return;
     }
     // Level 0 runs without delay and without the window's gain: hold the block back by
     // the filter's delay and undo the input scale.
-    for (int i = 0; i < kFrame; ++i) hold_[kDelay + i] = y[i] / pre_;
+    for (int i = 0; i < kFrame; ++i) hold_[kDelay + i] = z[i] / pre_;
     std::memcpy(out, hold_, kFrame * sizeof(float));
     std::memmove(hold_, hold_ + kFrame, kDelay * sizeof(float));
 }

@@ -27,8 +27,14 @@
 //    its ramp have run out: the ramp's branch for a declared-noise stream
 //    with no detector scales by a factor that starts negative at the rates
 //    above 8 kHz.
-//  - The input is scaled by the inverse of the synthesis window's overlap sum
-//    (1.31 at levels 1, 2 and 5, 0.985 at levels 3 and 4), so speech keeps
+//  - The input is whitened for the noise: a first-order pre-emphasis whose
+//    coefficient follows the lag-one correlation of the noise frames (0 for
+//    white noise, up to 0.95 for brown), undone after the filter with the
+//    coefficient each sample went in with.  The filter's 128-point analysis
+//    has no window, so a steep noise spectrum leaks from its low bins into all
+//    others, and the leak changes from block to block.
+//  - The input is scaled by half the inverse of the synthesis window's overlap
+//    sum (1.31 at levels 1, 2 and 5, 0.985 at levels 3 and 4), so speech keeps
 //    its level and peaks cannot clip in the filter's overlap-add.
 //  - When level 5 resolves to level 0 (very quiet noise) the filter runs
 //    without delay; the suppressor then delays the block itself, so the
@@ -88,6 +94,11 @@ private:
     double r_hist_[8] = {};
     int r_at_ = 0;
     long since_ = 0;  // frames since the last declaration
+    float last_in_ = 0;      // pre-emphasis memory
+    double emph_ = 0;        // whitening coefficient
+    double emph_hist_[8] = {};  // per input frame, for the de-emphasis
+    double r0_ = 0, r1_ = 0;    // lag-0 and lag-1 correlation of the noise frames
+    double last_out_ = 0;    // de-emphasis memory
     // Delay line for the filter's level 0.
     float hold_[kDelay + kFrame] = {};
 };
