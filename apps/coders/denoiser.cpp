@@ -137,7 +137,8 @@ bool Denoiser::step(const float* in, float* out) {
     // against the tracked floor.
     bool quiet;
     double r = 0;
-    for (int k = 2; k < 63; ++k) r += st_->powerSpec[k] / std::max(spec_[k], 1.0);
+    // (invNoiseSpec holds the inverse of the running mean once that is in use)
+    for (int k = 2; k < 63; ++k) r += st_->powerSpec[k] * st_->invNoiseSpec[k];
     r_hist_[r_at_] = r / 61.0;
     r_at_ = (r_at_ + 1) & 7;
     if (declared_ >= static_cast<long>(1.0 / beta_) && since_ < rate_ / kFrame) {
@@ -179,19 +180,22 @@ void Denoiser::smooth_noise_spectrum() {
     // A plain mean over the first frames, then the running mean.
     ++declared_;
     const double b = std::max(1.0 / static_cast<double>(declared_), beta_);
-    for (int k = 0; k < 65; ++k) {
-        spec_[k] += b * (st_->powerSpec[k] - spec_[k]);
-        st_->noiseSpec[k] = spec_[k];
-        st_->invNoiseSpec[k] = 1.0 / std::max(spec_[k], 1.0);
+    for (int k = 0; k < 65; ++k) spec_[k] += b * (st_->powerSpec[k] - spec_[k]);
+    // The inverses move slowly: renewed every fourth noise frame, copied every time.
+    if ((declared_ & 3) == 1 || declared_ < 16) {
+        for (int k = 0; k < 65; ++k) inv_[k] = 1.0 / std::max(spec_[k], 1.0);
+        // Running sum of width bandSumWin, the last places repeating the block before.
+        const int W = st_->bandSumWin;
+        double S[65];
+        S[0] = 0;
+        for (int k = 0; k < W; ++k) S[0] += spec_[k];
+        for (int k = 1; k <= 65 - W; ++k) S[k] = S[k - 1] + spec_[k + W - 1] - spec_[k - 1];
+        for (int k = 66 - W; k < 65; ++k) S[k] = S[k - (W - 1)];
+        for (int k = 0; k < 65; ++k) inv_band_[k] = 1.0 / std::max(S[k], 1.0);
     }
-    // Running sum of width bandSumWin, the last places repeating the block before them.
-    const int W = st_->bandSumWin;
-    double S[65];
-    S[0] = 0;
-    for (int k = 0; k < W; ++k) S[0] += spec_[k];
-    for (int k = 1; k <= 65 - W; ++k) S[k] = S[k - 1] + spec_[k + W - 1] - spec_[k - 1];
-    for (int k = 66 - W; k < 65; ++k) S[k] = S[k - (W - 1)];
-    for (int k = 0; k < 65; ++k) st_->invNoiseBand[k] = 1.0 / std::max(S[k], 1.0);
+    std::memcpy(st_->noiseSpec, spec_, sizeof spec_);
+    std::memcpy(st_->invNoiseSpec, inv_, sizeof inv_);
+    std::memcpy(st_->invNoiseBand, inv_band_, sizeof inv_band_);
 }
 
 void Denoiser::emit(const float* y, float* out) {

@@ -89,6 +89,7 @@ private:
     double noise_est_ = 0;
     // Running mean of the declared frames' power spectra.
     double spec_[65] = {};
+    double inv_[65] = {}, inv_band_[65] = {};  // its inverse and that of its band sums
     double beta_ = 0;
     long declared_ = 0;
     double r_hist_[8] = {};
