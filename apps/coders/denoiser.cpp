@@ -31,7 +31,7 @@ constexpr double kFloorBias = 1.3;          // noise power over the tracked mini
 constexpr double kSpectralOverNoise = 1.6;  // mean bin power over the noise spectrum
 constexpr double kOnsetOverNoise = 2.5;     // block power over the noise power (onsets)
 constexpr double kStrength = 0.125;         // gain 1 from a power 9 dB above the noise
-constexpr double kMaxEmph = 0.95;           // largest whitening coefficient
+constexpr double kMaxEmph = 0.98;           // largest whitening coefficient
 constexpr double kEmphStep = 0.002;         // its largest change per frame
 constexpr double kNoiseTime = 0.2;          // seconds, running mean of the noise spectrum
 
