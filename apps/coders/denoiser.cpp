@@ -200,15 +200,16 @@ void Denoiser::smooth_noise_spectrum() {
 
 void Denoiser::emit(const float* y, float* out) {
     float z[kFrame];
+    const bool delayed = st_->level != 0;
     for (int i = 0; i < kFrame; ++i) {
-        // De-emphasis with the coefficient its input sample had (kDelay back), and the
-        // half scale undone.
-        const long src = (frames_ - 1) * kFrame + i - kDelay;
+        // De-emphasis with the coefficient its input sample had (kDelay back, but for
+        // level 0), and the half scale undone.
+        const long src = (frames_ - 1) * kFrame + i - (delayed ? kDelay : 0);
         const double a = src >= 0 ? emph_hist_[(src / kFrame) & 7] : 0.0;
         last_out_ = 2.0 * y[i] + a * last_out_;
         z[i] = static_cast<float>(last_out_);
     }
-    if (st_->level != 0) {
+    if (delayed) {
         std::memcpy(out, z, sizeof z);
         return;
     }

@@ -272,3 +272,36 @@ TEST(NoiseScenes, TableAndTargets) {
 }
 
 }  // namespace
+
+namespace {
+
+// Level 5 with very quiet noise resolves to level 0 at the first noise frame: the filter
+// then passes blocks without delay, and the suppressor delays them itself, so that the
+// output stays the input 56 samples late (after the filter's start-up attenuation), with
+// the whitening and its inverse cancelling.  Unsupported rates and levels are refused.
+TEST(NoiseScenes, SuppressorKeepsItsDelayWhenTheLevelResolvesToZero) {
+    for (int rate : kRates) {
+        SCOPED_TRACE(rate);
+        const size_t n = static_cast<size_t>(rate) / 16 * 16;
+        std::vector<double> nz = unit_noise(Noise::Brown, n, rate, 5);
+        std::vector<float> x(n), y(n);
+        for (size_t i = 0; i < n; ++i) {
+            const double tone = i > n / 2 ? 2000.0 * std::sin(0.05 * static_cast<double>(i)) : 0;
+            x[i] = static_cast<float>(2.0 * nz[i] + tone);
+        }
+        kvosc::Denoiser d;
+        ASSERT_TRUE(d.init(rate, 5));
+        for (size_t i = 0; i < n; i += 16) d.step(&x[i], &y[i]);
+        EXPECT_EQ(d.working_level(), 0);
+        double worst = 0;
+        for (size_t i = static_cast<size_t>(rate) * 3 / 10; i + kvosc::Denoiser::kDelay < n; ++i)
+            worst = std::max(worst, std::fabs(double(y[i + kvosc::Denoiser::kDelay]) - x[i]));
+        EXPECT_LT(worst, 0.05);
+    }
+    kvosc::Denoiser d;
+    EXPECT_FALSE(d.init(44100, 2));
+    EXPECT_FALSE(d.init(16000, 0));
+    EXPECT_FALSE(d.init(16000, 6));
+}
+
+}  // namespace
