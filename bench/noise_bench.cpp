@@ -11,8 +11,8 @@
 // the 10 ms of frames of 16 samples (the last partial frame carried over).
 #include <benchmark/benchmark.h>
 
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -120,7 +120,8 @@ struct OursPer10ms {
     kvosc::Denoiser dn;
     float y[kFrame];
     explicit OursPer10ms(int rate)
-        : x(test_signal(rate)), per((static_cast<size_t>(rate) / 100 + kFrame - 1) / kFrame),
+        : x(test_signal(rate)),
+          per((static_cast<size_t>(rate) / 100 + kFrame - 1) / kFrame),
           steps(rate, 2) {
         dn.init(rate, 3);
     }
@@ -173,7 +174,8 @@ struct Webrtc {
     std::shared_ptr<webrtc::AudioProcessing> apm;
     webrtc::StreamConfig cfg;
     explicit Webrtc(int rate)
-        : fl(static_cast<size_t>(rate) / 100), apm(webrtc::AudioProcessing::Create()),
+        : fl(static_cast<size_t>(rate) / 100),
+          apm(webrtc::AudioProcessing::Create()),
           cfg(rate, 1) {
         x = test_signal(rate);
         for (float& v : x) v /= 32768.0f;
@@ -198,26 +200,28 @@ struct Webrtc {
         {
             auto ours = std::make_shared<OursPer10ms>(rate);
             auto peer = std::make_shared<Speex>(rate);
-            kvosc::bench::register_pair("NoiseSteps10ms_vs_speexdsp/" + r,
-                                        [ours] { ours->run_steps(); }, [peer] { peer->run(); });
+            kvosc::bench::register_pair(
+                "NoiseSteps10ms_vs_speexdsp/" + r, [ours] { ours->run_steps(); },
+                [peer] { peer->run(); });
             auto ours2 = std::make_shared<OursPer10ms>(rate);
             auto peer2 = std::make_shared<Speex>(rate);
-            kvosc::bench::register_pair("NoiseDenoise10ms_vs_speexdsp/" + r,
-                                        [ours2] { ours2->run_denoiser(); },
-                                        [peer2] { peer2->run(); });
+            kvosc::bench::register_pair(
+                "NoiseDenoise10ms_vs_speexdsp/" + r, [ours2] { ours2->run_denoiser(); },
+                [peer2] { peer2->run(); });
         }
 #endif
 #ifdef NF_BENCH_WEBRTC
         if (rate == 16000) {
             auto ours = std::make_shared<OursPer10ms>(rate);
             auto peer = std::make_shared<Webrtc>(rate);
-            kvosc::bench::register_pair("NoiseSteps10ms_vs_webrtc/" + r,
-                                        [ours] { ours->run_steps(); }, [peer] { peer->run(); });
+            kvosc::bench::register_pair(
+                "NoiseSteps10ms_vs_webrtc/" + r, [ours] { ours->run_steps(); },
+                [peer] { peer->run(); });
             auto ours2 = std::make_shared<OursPer10ms>(rate);
             auto peer2 = std::make_shared<Webrtc>(rate);
-            kvosc::bench::register_pair("NoiseDenoise10ms_vs_webrtc/" + r,
-                                        [ours2] { ours2->run_denoiser(); },
-                                        [peer2] { peer2->run(); });
+            kvosc::bench::register_pair(
+                "NoiseDenoise10ms_vs_webrtc/" + r, [ours2] { ours2->run_denoiser(); },
+                [peer2] { peer2->run(); });
         }
 #endif
     }

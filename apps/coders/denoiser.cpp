@@ -2,9 +2,9 @@
 // voice-activity decision (see denoiser.h for what it does and why).
 #include "denoiser.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <algorithm>
 
 namespace kvosc {
 
@@ -59,7 +59,7 @@ bool Denoiser::init(int rate, int level) {
     a_ = 1.0 - std::exp(-kFrame / (0.03 * rate));
     cur_min_ = 0;
     n_mins_ = 0;
-    sub_len_ = rate / 4 / kFrame;         // 0.25 s per sub-window, six of them
+    sub_len_ = rate / 4 / kFrame;  // 0.25 s per sub-window, six of them
     sub_at_ = 0;
     run_ = 0;
     need_run_ = rate * 24 / 1000 / kFrame;  // 24 ms
@@ -131,9 +131,9 @@ bool Denoiser::step(const float* in, float* out) {
     // The reference: the mean power of the frames declared so far, or the tracked floor
     // with its bias made up for, whichever is higher (the floor lifts it after a rise).
     const double base = std::max(noise_est_, kFloorBias * floor_) + 1.0;
-    // Once the noise spectrum is a mean over enough frames: the mean over the bins of the last analysed block's
-    // power over that spectrum, which is near 1 for noise of any colour.  Before that, or
-    // when nothing has been declared for a second (the noise has risen), the block power
+    // Once the noise spectrum is a mean over enough frames: the mean over the bins of the last
+    // analysed block's power over that spectrum, which is near 1 for noise of any colour.  Before
+    // that, or when nothing has been declared for a second (the noise has risen), the block power
     // against the tracked floor.
     bool quiet;
     double r = 0;

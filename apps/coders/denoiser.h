@@ -50,7 +50,7 @@
 namespace kvosc {
 
 class Denoiser {
-public:
+  public:
     static constexpr int kFrame = 16;  // samples per step
     static constexpr int kDelay = 56;  // output delay in samples, at every level
 
@@ -69,7 +69,7 @@ public:
     // The library's noise power from the last declared frame (input scale).
     double filter_noise_power() const;
 
-private:
+  private:
     void emit(const float* y, float* out);
     void smooth_noise_spectrum();
 
@@ -80,8 +80,8 @@ private:
     // Voice-activity decision.
     double frame_e_[8] = {};  // sums of squares of the last 8 frames
     int frame_at_ = 0;
-    double es_ = 0;   // smoothed block power
-    double a_ = 0;    // its smoothing factor
+    double es_ = 0;  // smoothed block power
+    double a_ = 0;   // its smoothing factor
     double cur_min_ = 0, mins_[6] = {};
     int n_mins_ = 0, sub_len_ = 0, sub_at_ = 0;
     int run_ = 0, need_run_ = 0;
@@ -94,12 +94,12 @@ private:
     long declared_ = 0;
     double r_hist_[8] = {};
     int r_at_ = 0;
-    long since_ = 0;  // frames since the last declaration
-    float last_in_ = 0;      // pre-emphasis memory
-    double emph_ = 0;        // whitening coefficient
+    long since_ = 0;            // frames since the last declaration
+    float last_in_ = 0;         // pre-emphasis memory
+    double emph_ = 0;           // whitening coefficient
     double emph_hist_[8] = {};  // per input frame, for the de-emphasis
     double r0_ = 0, r1_ = 0;    // lag-0 and lag-1 correlation of the noise frames
-    double last_out_ = 0;    // de-emphasis memory
+    double last_out_ = 0;       // de-emphasis memory
     // Delay line for the filter's level 0.
     float hold_[kDelay + kFrame] = {};
 };

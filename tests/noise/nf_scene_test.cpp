@@ -173,8 +173,8 @@ Row evaluate(std::map<std::string, int>& delays, const std::string& engine, cons
     if (it == delays.end())
         it = delays.emplace(key, find_delay(sc.s, r.y, static_cast<size_t>(sc.rate), sc.rate / 40))
                  .first;
-    Row row{engine, sc.rate, scene, snr, noise, measure(sc, r.y, it->second,
-                                                        static_cast<size_t>(sc.rate) * 3 / 2),
+    Row row{engine,  sc.rate, scene,
+            snr,     noise,   measure(sc, r.y, it->second, static_cast<size_t>(sc.rate) * 3 / 2),
             r.follow};
     return row;
 }
@@ -189,14 +189,13 @@ TEST(NoiseScenes, TableAndTargets) {
                 const Scene sc = speech_scene(rate, kSeconds, noise, snr, 40 + rate % 7);
                 const char* nm = noise_name(noise);
                 for (int level = 1; level <= 5; ++level)
-                    rows.push_back(evaluate(delays, engine_name("steps", level), sc, nm, snr, noise,
-                                            [&](const Scene& s) {
-                                                return run_library_steps(s, level);
-                                            }));
+                    rows.push_back(
+                        evaluate(delays, engine_name("steps", level), sc, nm, snr, noise,
+                                 [&](const Scene& s) { return run_library_steps(s, level); }));
                 for (int level = 1; level <= 5; ++level)
-                    rows.push_back(evaluate(delays, engine_name("denoise", level), sc, nm, snr,
-                                            noise,
-                                            [&](const Scene& s) { return run_denoiser(s, level); }));
+                    rows.push_back(
+                        evaluate(delays, engine_name("denoise", level), sc, nm, snr, noise,
+                                 [&](const Scene& s) { return run_denoiser(s, level); }));
 #ifdef NF_SPEEX
                 if (rate == 8000 || rate == 16000)
                     rows.push_back(evaluate(delays, "speexdsp", sc, nm, snr, noise, run_speex));
@@ -217,9 +216,8 @@ TEST(NoiseScenes, TableAndTargets) {
             rows.push_back(evaluate(delays, engine_name("steps", 2), sc, nm, 20, Noise::White,
                                     [](const Scene& s) { return run_library_steps(s, 2); }));
             rows.push_back(evaluate(delays, engine_name("denoise", kDefaultLevel), sc, nm, 20,
-                                    Noise::White, [](const Scene& s) {
-                                        return run_denoiser(s, kDefaultLevel);
-                                    }));
+                                    Noise::White,
+                                    [](const Scene& s) { return run_denoiser(s, kDefaultLevel); }));
 #ifdef NF_SPEEX
             if (rate == 8000 || rate == 16000)
                 rows.push_back(evaluate(delays, "speexdsp", sc, nm, 20, Noise::White, run_speex));
@@ -266,9 +264,10 @@ TEST(NoiseScenes, TableAndTargets) {
             }
         }
     }
-    std::printf("%s: pauses 10 dB down at 0-10 dB SNR in %d of %d scenes; segmental SNR gain "
-                "at least speexdsp's in %d of %d (white, pink)\n",
-                def.c_str(), atten_met, atten_all, seg_met, seg_all);
+    std::printf(
+        "%s: pauses 10 dB down at 0-10 dB SNR in %d of %d scenes; segmental SNR gain "
+        "at least speexdsp's in %d of %d (white, pink)\n",
+        def.c_str(), atten_met, atten_all, seg_met, seg_all);
 }
 
 }  // namespace

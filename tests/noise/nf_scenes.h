@@ -114,7 +114,8 @@ inline std::vector<double> gen_speech(size_t n, int rate, unsigned seed, std::ve
                 st[f][0] = y;
                 e = y;  // formants in cascade; a fricative has one resonance
             }
-            const double env = std::sin(M_PI * static_cast<double>(i - at) / static_cast<double>(len));
+            const double env =
+                std::sin(M_PI * static_cast<double>(i - at) / static_cast<double>(len));
             s[i] = e * std::sqrt(env);
             on[i] = 1;
         }
@@ -182,7 +183,7 @@ struct Figures {
     double speech = 0;               // speech level change, dB
     double musical = 0;              // gain spread in pauses, dB
     long clipped = 0, silent = 0;
-    int delay = 0;                   // samples
+    int delay = 0;  // samples
 };
 
 // Delay of y behind s (0 .. maxLag) by the largest correlation over active samples.
@@ -322,7 +323,8 @@ inline Figures measure(const Scene& sc, const std::vector<float>& y, int d, size
         if (std::fabs(y[i + du]) >= 32767.0f && std::fabs(sc.x[i]) < 32767.0f) ++f.clipped;
     for (size_t b = from; b + 16 <= n; b += 16) {
         bool yz = true, xz = true;
-        for (size_t i = b; i < b + 16; ++i) yz = yz && y[i + du] == 0.0f, xz = xz && sc.x[i] == 0.0f;
+        for (size_t i = b; i < b + 16; ++i)
+            yz = yz && y[i + du] == 0.0f, xz = xz && sc.x[i] == 0.0f;
         f.silent += yz && !xz;
     }
     return f;
