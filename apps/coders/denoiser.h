@@ -29,7 +29,7 @@
 //    above 8 kHz.
 //  - The input is whitened for the noise: a first-order pre-emphasis whose
 //    coefficient follows the lag-one correlation of the noise frames (0 for
-//    white noise, up to 0.95 for brown), undone after the filter with the
+//    white noise, up to 0.98 for brown), undone after the filter with the
 //    coefficient each sample went in with.  The filter's 128-point analysis
 //    has no window, so a steep noise spectrum leaks from its low bins into all
 //    others, and the leak changes from block to block.
