@@ -28,7 +28,7 @@ double overlap_gain(double div) {
 
 constexpr double kBlockOverBase = 1.6;      // block power over the noise power (start-up)
 constexpr double kFloorBias = 1.3;          // noise power over the tracked minimum
-constexpr double kSpectralOverNoise = 1.6;  // mean bin power over the noise spectrum
+constexpr double kSpectralOverNoise = 1.3;  // mean bin power over the noise spectrum
 constexpr double kOnsetOverNoise = 2.5;     // block power over the noise power (onsets)
 constexpr double kStrength = 0.125;         // gain 1 from a power 9 dB above the noise
 constexpr double kMaxEmph = 0.98;           // largest whitening coefficient

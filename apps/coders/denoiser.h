@@ -8,7 +8,7 @@
 //    broadband noise above 8 kHz, analyses an older block than the filter
 //    above 8 kHz, and lets its estimate only rise): a frame is noise when,
 //    for 24 ms in a row, the mean over the bins of the power of the block
-//    before the present one over the noise spectrum stays below 1.6 (2 dB)
+//    before the present one over the noise spectrum stays below 1.3 (1.1 dB)
 //    and the present block's power below 2.5 times the noise power.  Before
 //    the first noise frame, and after a second without one (the noise has
 //    risen), the block power against a 1.5 s minimum-statistics floor
