@@ -164,9 +164,12 @@ bool Denoiser::step(const float* in, float* out) {
     }
     if (noise) noise_est_ = noise_est_ == 0 ? eb : noise_est_ + 0.05 * (eb - noise_est_);
 
+    // Every other noise frame goes to the filter as noise (taking a noise spectrum costs
+    // the filter more than the frame itself); the running mean takes them all.
+    const bool declare = noise && (declared_ < 16 || (frames_ & 1) == 0);
     float y[kFrame];
-    kvosFilterNoise_EC_32f(x, y, noise ? 1 : 0, st_);
-    if (noise) smooth_noise_spectrum();
+    kvosFilterNoise_EC_32f(x, y, declare ? 1 : 0, st_);
+    if (noise) smooth_noise_spectrum(declare);
     emit(y, out);
     return noise;
 }
@@ -176,7 +179,7 @@ bool Denoiser::step(const float* in, float* out) {
 // (the record is the caller's, and these are its noise fields): one periodogram has the
 // spread of a chi-square of two degrees of freedom, so that bins where it happened to be
 // low would open for a whole syllable.
-void Denoiser::smooth_noise_spectrum() {
+void Denoiser::smooth_noise_spectrum(bool declared) {
     // A plain mean over the first frames, then the running mean.
     ++declared_;
     const double b = std::max(1.0 / static_cast<double>(declared_), beta_);
@@ -193,6 +196,7 @@ void Denoiser::smooth_noise_spectrum() {
         for (int k = 66 - W; k < 65; ++k) S[k] = S[k - (W - 1)];
         for (int k = 0; k < 65; ++k) inv_band_[k] = 1.0 / std::max(S[k], 1.0);
     }
+    if (!declared && (declared_ & 3) != 1) return;  // the record still holds them
     std::memcpy(st_->noiseSpec, spec_, sizeof spec_);
     std::memcpy(st_->invNoiseSpec, inv_, sizeof inv_);
     std::memcpy(st_->invNoiseBand, inv_band_, sizeof inv_band_);

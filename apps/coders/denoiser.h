@@ -12,12 +12,13 @@
 //    and the present block's power below 2.5 times the noise power.  Before
 //    the first noise frame, and after a second without one (the noise has
 //    risen), the block power against a 1.5 s minimum-statistics floor
-//    decides.  Noise frames go to the filter with the flag 1, so its noise
-//    spectrum is renewed all through a pause and follows a falling level as
-//    soon as the pause comes; all other frames go with the flag 0.
-//  - After each noise frame the record's noise spectrum, its inverse and its
-//    band sums (fields of the caller's record) are replaced by the running
-//    mean of the noise frames' spectra over 0.2 s: a single periodogram
+//    decides.  Every other noise frame goes to the filter with the flag 1, so
+//    its noise spectrum is renewed all through a pause and follows a falling
+//    level as soon as the pause comes; all other frames go with the flag 0
+//    (taking a noise spectrum costs the filter more than the frame itself).
+//  - After each declared frame the record's noise spectrum, its inverse and
+//    its band sums (fields of the caller's record) are replaced by the running
+//    mean of all noise frames' spectra over 0.2 s: a single periodogram
 //    has the spread of a chi-square of two degrees of freedom, and bins where
 //    it happened to be low would open for a whole syllable.
 //  - The record's strength (SNR to gain) is set to 1/8: a bin passes whole
@@ -71,7 +72,7 @@ class Denoiser {
 
   private:
     void emit(const float* y, float* out);
-    void smooth_noise_spectrum();
+    void smooth_noise_spectrum(bool declared);
 
     std::vector<uint64_t> mem_;
     KvoFilterNoise32fState* st_ = nullptr;
