@@ -65,6 +65,7 @@ bool Denoiser::init(int rate, int level) {
     need_run_ = rate * 24 / 1000 / kFrame;  // 24 ms
     frames_ = 0;
     noise_est_ = 0;
+    raw_est_ = 0;
     std::memset(hold_, 0, sizeof hold_);
     last_in_ = 0;
     last_out_ = 0;
@@ -79,11 +80,7 @@ int Denoiser::working_level() const {
 }
 
 double Denoiser::noise_power() const {
-    return noise_est_ / (double(pre_) * pre_);
-}
-
-double Denoiser::filter_noise_power() const {
-    return st_ && st_->noiseKnown ? st_->noisePower / (double(pre_) * pre_) : 0.0;
+    return raw_est_;
 }
 
 bool Denoiser::step(const float* in, float* out) {
@@ -162,7 +159,12 @@ bool Denoiser::step(const float* in, float* out) {
         const double target = r0_ > 0 ? std::min(kMaxEmph, std::max(0.0, r1_ / r0_)) : 0.0;
         emph_ += std::max(-kEmphStep, std::min(kEmphStep, target - emph_));
     }
-    if (noise) noise_est_ = noise_est_ == 0 ? eb : noise_est_ + 0.05 * (eb - noise_est_);
+    if (noise) {
+        noise_est_ = noise_est_ == 0 ? eb : noise_est_ + 0.05 * (eb - noise_est_);
+        // The input's noise power, with the time constant of the noise spectrum's mean.
+        const double b = std::max(1.0 / static_cast<double>(declared_ + 1), beta_);
+        raw_est_ += b * (c0 / kFrame - raw_est_);
+    }
 
     // Every other noise frame goes to the filter as noise (taking a noise spectrum costs
     // the filter more than the frame itself); the running mean takes them all.

@@ -65,10 +65,9 @@ class Denoiser {
     int rate() const { return rate_; }
     // The level the filter works at (level 5 resolves to 0 or 2 at the first noise frame).
     int working_level() const;
-    // Noise power estimate (mean square, input scale), 0 before the first noise frame.
+    // Noise power of the input (mean square over the noise frames, with the time
+    // constant of the filter's noise spectrum), 0 before the first noise frame.
     double noise_power() const;
-    // The library's noise power from the last declared frame (input scale).
-    double filter_noise_power() const;
 
   private:
     void emit(const float* y, float* out);
@@ -87,7 +86,8 @@ class Denoiser {
     int n_mins_ = 0, sub_len_ = 0, sub_at_ = 0;
     int run_ = 0, need_run_ = 0;
     long frames_ = 0;
-    double noise_est_ = 0;
+    double noise_est_ = 0;  // block power of the noise frames (filter scale)
+    double raw_est_ = 0;    // noise power of the input
     // Running mean of the declared frames' power spectra.
     double spec_[65] = {};
     double inv_[65] = {}, inv_band_[65] = {};  // its inverse and that of its band sums

@@ -80,7 +80,7 @@ Run run_denoiser(const Scene& sc, int level) {
     std::vector<double> est;
     for (size_t i = 0; i + 16 <= sc.x.size(); i += 16) {
         d.step(&sc.x[i], &r.y[i]);
-        est.push_back(d.filter_noise_power());
+        est.push_back(d.noise_power());
     }
     r.follow = follow_time(sc, est);
     return r;
