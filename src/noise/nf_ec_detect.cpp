@@ -194,8 +194,11 @@ KvoStatus detect(const Kvo32f* pSrc, const Kvo32f* pRefSrc, Kvo64f* pNoisePower,
     const Kvo32f* buf = s->pBuffer;
     Kvo64f shortPow, longPow;
     if (fill >= lw) {
-        shortPow = meanSquare(buf + fill - sw, sw);
-        longPow = meanSquare(buf + fill - lw, lw);
+        // The short window is the end of the long one.
+        const Kvo64f sShort = sumSquares(buf + fill - sw, sw);
+        const Kvo64f sLong = sumSquares(buf + fill - lw, lw - sw) + sShort;
+        shortPow = sShort / sw < 1.0 ? 1.0 : sShort / sw;
+        longPow = sLong / lw < 1.0 ? 1.0 : sLong / lw;
     } else {
         shortPow = longPow = meanSquare(buf, fill);
     }

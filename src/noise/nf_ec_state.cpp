@@ -156,10 +156,24 @@ void resolveLevel(KvoFilterNoise32fState* s, Kvo64f power) {
     s->levelResolved = 1;
 }
 
+Kvo64f sumSquares(const Kvo32f* x, Kvo32s n) {
+    // Four partial sums: each square of a float is exact in double precision, and for
+    // samples at integer values every partial sum is exact too, so the order of the
+    // additions changes nothing there.
+    Kvo64f a0 = 0.0, a1 = 0.0, a2 = 0.0, a3 = 0.0;
+    Kvo32s i = 0;
+    for (; i + 4 <= n; i += 4) {
+        a0 += static_cast<Kvo64f>(x[i]) * x[i];
+        a1 += static_cast<Kvo64f>(x[i + 1]) * x[i + 1];
+        a2 += static_cast<Kvo64f>(x[i + 2]) * x[i + 2];
+        a3 += static_cast<Kvo64f>(x[i + 3]) * x[i + 3];
+    }
+    for (; i < n; ++i) a0 += static_cast<Kvo64f>(x[i]) * x[i];
+    return (a0 + a1) + (a2 + a3);
+}
+
 Kvo64f meanSquare(const Kvo32f* x, Kvo32s n) {
-    Kvo64f acc = 0.0;
-    for (Kvo32s i = 0; i < n; ++i) acc += static_cast<Kvo64f>(x[i]) * x[i];
-    acc /= n;
+    const Kvo64f acc = sumSquares(x, n) / n;
     return acc < 1.0 ? 1.0 : acc;
 }
 
