@@ -65,7 +65,8 @@ bool rateSupported(Kvo32s sampleFreq) {
 
 KvoStatus layoutFor(Kvo32s sampleFreq, Layout* l) {
     Kvo32s fftSpec = 0, init = 0, work = 0;
-    const KvoStatus st = kvosFFTGetSize_R_32f(kFftOrder, kFftFlag, kFftHint, &fftSpec, &init, &work);
+    const KvoStatus st =
+        kvosFFTGetSize_R_32f(kFftOrder, kFftFlag, kFftHint, &fftSpec, &init, &work);
     if (st != kvoOk) return st;
     l->shortWin = sampleFreq * 128 / 8000;
     l->longWin = sampleFreq * 1024 / 8000;
@@ -75,7 +76,8 @@ KvoStatus layoutFor(Kvo32s sampleFreq, Layout* l) {
     l->workOff = l->specOff + roundUp32(fftSpec);
     l->bufOff = l->workOff + roundUp32(init > work ? init : work);
     l->refOff = l->bufOff + bufBytes;
-    l->total = roundUp32(fftSpec) + roundUp32(init > work ? init : work) + 2 * bufBytes + kRecordBytes;
+    l->total =
+        roundUp32(fftSpec) + roundUp32(init > work ? init : work) + 2 * bufBytes + kRecordBytes;
     return kvoOk;
 }
 
@@ -96,15 +98,16 @@ KvoStatus checkRecord(const KvoFilterNoise32fState* s, bool withFilter) {
     // Pointers into the block: a block that has moved since Init fails here.
     const auto* base = reinterpret_cast<const Kvo8u*>(s);
     const auto specMem = reinterpret_cast<std::uintptr_t>(base + l.specOff);
-    const auto* fftSpec = reinterpret_cast<const KvoFFTSpec32f*>((specMem + 63) & ~std::uintptr_t{63});
+    const auto* fftSpec =
+        reinterpret_cast<const KvoFFTSpec32f*>((specMem + 63) & ~std::uintptr_t{63});
     if (s->pFFTSpec != fftSpec || s->pFFTWork != base + l.workOff ||
         s->pBuffer != reinterpret_cast<const Kvo32f*>(base + l.bufOff) ||
         s->pRefBuffer != reinterpret_cast<const Kvo32f*>(base + l.refOff))
         return kvoErrOutOfRange;
     for (int v = 0; v < 9; ++v)
         if (s->pSmooth[v] != s->kernels + v * v) return kvoErrOutOfRange;
-    if (fftSpec->idTag != kFftSpec32fTag || fftSpec->self != fftSpec || fftSpec->order != kFftOrder ||
-        fftSpec->invScaled != 1)
+    if (fftSpec->idTag != kFftSpec32fTag || fftSpec->self != fftSpec ||
+        fftSpec->order != kFftOrder || fftSpec->invScaled != 1)
         return kvoErrOutOfRange;
     if (withFilter) {
         if (s->level < 0 || s->level > 5) return kvoErrOutOfRange;
