@@ -4,7 +4,7 @@
 //   kvosc demo                     run every assembled coder on the built-in sample
 //   kvosc encode|decode CODER [--option value ...] IN OUT   (audio: WAV or raw 16-bit)
 //   kvosc verify CODER DIR
-//   kvosc denoise [--level N] IN OUT  noise filter of the echo path
+//   kvosc denoise [--level N] [--report] IN OUT  noise suppressor on the echo-path filter
 //   kvosc alc IN OUT                  G.169 automatic level control
 //   kvosc aec --far F --near N OUT    echo cancellation
 //   kvosc sample OUT               write the built-in sample (8 kHz, 16-bit LE)
@@ -27,7 +27,7 @@ void help() {
         "usage: kvosc version | exports | demo | coders\n"
         "       kvosc encode CODER [options] IN OUT | decode CODER [options] IN OUT\n"
         "       kvosc verify CODER DIR\n"
-        "       kvosc denoise [--level 0-5] [--rate HZ] IN OUT\n"
+        "       kvosc denoise [--level 1-5] [--rate HZ] [--report] IN OUT\n"
         "       kvosc alc [--target DB] [--ceiling DB] [--max-gain DB] IN OUT\n"
         "       kvosc aec --far FAR --near NEAR OUT [--rate 8000|16000] [--tail MS]\n"
         "                 [--kind subband|subband16|dt16|fullband|fullband16] [--gain] [--report]\n"

@@ -84,6 +84,8 @@ void takeNoiseSpectrum(KvoFilterNoise32fState* s);
 // (sqrt(1 + power) < 4), else 2.
 void resolveLevel(KvoFilterNoise32fState* s, Kvo64f power);
 
+// Sum of the squares of n samples in double precision.
+Kvo64f sumSquares(const Kvo32f* x, Kvo32s n);
 // Mean square of n samples in double precision, held at 1.0 from below.
 Kvo64f meanSquare(const Kvo32f* x, Kvo32s n);
 

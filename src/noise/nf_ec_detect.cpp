@@ -15,6 +15,7 @@
 // from the long-term power are truncated to integers; the comparisons are
 // made on the untruncated values where that gives the same answer, and the
 // run length saturates for powers beyond any 16-bit signal.
+#include <cstdint>
 #include <cstring>
 
 #include "impl.h"
@@ -24,15 +25,20 @@ namespace kvo::nf {
 
 namespace {
 
-// Counts the sign changes between neighbours of x[0 .. n-1] less an offset.
+// Counts the sign changes between neighbours of x[0 .. n-1] less an offset: the places
+// where the product of neighbours is negative.  The product of two floats is exact in
+// double precision and never rounds to zero, so its sign is that of the two factors
+// compared with zero (zeros and NaN count as no change either way).
+// (Two branch-free passes: the sign of each sample as -1, 0 or +1, then the neighbours
+// whose signs multiply to -1.  n is at most the short window, 512 samples.)
 Kvo32s zeroCrossings(const Kvo32f* x, Kvo32s n, Kvo32f offset) {
-    Kvo32s z = 0;
-    Kvo64f prev = static_cast<Kvo32f>(x[0] - offset);
-    for (Kvo32s i = 1; i < n; ++i) {
-        const Kvo64f cur = static_cast<Kvo32f>(x[i] - offset);
-        z += prev * cur < 0.0 ? 1 : 0;
-        prev = cur;
+    alignas(16) std::int32_t sign[512];
+    for (Kvo32s i = 0; i < n; ++i) {
+        const Kvo32f v = x[i] - offset;
+        sign[i] = static_cast<std::int32_t>(v > 0.0f) - static_cast<std::int32_t>(v < 0.0f);
     }
+    Kvo32s z = 0;
+    for (Kvo32s i = 1; i < n; ++i) z += sign[i - 1] * sign[i] < 0 ? 1 : 0;
     return z;
 }
 
@@ -194,8 +200,11 @@ KvoStatus detect(const Kvo32f* pSrc, const Kvo32f* pRefSrc, Kvo64f* pNoisePower,
     const Kvo32f* buf = s->pBuffer;
     Kvo64f shortPow, longPow;
     if (fill >= lw) {
-        shortPow = meanSquare(buf + fill - sw, sw);
-        longPow = meanSquare(buf + fill - lw, lw);
+        // The short window is the end of the long one.
+        const Kvo64f sShort = sumSquares(buf + fill - sw, sw);
+        const Kvo64f sLong = sumSquares(buf + fill - lw, lw - sw) + sShort;
+        shortPow = sShort / sw < 1.0 ? 1.0 : sShort / sw;
+        longPow = sLong / lw < 1.0 ? 1.0 : sLong / lw;
     } else {
         shortPow = longPow = meanSquare(buf, fill);
     }

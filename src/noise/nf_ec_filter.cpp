@@ -63,12 +63,12 @@ void startupPath(const Kvo32f* frame, KvoFilterNoise32fState* s, bool high) {
 // Applies the gains, records the smallest of bins 3..63, and overlap-adds the second half
 // of the inverse transform.
 void synthesise(KvoFilterNoise32fState* s, const Kvo32f* G, bool high) {
-    Kvo32f least = G[3];
     for (int k = 0; k < kBins; ++k) {
         s->spectrum[k].re *= G[k];
         s->spectrum[k].im *= G[k];
-        if (k > 3 && k < 64 && G[k] < least) least = G[k];
     }
+    Kvo32f least = G[3];
+    for (int k = 4; k < 64; ++k) least = G[k] < least ? G[k] : least;
     s->minGainHist[0] = s->minGainHist[1];
     s->minGainHist[1] = s->minGainHist[2];
     s->minGainHist[2] = s->minGainHist[3];

@@ -65,7 +65,8 @@ bool rateSupported(Kvo32s sampleFreq) {
 
 KvoStatus layoutFor(Kvo32s sampleFreq, Layout* l) {
     Kvo32s fftSpec = 0, init = 0, work = 0;
-    const KvoStatus st = kvosFFTGetSize_R_32f(kFftOrder, kFftFlag, kFftHint, &fftSpec, &init, &work);
+    const KvoStatus st =
+        kvosFFTGetSize_R_32f(kFftOrder, kFftFlag, kFftHint, &fftSpec, &init, &work);
     if (st != kvoOk) return st;
     l->shortWin = sampleFreq * 128 / 8000;
     l->longWin = sampleFreq * 1024 / 8000;
@@ -75,7 +76,8 @@ KvoStatus layoutFor(Kvo32s sampleFreq, Layout* l) {
     l->workOff = l->specOff + roundUp32(fftSpec);
     l->bufOff = l->workOff + roundUp32(init > work ? init : work);
     l->refOff = l->bufOff + bufBytes;
-    l->total = roundUp32(fftSpec) + roundUp32(init > work ? init : work) + 2 * bufBytes + kRecordBytes;
+    l->total =
+        roundUp32(fftSpec) + roundUp32(init > work ? init : work) + 2 * bufBytes + kRecordBytes;
     return kvoOk;
 }
 
@@ -96,15 +98,16 @@ KvoStatus checkRecord(const KvoFilterNoise32fState* s, bool withFilter) {
     // Pointers into the block: a block that has moved since Init fails here.
     const auto* base = reinterpret_cast<const Kvo8u*>(s);
     const auto specMem = reinterpret_cast<std::uintptr_t>(base + l.specOff);
-    const auto* fftSpec = reinterpret_cast<const KvoFFTSpec32f*>((specMem + 63) & ~std::uintptr_t{63});
+    const auto* fftSpec =
+        reinterpret_cast<const KvoFFTSpec32f*>((specMem + 63) & ~std::uintptr_t{63});
     if (s->pFFTSpec != fftSpec || s->pFFTWork != base + l.workOff ||
         s->pBuffer != reinterpret_cast<const Kvo32f*>(base + l.bufOff) ||
         s->pRefBuffer != reinterpret_cast<const Kvo32f*>(base + l.refOff))
         return kvoErrOutOfRange;
     for (int v = 0; v < 9; ++v)
         if (s->pSmooth[v] != s->kernels + v * v) return kvoErrOutOfRange;
-    if (fftSpec->idTag != kFftSpec32fTag || fftSpec->self != fftSpec || fftSpec->order != kFftOrder ||
-        fftSpec->invScaled != 1)
+    if (fftSpec->idTag != kFftSpec32fTag || fftSpec->self != fftSpec ||
+        fftSpec->order != kFftOrder || fftSpec->invScaled != 1)
         return kvoErrOutOfRange;
     if (withFilter) {
         if (s->level < 0 || s->level > 5) return kvoErrOutOfRange;
@@ -156,10 +159,24 @@ void resolveLevel(KvoFilterNoise32fState* s, Kvo64f power) {
     s->levelResolved = 1;
 }
 
+Kvo64f sumSquares(const Kvo32f* x, Kvo32s n) {
+    // Four partial sums: each square of a float is exact in double precision, and for
+    // samples at integer values every partial sum is exact too, so the order of the
+    // additions changes nothing there.
+    Kvo64f a0 = 0.0, a1 = 0.0, a2 = 0.0, a3 = 0.0;
+    Kvo32s i = 0;
+    for (; i + 4 <= n; i += 4) {
+        a0 += static_cast<Kvo64f>(x[i]) * x[i];
+        a1 += static_cast<Kvo64f>(x[i + 1]) * x[i + 1];
+        a2 += static_cast<Kvo64f>(x[i + 2]) * x[i + 2];
+        a3 += static_cast<Kvo64f>(x[i + 3]) * x[i + 3];
+    }
+    for (; i < n; ++i) a0 += static_cast<Kvo64f>(x[i]) * x[i];
+    return (a0 + a1) + (a2 + a3);
+}
+
 Kvo64f meanSquare(const Kvo32f* x, Kvo32s n) {
-    Kvo64f acc = 0.0;
-    for (Kvo32s i = 0; i < n; ++i) acc += static_cast<Kvo64f>(x[i]) * x[i];
-    acc /= n;
+    const Kvo64f acc = sumSquares(x, n) / n;
     return acc < 1.0 ? 1.0 : acc;
 }
 
