@@ -1,0 +1,66 @@
+// Argument tests of the G.723.1 excitation exports: every null pointer, every
+// bad length or range, in the documented order; a failed call writes nothing.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "kvosc.h"
+#include "support/badargs.h"
+
+using kvosc::test::BadArgs;
+
+namespace {
+
+TEST(G723ExcArgs, PitchSearches) {
+    {
+        BadArgs t("kvosOpenLoopPitchSearch_G723_16s");
+        auto src = t.in<Kvo16s>("pSrc", 120, {}, 142);
+        auto lag = t.out<Kvo16s>("pDstLag", 1);
+        t.run([&](const BadArgs::Call& c) { return kvosOpenLoopPitchSearch_G723_16s(c(src), c(lag)); });
+    }
+    {
+        BadArgs t("kvosHarmonicSearch_G723_16s");
+        auto pl = t.value<Kvo16s>("pitchLag", 145, {{17, kvoErrSize}, {146, kvoErrSize}});
+        auto src = t.in<Kvo16s>("pSrc", 60, {}, 148);
+        auto lag = t.out<Kvo16s>("pDstLag", 1);
+        auto gain = t.out<Kvo16s>("pDstGain", 1);
+        t.run([&](const BadArgs::Call& c) {
+            return kvosHarmonicSearch_G723_16s(c(pl), c(src), c(lag), c(gain));
+        });
+    }
+}
+
+TEST(G723ExcArgs, AdaptiveCodebook) {
+    for (Kvo16s sf : {0, 1}) {
+        BadArgs t("kvosAdaptiveCodebookSearch_G723");
+        auto pl = t.value<Kvo16s>("pitchLag", Kvo16s(sf ? 141 : 142),
+                                  {{17, kvoErrRange}, {Kvo16s(sf ? 142 : 143), kvoErrRange}});
+        auto x = t.in<Kvo16s>("pTarget", 60);
+        auto h = t.in<Kvo16s>("pImpulse", 60);
+        auto ex = t.in<Kvo16s>("pPrevExcitation", 145);
+        auto err = t.in<Kvo32s>("pErrorBuffer", 5, std::vector<Kvo32s>(5, 0x100000));
+        auto d = t.out<Kvo16s>("pDstLagDelta", 1);
+        auto g = t.out<Kvo16s>("pDstGainIndex", 1);
+        auto sub = t.value<Kvo16s>("subframe", sf, {{-1, kvoErrRange}, {5, kvoErrRange}});
+        auto sine = t.value<Kvo16s>("sineDetector", 0);
+        auto rate = t.value<KvoSpeechRate>("rate", 4, {{3, kvoErrRange}, {0, kvoErrRange}});
+        t.run([&](const BadArgs::Call& c) {
+            return kvosAdaptiveCodebookSearch_G723(c(pl), c(x), c(h), c(ex), c(err), c(d), c(g),
+                                                   c(sub), c(sine), c(rate));
+        });
+    }
+    {
+        BadArgs t("kvosDecodeAdaptiveVector_G723_16s");
+        auto pl = t.value<Kvo16s>("pitchLag", 143, {{17, kvoErrOutOfRange}, {144, kvoErrOutOfRange}});
+        auto ld = t.value<Kvo16s>("lagDelta", 3, {{-1, kvoErrOutOfRange}, {4, kvoErrOutOfRange}});
+        auto gi = t.value<Kvo16s>("gainIndex", 169, {{-1, kvoErrOutOfRange}, {170, kvoErrOutOfRange}});
+        auto ex = t.in<Kvo16s>("pPrevExcitation", 145, {}, 2);
+        auto dst = t.out<Kvo16s>("pDst", 60);
+        auto rate = t.value<KvoSpeechRate>("rate", 2, {{4 + 1, kvoErrRange}, {6, kvoErrRange}});
+        t.run([&](const BadArgs::Call& c) {
+            return kvosDecodeAdaptiveVector_G723_16s(c(pl), c(ld), c(gi), c(ex), c(dst), c(rate));
+        });
+    }
+}
+
+}  // namespace
