@@ -64,3 +64,50 @@ TEST(G723ExcArgs, AdaptiveCodebook) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(G723ExcArgs, AlgebraicCodebook) {
+    {
+        BadArgs t("kvosToeplizMatrix_G723_16s32s");
+        auto h = t.in<Kvo16s>("pImpulse", 60);
+        auto m = t.out<Kvo32s>("pDst", 416);
+        t.run([&](const BadArgs::Call& c) { return kvosToeplizMatrix_G723_16s32s(c(h), c(m)); });
+    }
+    {
+        BadArgs t("kvosToeplizMatrix_G723_16s");
+        auto h = t.in<Kvo16s>("pImpulse", 60);
+        auto m = t.out<Kvo16s>("pDst", 416);
+        t.run([&](const BadArgs::Call& c) { return kvosToeplizMatrix_G723_16s(c(h), c(m)); });
+    }
+    {
+        BadArgs t("kvosACELPFixedCodebookSearch_G723_32s16s");
+        auto x = t.in<Kvo16s>("pCorr", 60);
+        auto m = t.inout<Kvo32s>("pMatrix", 416);
+        auto s = t.out<Kvo16s>("pDstSigns", 4);
+        auto p = t.out<Kvo16s>("pDstPositions", 4);
+        auto g = t.out<Kvo16s>("pDstGrid", 1);
+        auto code = t.out<Kvo16s>("pCode", 60);
+        auto b = t.inout<Kvo16s>("pSearchBudget", 1, std::vector<Kvo16s>{120});
+        t.run([&](const BadArgs::Call& c) {
+            return kvosACELPFixedCodebookSearch_G723_32s16s(c(x), c(m), c(s), c(p), c(g), c(code),
+                                                            c(b));
+        });
+    }
+    {
+        BadArgs t("kvosACELPFixedCodebookSearch_G723_16s");
+        auto x = t.in<Kvo16s>("pCorr", 60);
+        auto m = t.in<Kvo16s>("pMatrix", 416);
+        auto s = t.out<Kvo16s>("pDstSigns", 4);
+        auto p = t.out<Kvo16s>("pDstPositions", 4);
+        auto g = t.out<Kvo16s>("pDstGrid", 1);
+        auto code = t.out<Kvo16s>("pCode", 60);
+        auto b = t.inout<Kvo16s>("pSearchBudget", 1, std::vector<Kvo16s>{120});
+        t.run([&](const BadArgs::Call& c) {
+            return kvosACELPFixedCodebookSearch_G723_16s(c(x), c(m), c(s), c(p), c(g), c(code),
+                                                         c(b));
+        });
+    }
+}
+
+}  // namespace
