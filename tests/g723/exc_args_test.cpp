@@ -111,3 +111,43 @@ TEST(G723ExcArgs, AlgebraicCodebook) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(G723ExcArgs, Multipulse) {
+    {
+        BadArgs t("kvosMPMLQFixedCodebookSearch_G723");
+        auto pl = t.value<Kvo16s>("pitchLag", 40, {{17, kvoErrRange}, {146, kvoErrRange}});
+        auto h = t.in<Kvo16s>("pImpulse", 60);
+        auto x = t.in<Kvo16s>("pTarget", 60);
+        auto code = t.out<Kvo16s>("pCode", 60);
+        auto g = t.out<Kvo16s>("pDstGrid", 1);
+        auto tr = t.out<Kvo16s>("pDstTrainFlag", 1);
+        auto a = t.out<Kvo16s>("pDstAmpIndex", 1);
+        auto s = t.out<Kvo16s>("pDstSignMask", 1);
+        auto p = t.out<Kvo32s>("pDstPosition", 1);
+        auto sf = t.value<Kvo16s>("subframe", 3, {{-1, kvoErrRange}, {4, kvoErrRange}});
+        t.run([&](const BadArgs::Call& c) {
+            return kvosMPMLQFixedCodebookSearch_G723(c(pl), c(h), c(x), c(code), c(g), c(tr), c(a),
+                                                     c(s), c(p), c(sf));
+        });
+    }
+    {
+        BadArgs t("kvosGainQuant_G723_16s");
+        auto h = t.in<Kvo16s>("pImpulse", 60);
+        auto x = t.in<Kvo16s>("pTarget", 60);
+        auto pos = t.inout<Kvo16s>("pDstPositions", 6);
+        auto amp = t.inout<Kvo16s>("pDstAmplitudes", 6);
+        auto err = t.inout<Kvo32s>("pMaxError", 1, std::vector<Kvo32s>{-0x40000000});
+        auto g = t.inout<Kvo16s>("pDstGrid", 1);
+        auto a = t.inout<Kvo16s>("pDstAmpIndex", 1);
+        auto np = t.value<Kvo32s>("pulses", 6, {{4, kvoErrBadArg}, {7, kvoErrBadArg}});
+        auto imp = t.out<Kvo32s>("pImproved", 1);
+        t.run([&](const BadArgs::Call& c) {
+            return kvosGainQuant_G723_16s(c(h), c(x), c(pos), c(amp), c(err), c(g), c(a), c(np),
+                                          c(imp));
+        });
+    }
+}
+
+}  // namespace
