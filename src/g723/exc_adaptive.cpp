@@ -87,7 +87,9 @@ void error_test_sizes(int lag, int odd, const Kvo32s* err, Kvo16s sine, int* n85
     *n170 = 8 * t + 93 < kLowRows ? 8 * t + 93 : kLowRows;
 }
 
-Kvo64s dot60(const Kvo16s* a, const Kvo16s* b) { return corrDotExact(a, b, kSubframe); }
+Kvo64s dot60(const Kvo16s* a, const Kvo16s* b) {
+    return corrDotExact(a, b, kSubframe);
+}
 
 }  // namespace
 
@@ -137,7 +139,8 @@ KvoStatus kvosAdaptiveCodebookSearch_G723(Kvo16s pitchLag, const Kvo16s* pTarget
     for (int k = 0; k < n; ++k) {
         bool low = true;
         if (rate == 4) low = (lag + odd - 59 >= 0) || (!odd && lag - 59 + k >= 0);
-        const Kvo16s(*table)[kRowLen] = low ? tab::AdCdbkGainTblLowRate : tab::AdCdbkGainTblHighRate;
+        const Kvo16s(*table)[kRowLen] =
+            low ? tab::AdCdbkGainTblLowRate : tab::AdCdbkGainTblHighRate;
         const int rows = low ? n170 : n85;
         const Kvo16s* v = scaled + k * kRowLen;
         for (int r = 0; r < rows; ++r) {

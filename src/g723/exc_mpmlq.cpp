@@ -134,23 +134,23 @@ void gain_quant(const Kvo16s* h, const Kvo16s* x, Kvo16s* pPos, Kvo16s* pAmp, Kv
 namespace impl {
 
 KvoStatus kvosGainQuant_G723_16s(const Kvo16s* pImpulse, const Kvo16s* pTarget,
-                                 Kvo16s* pDstPositions, Kvo16s* pDstAmplitudes,
-                                 Kvo32s* pMaxError, Kvo16s* pDstGrid, Kvo16s* pDstAmpIndex,
-                                 Kvo32s pulses, Kvo32s* pImproved) {
+                                 Kvo16s* pDstPositions, Kvo16s* pDstAmplitudes, Kvo32s* pMaxError,
+                                 Kvo16s* pDstGrid, Kvo16s* pDstAmpIndex, Kvo32s pulses,
+                                 Kvo32s* pImproved) {
     if (!pImpulse || !pTarget || !pDstPositions || !pDstAmplitudes || !pMaxError || !pDstGrid ||
         !pDstAmpIndex || !pImproved)
         return kvoErrNullPtr;
     if (pulses != 5 && pulses != 6) return kvoErrBadArg;
-    gain_quant(pImpulse, pTarget, pDstPositions, pDstAmplitudes, pMaxError, pDstGrid,
-               pDstAmpIndex, pulses, pImproved);
+    gain_quant(pImpulse, pTarget, pDstPositions, pDstAmplitudes, pMaxError, pDstGrid, pDstAmpIndex,
+               pulses, pImproved);
     return kvoOk;
 }
 
 KvoStatus kvosMPMLQFixedCodebookSearch_G723(Kvo16s pitchLag, const Kvo16s* pImpulse,
-                                            const Kvo16s* pTarget, Kvo16s* pCode,
-                                            Kvo16s* pDstGrid, Kvo16s* pDstTrainFlag,
-                                            Kvo16s* pDstAmpIndex, Kvo16s* pDstSignMask,
-                                            Kvo32s* pDstPosition, Kvo16s subframe) {
+                                            const Kvo16s* pTarget, Kvo16s* pCode, Kvo16s* pDstGrid,
+                                            Kvo16s* pDstTrainFlag, Kvo16s* pDstAmpIndex,
+                                            Kvo16s* pDstSignMask, Kvo32s* pDstPosition,
+                                            Kvo16s subframe) {
     if (!pImpulse || !pTarget || !pCode || !pDstGrid || !pDstTrainFlag || !pDstAmpIndex ||
         !pDstSignMask || !pDstPosition)
         return kvoErrNullPtr;
@@ -158,7 +158,10 @@ KvoStatus kvosMPMLQFixedCodebookSearch_G723(Kvo16s pitchLag, const Kvo16s* pImpu
 
     const int np = PulsesPerSbfr[subframe];
     Kvo32s maxError = kErrorStart;
-    Kvo16s pos[6] = {}, amp[6] = {}, grid = 0, ampIndex = 0;
+    // Should no candidate score above the start (only saturating data can do
+    // that), the code keeps the first slots of grid 0 at the lowest level, so
+    // that the packed parameters still describe it.
+    Kvo16s pos[6] = {0, 2, 4, 6, 8, 10}, amp[6] = {1, 1, 1, 1, 1, 1}, grid = 0, ampIndex = 0;
     Kvo32s improved = 0;
     gain_quant(pImpulse, pTarget, pos, amp, &maxError, &grid, &ampIndex, np, &improved);
     Kvo16s train = 0;
