@@ -75,3 +75,4 @@ $gen "$root/gsmamr" src/gsmamr gsmamr_lp_tables \
     twd_tbl ii_table bitrevTab
 $gen "$root/gsmamr" src/gsmamr gsmamr_pitch_tables corrweight inter_6new
 $gen "$root/gsmamr" tests/gsmamr_pitch amr_pitch_test_tables inter_6.pred_lt.published=inter61
+$gen "$root/g723" src/g723 g723_exc_tables AdCdbkGainTblHighRate AdCdbkGainTblLowRate
