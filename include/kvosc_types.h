@@ -123,6 +123,21 @@ typedef struct {
     Kvo16s b2;
 } KvoHighPassState_G729;
 
+/* ---- G.723.1 ------------------------------------------------------------ */
+
+/* Memory of the G.723.1 input high-pass filter; cleared by the caller before the first frame. */
+typedef struct {
+    Kvo32s x1;  /* last input sample */
+    Kvo32s acc; /* recursive output accumulator (Q16 of the output) */
+} KvoHighPassStateG723;
+
+/* Memory of the G.723.1 ten-tap pole-zero filters: past inputs, then past outputs, each group
+ * oldest first; cleared by the caller before the first subframe. */
+typedef struct {
+    Kvo16s x[10];
+    Kvo16s y[10];
+} KvoIIRMemG723;
+
 /* ---- GSM full rate ------------------------------------------------------ */
 
 /* Memory of the GSM 06.10 offset compensation (plain values, may be copied). */
