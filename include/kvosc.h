@@ -372,7 +372,50 @@ KvoStatus kvosWinHybridInit_G729E_16s(KvoG729EHybridState* pState);
 KvoStatus kvosWinHybrid_G729E_16s32s(const Kvo16s* pSrc, Kvo32s* pDst,
                                      KvoG729EHybridState* pState);
 
-/* ---- G.723.1 ------------------------------------------------------------ */
+/* ---- G.723.1 excitation search ------------------------------------------ */
+
+/* Open-loop pitch of 120 weighted samples (142 samples before pSrc read): lag 18..142. */
+KvoStatus kvosOpenLoopPitchSearch_G723_16s(const Kvo16s* pSrc, Kvo16s* pDstLag);
+/* Harmonic noise weighting: best lag within pitchLag +- 3 and its gain (0..10240, Q15). */
+KvoStatus kvosHarmonicSearch_G723_16s(Kvo16s pitchLag, const Kvo16s* pSrc, Kvo16s* pDstLag,
+                                      Kvo16s* pDstGain);
+/* Closed-loop 5-tap adaptive codebook search of one subframe: lag index and gain row
+   (pErrorBuffer: 5 values; even subframes take lag 18 as 19 and lags above 140 as 140). */
+KvoStatus kvosAdaptiveCodebookSearch_G723(Kvo16s pitchLag, const Kvo16s* pTarget,
+                                          const Kvo16s* pImpulse, const Kvo16s* pPrevExcitation,
+                                          const Kvo32s* pErrorBuffer, Kvo16s* pDstLagDelta,
+                                          Kvo16s* pDstGainIndex, Kvo16s subframe,
+                                          Kvo16s sineDetector, KvoSpeechRate rate);
+/* Decoder's 5-tap adaptive vector of one subframe (lags above 143 read up to 2 samples
+   before pPrevExcitation). */
+KvoStatus kvosDecodeAdaptiveVector_G723_16s(Kvo16s pitchLag, Kvo16s lagDelta, Kvo16s gainIndex,
+                                            const Kvo16s* pPrevExcitation, Kvo16s* pDst,
+                                            KvoSpeechRate rate);
+/* ACELP correlation matrix of the scaled impulse response: 416 raw 32-bit sums. */
+KvoStatus kvosToeplizMatrix_G723_16s32s(const Kvo16s* pImpulse, Kvo32s* pDst);
+/* The same matrix shifted right by 15 and saturated to 16 bits. */
+KvoStatus kvosToeplizMatrix_G723_16s(const Kvo16s* pImpulse, Kvo16s* pDst);
+/* 5.3 kbit/s ACELP search of one subframe on a 32-bit matrix (sign-folded on return). */
+KvoStatus kvosACELPFixedCodebookSearch_G723_32s16s(const Kvo16s* pCorr, Kvo32s* pMatrix,
+                                                   Kvo16s* pDstSigns, Kvo16s* pDstPositions,
+                                                   Kvo16s* pDstGrid, Kvo16s* pCode,
+                                                   Kvo16s* pSearchBudget);
+/* 5.3 kbit/s ACELP search of one subframe on a 16-bit matrix (left unchanged). */
+KvoStatus kvosACELPFixedCodebookSearch_G723_16s(const Kvo16s* pCorr, const Kvo16s* pMatrix,
+                                                Kvo16s* pDstSigns, Kvo16s* pDstPositions,
+                                                Kvo16s* pDstGrid, Kvo16s* pCode,
+                                                Kvo16s* pSearchBudget);
+/* 6.3 kbit/s multipulse search of one subframe with the pitch-train option. */
+KvoStatus kvosMPMLQFixedCodebookSearch_G723(Kvo16s pitchLag, const Kvo16s* pImpulse,
+                                            const Kvo16s* pTarget, Kvo16s* pCode,
+                                            Kvo16s* pDstGrid, Kvo16s* pDstTrainFlag,
+                                            Kvo16s* pDstAmpIndex, Kvo16s* pDstSignMask,
+                                            Kvo32s* pDstPosition, Kvo16s subframe);
+/* Multipulse placement and amplitude choice on both grids; keeps the best criterion. */
+KvoStatus kvosGainQuant_G723_16s(const Kvo16s* pImpulse, const Kvo16s* pTarget,
+                                 Kvo16s* pDstPositions, Kvo16s* pDstAmplitudes,
+                                 Kvo32s* pMaxError, Kvo16s* pDstGrid, Kvo16s* pDstAmpIndex,
+                                 Kvo32s pulses, Kvo32s* pImproved);
 
 /* -- G.723.1 LP, filters and gain (frames of 240, subframes of 60 samples) -- */
 /* LSP decoder: three band indices in bits 23-16, 15-8, 7-0, predictor and stability passes;

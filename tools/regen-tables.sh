@@ -64,6 +64,7 @@ $gen "$root/g728" apps/coders g728_coder_tables \
     wnrw=coder_g728_wnrw g728fp_iw=coder_g728_iw g728fp_iwg=coder_g728_iwg \
     iwwz=coder_g728_iwwz iwwp=coder_g728_iwwp iwpfz=coder_g728_iwpfz iwpfp=coder_g728_iwpfp
 $gen "$root/numeric" apps/coders g729b_tables Log2Table
+$gen "$root/g723" src/g723 g723_exc_tables AdCdbkGainTblHighRate AdCdbkGainTblLowRate
 $gen "$root/g723" src/g723 lp_lsf_tables LSPCdbkFirstBand LSPCdbkSecondBand LSPCdbkThirdBand
 $gen "$root/g723" apps/coders g723_coder_tables \
     PerFiltZeroTable=coder_g723_PerFiltZero PerFiltPoleTable=coder_g723_PerFiltPole \
