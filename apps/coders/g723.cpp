@@ -350,13 +350,16 @@ void formant_postfilter(Decoder& d, const int16_t* lpc, int16_t* v) {
     int32_t a0 = 0, a1 = 0;
     for (int i = 1; i < kSub; ++i) a0 = L_mac(a0, t[i], t[i - 1]);
     for (int i = 0; i < kSub; ++i) a1 = L_mac(a1, t[i], t[i]);
-    const int16_t den = round16(a1);
+    const int16_t den = static_cast<int16_t>(a1 >> 16);
     a0 >>= 1;
     const int32_t num = a0 < 0 ? (a0 == INT32_MIN ? INT32_MAX : -a0) : a0;
     int16_t k = den > 0 ? div_l(num, den) : 0;
     if (a0 < 0) k = static_cast<int16_t>(-k);
     d.park = add(mult_r(d.park, 0x6000), mult_r(k, 0x2000));
     const int16_t tilt = static_cast<int16_t>(mult(d.park, -16384) & 0xfffc);
+#ifdef G723_TRACE
+    G723_TRACE(a0, a1, den, k, d.park, tilt, sc);
+#endif
     // Input energy for the gain control.
     int32_t sen = 0;
     for (int i = 0; i < kSub; ++i) {
@@ -368,6 +371,12 @@ void formant_postfilter(Decoder& d, const int16_t* lpc, int16_t* v) {
     kvosIIR16s_G723_16s32s(coef, v, y + 1, &d.postMem);
     d.postLast = y[kSub];
     kvosTiltCompensation_G723_32s16s(tilt, y, v);
+#ifdef G723_TRACE3
+    G723_TRACE3(y, tilt, d.gain, sen);
+#endif
+#ifdef G723_TRACE2
+    G723_TRACE2(sen, v, d.gain);
+#endif
     kvosGainControl_G723_16s_I(sen, v, &d.gain);
 }
 
@@ -397,8 +406,12 @@ bool decode_frame(Decoder& d, const FrameParams& f, bool erased, int16_t* out) {
             int16_t* e = buf + kPitchMax + kSub * i;
             int16_t acb[kSub];
             fixed_vector(f.sub[i], f.olp[i >> 1], i, hi, e);
-            if (kvosDecodeAdaptiveVector_G723_16s(f.olp[i >> 1], f.sub[i].acLg, f.sub[i].acGn,
-                                                  buf + kSub * i, acb, d.rate) != kvoOk)
+            // Lags of 147 and 148 (odd subframes) reach into the previous subframe: the
+            // history is taken that much earlier and the lag shortened to match.
+            const int over = std::max(0, f.olp[i >> 1] + f.sub[i].acLg - 146);
+            if (kvosDecodeAdaptiveVector_G723_16s(static_cast<int16_t>(f.olp[i >> 1] - over),
+                                                  f.sub[i].acLg, f.sub[i].acGn,
+                                                  buf + kSub * i - over, acb, d.rate) != kvoOk)
                 return false;
             for (int j = 0; j < kSub; ++j) e[j] = add(shl1(e[j]), acb[j]);
         }
@@ -441,6 +454,8 @@ bool decode_frame(Decoder& d, const FrameParams& f, bool erased, int16_t* out) {
         int16_t* v = out + kSub * i;
         kvosSynthesisFilter_G723_16s(lpc + kOrder * i, v, d.synMem, v);
         if (d.postfilter) formant_postfilter(d, lpc + kOrder * i, v);
+        if (!d.postfilter)
+            for (int j = 0; j < kSub; ++j) v[j] = shl1(v[j]);
     }
     return true;
 }
