@@ -357,9 +357,6 @@ void formant_postfilter(Decoder& d, const int16_t* lpc, int16_t* v) {
     if (a0 < 0) k = static_cast<int16_t>(-k);
     d.park = add(mult_r(d.park, 0x6000), mult_r(k, 0x2000));
     const int16_t tilt = static_cast<int16_t>(mult(d.park, -16384) & 0xfffc);
-#ifdef G723_TRACE
-    G723_TRACE(a0, a1, den, k, d.park, tilt, sc);
-#endif
     // Input energy for the gain control.
     int32_t sen = 0;
     for (int i = 0; i < kSub; ++i) {
@@ -371,12 +368,6 @@ void formant_postfilter(Decoder& d, const int16_t* lpc, int16_t* v) {
     kvosIIR16s_G723_16s32s(coef, v, y + 1, &d.postMem);
     d.postLast = y[kSub];
     kvosTiltCompensation_G723_32s16s(tilt, y, v);
-#ifdef G723_TRACE3
-    G723_TRACE3(y, tilt, d.gain, sen);
-#endif
-#ifdef G723_TRACE2
-    G723_TRACE2(sen, v, d.gain);
-#endif
     kvosGainControl_G723_16s_I(sen, v, &d.gain);
 }
 
@@ -517,16 +508,16 @@ struct Encoder {
 // Weighted synthesis chain 1/A(z) W(z) of one subframe: synthesis to 32-bit
 // sums, then the pole-zero weighting filter on them; mem carries the synthesis
 // outputs (the filter's inputs) and the weighted outputs.
-void weighted_synthesis(const int16_t* qlpc, const int16_t* per, const int16_t* x, int16_t c0,
+void weighted_synthesis(const int16_t* qlpc, const int16_t* per, const int16_t* x,
                         KvoIIRMemG723& mem, int16_t* w) {
     int16_t coef[11];
-    coef[0] = c0;
+    coef[0] = 4096;
     std::memcpy(coef + 1, qlpc, sizeof(int16_t) * kOrder);
     int16_t synMem[10];
     std::memcpy(synMem, mem.x, sizeof synMem);
     int32_t s[kSub];
     kvosSynthesisFilter_G723_16s32s(coef, x, s, synMem);
-    kvosIIR16s_G723_32s16s_Sfs(per, s, 0, w, &mem);
+    kvosIIR16s_G723_32s16s_Sfs(per, s, 1, w, &mem);
 }
 
 // Harmonic noise shaping y[n] - g y[n - lag] on a history of 145 + 60 samples.
@@ -585,7 +576,7 @@ int16_t acelp_gain_index(const int16_t* x, const int16_t* y) {
     xy >>= 1;
     const int16_t a = static_cast<int16_t>(xy >> 16), b = static_cast<int16_t>(yy >> 16);
     int16_t g = a >= b ? int16_t{32767} : static_cast<int16_t>((int32_t{a} << 15) / b);
-    const int sh = exy + 5 - eyy;
+    const int sh = exy + 1 - eyy;
     g = sh >= 0 ? static_cast<int16_t>(sh > 15 ? (g < 0 ? -1 : 0) : g >> sh) : sat16(int32_t{g} << -sh);
     int best = 0;
     int dmin = std::abs(g - kFcbkGain[0]);
@@ -627,7 +618,9 @@ bool encode_frame(Encoder& e, const int16_t* in, uint8_t* out) {
     int16_t lsp[10];
     kvosLPCToLSF_G723_16s(unq + 30, e.prevLsp, lsp);
     kvosLSFQuant_G723_16s32s(lsp, e.prevLsp, &f.lspId);
+    // The coded frame lags the input by one subframe (the analysis look-ahead).
     std::memcpy(e.prevDat, data + kFrame - (kLpcFrame - kSub), sizeof e.prevDat);
+    std::memcpy(data, lpcBuf + (kLpcFrame - kSub) / 2, sizeof data);
 
     // Perceptual weighting.
     int16_t per[80];
@@ -674,7 +667,7 @@ bool encode_frame(Encoder& e, const int16_t* in, uint8_t* out) {
             int16_t imp[kSub] = {8192};
             KvoIIRMemG723 zero = {};
             int16_t hist[kPitchMax + kSub] = {};
-            weighted_synthesis(a, w, imp, 4096, zero, hist + kPitchMax);
+            weighted_synthesis(a, w, imp, zero, hist + kPitchMax);
             harmonic(hist, pwLag[i], pwGain[i], h);
         }
         // Ringing of the previous subframes, removed from the target.
@@ -683,7 +676,7 @@ bool encode_frame(Encoder& e, const int16_t* in, uint8_t* out) {
             KvoIIRMemG723 mem = e.ring;
             int16_t hist[kPitchMax + kSub];
             std::memcpy(hist, e.prevErr, sizeof e.prevErr);
-            weighted_synthesis(a, w, zeroIn, 4096, mem, hist + kPitchMax);
+            weighted_synthesis(a, w, zeroIn, mem, hist + kPitchMax);
             kvosHarmonicNoiseSubtract_G723_16s_I(pwGain[i], pwLag[i], hist + kPitchMax, tv);
         }
         // Adaptive codebook.
@@ -708,7 +701,7 @@ bool encode_frame(Encoder& e, const int16_t* in, uint8_t* out) {
         for (int n = 0; n < kSub; ++n) {
             int32_t acc = (int32_t{tv[n]} << 16) >> 2;
             for (int j = 0; j <= n; ++j) acc = L_msu(acc, acb[j], h[n - j]);
-            tv[n] = round16(sat32(int64_t{acc} * 4));
+            tv[n] = round16(sat32(int64_t{acc} << 2));
         }
 
         // Fixed codebook.
@@ -726,9 +719,9 @@ bool encode_frame(Encoder& e, const int16_t* in, uint8_t* out) {
                 for (int n = t0; n < kSub; ++n) h2[n] = add(h2[n], mult(h2[n - t0], g0));
             int32_t rr[416];
             int16_t dn[kSub], signs[4], pos[4], grid = 0, code[kSub];
-            kvosToeplizMatrix_G723_16s32s(h2, rr);
             kvosCrossCorr_NormM_16s(h2, tv, kSub, dn);
             if (i == 0) budget = 120;
+            kvosToeplizMatrix_G723_16s32s(h2, rr);
             kvosACELPFixedCodebookSearch_G723_32s16s(dn, rr, signs, pos, &grid, code, &budget);
             int16_t y[kSub] = {};
             s.ppos = 0;
@@ -753,7 +746,7 @@ bool encode_frame(Encoder& e, const int16_t* in, uint8_t* out) {
         std::memcpy(e.prevExc + kPitchMax - kSub, exc, sizeof exc);
         update_error(e, olp, s.acLg, s.acGn);
         std::memmove(e.prevErr, e.prevErr + kSub, sizeof(int16_t) * (kPitchMax - kSub));
-        weighted_synthesis(a, w, exc, 4096, e.ring, e.prevErr + kPitchMax - kSub);
+        weighted_synthesis(a, w, exc, e.ring, e.prevErr + kPitchMax - kSub);
     }
     pack(f, out);
     return true;
@@ -898,11 +891,11 @@ VerifyRow run_decoder_set(const std::string& dir, const DecSet& s) {
 
 std::vector<VerifyRow> g723_verify(const std::string& dir) {
     static const EncSet enc[] = {
-        {"CODEC63 (encoder)", "CODEC63.TIN", "CODEC63.RCO", kRate63, false},
-        {"INEQC53 (encoder)", "INEQC53.TIN", "INEQC53.RCO", kRate53, false},
+        {"CODEC63 (encoder)", "CODEC63.TIN", "CODEC63.RCO", kRate63, true},
+        {"INEQC53 (encoder)", "INEQC53.TIN", "INEQC53.RCO", kRate53, true},
         {"OVERC53H (encoder)", "OVERC53H.TIN", "OVERC53H.RCO", kRate53, true},
-        {"OVERC63 (encoder)", "OVERC63.TIN", "OVERC63.RCO", kRate63, false},
-        {"PATHC53 (encoder)", "PATHC53.TIN", "PATHC53.RCO", kRate53, false},
+        {"OVERC63 (encoder)", "OVERC63.TIN", "OVERC63.RCO", kRate63, true},
+        {"PATHC53 (encoder)", "PATHC53.TIN", "PATHC53.RCO", kRate53, true},
         {"PATHC63H (encoder)", "PATHC63H.TIN", "PATHC63H.RCO", kRate63, true},
     };
     static const DecSet dec[] = {
