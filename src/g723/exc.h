@@ -22,8 +22,8 @@ constexpr int kLowRows = 170;    // the other table
 constexpr int kMatrixLen = 416;  // ACELP correlation matrix
 
 // Multipulse amplitude levels.
-inline constexpr Kvo16s GainDBLvls[24] = {1,   2,   3,   4,   6,   9,    13,   18,
-                                          26,  38,  55,  80,  115, 166,  240,  348,
+inline constexpr Kvo16s GainDBLvls[24] = {1,   2,   3,    4,    6,    9,    13,   18,
+                                          26,  38,  55,   80,   115,  166,  240,  348,
                                           502, 726, 1050, 1517, 2193, 3170, 4582, 6623};
 // Pulses of the multipulse code by subframe.
 inline constexpr Kvo16s PulsesPerSbfr[4] = {6, 5, 6, 5};
@@ -61,7 +61,6 @@ void kvosPitchPredictor_G723_16s_(const Kvo16s* pDelayed, const Kvo16s* pImpulse
                                   Kvo16s (*pDst)[g723::kSubframe]);
 
 // Five-tap adaptive vector of 60 samples from the delayed vector and a gain row.
-void kvosAdaptiveCodebookDecode_G723_16s_(const Kvo16s* pDelayed, const Kvo16s* pRow,
-                                          Kvo16s* pDst);
+void kvosAdaptiveCodebookDecode_G723_16s_(const Kvo16s* pDelayed, const Kvo16s* pRow, Kvo16s* pDst);
 
 }  // namespace kvo

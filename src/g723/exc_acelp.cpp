@@ -101,7 +101,8 @@ void acelp_search(const Kvo16s* pCorr, Kvo32s* mtx, Kvo16s* pDstSigns, Kvo16s* p
     for (int g = 0; g < 2; ++g) {
         const Kvo16s mx = sat16(Kvo32s{sat16(Kvo32s{lane[g]} + lane[g + 2])} + lane[g + 4]);
         Kvo32s sum = 0;
-        for (int r = 0; r < 8; ++r) sum += Kvo32s{c[8 * r + g]} + c[8 * r + g + 2] + c[8 * r + g + 4];
+        for (int r = 0; r < 8; ++r)
+            sum += Kvo32s{c[8 * r + g]} + c[8 * r + g + 2] + c[8 * r + g + 4];
         const Kvo16s mean = lo16(sum >> 3);
         const Kvo16s t = sat16(Kvo32s{mean} + (Kvo32s{sat16(Kvo32s{mx} - mean)} >> 1));
         if (g == 0 || t > thr) thr = t;
@@ -141,15 +142,14 @@ void acelp_search(const Kvo16s* pCorr, Kvo32s* mtx, Kvo16s* pDstSigns, Kvo16s* p
                 const int g = po > pe ? 1 : 0;
                 const Kvo16s ps = g ? po : pe;
                 if (ps <= thr) continue;
-                const Kvo32s a =
-                    a1 + (r22[i2] >> 15) + 2 * (r02[8 * i0 + i2] + r12[8 * i1 + i2]);
+                const Kvo32s a = a1 + (r22[i2] >> 15) + 2 * (r02[8 * i0 + i2] + r12[8 * i1 + i2]);
                 for (int i3 = 0; i3 < 8; ++i3) {
                     const Kvo16s p = sat16(Kvo32s{ps} + c[8 * i3 + 6 + g]);
                     const Kvo32s sq = p == -32768 ? 32767 : (Kvo32s{p} * p) >> 15;
-                    const Kvo32s alp = lo16(
-                        ((r33[i3] >> 15) + a +
-                         2 * (r03[8 * i0 + i3] + r13[8 * i1 + i3] + r23[8 * i2 + i3])) >>
-                        4);
+                    const Kvo32s alp =
+                        lo16(((r33[i3] >> 15) + a +
+                              2 * (r03[8 * i0 + i3] + r13[8 * i1 + i3] + r23[8 * i2 + i3])) >>
+                             4);
                     if (Kvo64s{sq} * bestAlp > Kvo64s{bestSq} * alp) {
                         bestSq = sq;
                         bestAlp = alp;
@@ -199,8 +199,7 @@ KvoStatus kvosACELPFixedCodebookSearch_G723_32s16s(const Kvo16s* pCorr, Kvo32s* 
                                                    Kvo16s* pDstSigns, Kvo16s* pDstPositions,
                                                    Kvo16s* pDstGrid, Kvo16s* pCode,
                                                    Kvo16s* pSearchBudget) {
-    if (!pCorr || !pMatrix || !pDstSigns || !pDstPositions || !pDstGrid || !pCode ||
-        !pSearchBudget)
+    if (!pCorr || !pMatrix || !pDstSigns || !pDstPositions || !pDstGrid || !pCode || !pSearchBudget)
         return kvoErrNullPtr;
     acelp_search(pCorr, pMatrix, pDstSigns, pDstPositions, pDstGrid, pCode, pSearchBudget);
     return kvoOk;
@@ -210,8 +209,7 @@ KvoStatus kvosACELPFixedCodebookSearch_G723_16s(const Kvo16s* pCorr, const Kvo16
                                                 Kvo16s* pDstSigns, Kvo16s* pDstPositions,
                                                 Kvo16s* pDstGrid, Kvo16s* pCode,
                                                 Kvo16s* pSearchBudget) {
-    if (!pCorr || !pMatrix || !pDstSigns || !pDstPositions || !pDstGrid || !pCode ||
-        !pSearchBudget)
+    if (!pCorr || !pMatrix || !pDstSigns || !pDstPositions || !pDstGrid || !pCode || !pSearchBudget)
         return kvoErrNullPtr;
     Kvo32s m[kMatrixLen];
     for (int i = 0; i < kMatrixLen; ++i) m[i] = Kvo32s{pMatrix[i]} * 32768;

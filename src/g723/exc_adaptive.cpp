@@ -40,10 +40,29 @@ void kvosExcitationDelay_G723_16s_(const Kvo16s* pHistory, int lag, Kvo16s* pDst
 void kvosPitchPredictor_G723_16s_(const Kvo16s* pDelayed, const Kvo16s* pImpulse,
                                   Kvo16s (*pDst)[kSubframe]) {
     const Kvo16s* e4 = pDelayed + 4;
+    // The convolution in 32 bits when no sum can leave that range (the usual
+    // case), otherwise in 64 bits; both are exact.
+    Kvo32s maxE = 0, sumH = 0;
     for (int i = 0; i < kSubframe; ++i) {
-        Kvo64s s = 0;
-        for (int j = 0; j <= i; ++j) s += Kvo32s{e4[j]} * pImpulse[i - j];
-        pDst[4][i] = sat16((s + 16384) >> 15);
+        const Kvo32s a = e4[i] < 0 ? -Kvo32s{e4[i]} : e4[i];
+        if (a > maxE) maxE = a;
+        sumH += pImpulse[i] < 0 ? -Kvo32s{pImpulse[i]} : pImpulse[i];
+    }
+    if (Kvo64s{maxE} * sumH < 0x3fffc000) {
+        Kvo32s acc[kSubframe] = {};
+        for (int j = 0; j < kSubframe; ++j) {
+            const Kvo32s ej = e4[j];
+            const Kvo16s* hj = pImpulse - j;
+            for (int i = j; i < kSubframe; ++i) acc[i] += ej * hj[i];
+        }
+        for (int i = 0; i < kSubframe; ++i) pDst[4][i] = sat16((acc[i] + 16384) >> 15);
+    } else {
+        Kvo64s acc[kSubframe] = {};
+        for (int j = 0; j < kSubframe; ++j) {
+            const Kvo32s ej = e4[j];
+            for (int i = j; i < kSubframe; ++i) acc[i] += ej * pImpulse[i - j];
+        }
+        for (int i = 0; i < kSubframe; ++i) pDst[4][i] = sat16((acc[i] + 16384) >> 15);
     }
     for (int t = 3; t >= 0; --t) {
         const Kvo32s et = pDelayed[t];
@@ -87,7 +106,9 @@ void error_test_sizes(int lag, int odd, const Kvo32s* err, Kvo16s sine, int* n85
     *n170 = 8 * t + 93 < kLowRows ? 8 * t + 93 : kLowRows;
 }
 
-Kvo64s dot60(const Kvo16s* a, const Kvo16s* b) { return corrDotExact(a, b, kSubframe); }
+Kvo64s dot60(const Kvo16s* a, const Kvo16s* b) {
+    return corrDotExact(a, b, kSubframe);
+}
 
 }  // namespace
 
@@ -137,7 +158,8 @@ KvoStatus kvosAdaptiveCodebookSearch_G723(Kvo16s pitchLag, const Kvo16s* pTarget
     for (int k = 0; k < n; ++k) {
         bool low = true;
         if (rate == 4) low = (lag + odd - 59 >= 0) || (!odd && lag - 59 + k >= 0);
-        const Kvo16s(*table)[kRowLen] = low ? tab::AdCdbkGainTblLowRate : tab::AdCdbkGainTblHighRate;
+        const Kvo16s(*table)[kRowLen] =
+            low ? tab::AdCdbkGainTblLowRate : tab::AdCdbkGainTblHighRate;
         const int rows = low ? n170 : n85;
         const Kvo16s* v = scaled + k * kRowLen;
         for (int r = 0; r < rows; ++r) {

@@ -66,6 +66,9 @@ void gain_quant(const Kvo16s* h, const Kvo16s* x, Kvo16s* pPos, Kvo16s* pAmp, Kv
     Kvo16s rh[30];
     Kvo32s xn = 0;
     kvosAutoCorr_NormE_Step_NR_16s_(h2, kSubframe, 2, rh, 30, &xn);
+    // rh mirrored: rhm[29 + d] = rh[|d|].
+    Kvo32s rhm[59];
+    for (int d = 0; d < 30; ++d) rhm[29 + d] = rhm[29 - d] = rh[d];
     Kvo32s c[kSubframe];
     impl::kvosCrossCorr_16s32s_Sfs(h, x, kSubframe, c, 3 - xn);
 
@@ -87,13 +90,15 @@ void gain_quant(const Kvo16s* h, const Kvo16s* x, Kvo16s* pPos, Kvo16s* pAmp, Kv
             amp[0] = w[first] < 0 ? static_cast<Kvo16s>(-G) : G;
             used[first] = true;
             for (int k = 1; k < np; ++k) {
+                // Take out the previous pulse (the values at taken positions
+                // are never read again, so every position is updated).
+                const Kvo32s* r = rhm + 29 - idx[k - 1];
+                const Kvo64s t = 2 * Kvo64s{amp[k - 1]};
+                for (int m = 0; m < 30; ++m) w[m] = sat32(Kvo64s{w[m]} - t * r[m]);
                 Kvo32s mx = INT32_MIN;
                 int at = 0;
                 for (int m = 0; m < 30; ++m) {
-                    if (used[m]) continue;
-                    const int dist = idx[k - 1] > m ? idx[k - 1] - m : m - idx[k - 1];
-                    w[m] = Sub_32s(w[m], FMul_16s32s(amp[k - 1], rh[dist]));
-                    const Kvo32s mag = Abs_32s(w[m]);
+                    const Kvo32s mag = used[m] ? -1 : Abs_32s(w[m]);
                     if (mag > mx) {
                         mx = mag;
                         at = m;
@@ -104,14 +109,16 @@ void gain_quant(const Kvo16s* h, const Kvo16s* x, Kvo16s* pPos, Kvo16s* pAmp, Kv
                 used[at] = true;
             }
             // Filtered code vector and criterion.
-            Kvo16s code[kSubframe] = {};
-            for (int k = 0; k < np; ++k) code[2 * idx[k] + g] = amp[k];
+            // At most 6 x 6623 x 32768 in magnitude: 32 bits hold the sums.
+            Kvo32s acc[kSubframe] = {};
+            for (int k = 0; k < np; ++k) {
+                const int p = 2 * idx[k] + g;
+                const Kvo32s ak = amp[k];
+                for (int i = p; i < kSubframe; ++i) acc[i] += ak * h[i - p];
+            }
             Kvo32s e = 0;
             for (int i = 0; i < kSubframe; ++i) {
-                Kvo64s s = 0;
-                for (int j = 0; j <= i; ++j)
-                    if (code[j]) s += Kvo32s{code[j]} * h[i - j];
-                const Kvo32s y = sat16(s >> 13);
+                const Kvo32s y = sat16(acc[i] >> 13);
                 e = Add_32s(e, sat32(2 * Kvo64s{x[i]} * y));
                 e = Sub_32s(e, y * y);
             }
@@ -134,23 +141,23 @@ void gain_quant(const Kvo16s* h, const Kvo16s* x, Kvo16s* pPos, Kvo16s* pAmp, Kv
 namespace impl {
 
 KvoStatus kvosGainQuant_G723_16s(const Kvo16s* pImpulse, const Kvo16s* pTarget,
-                                 Kvo16s* pDstPositions, Kvo16s* pDstAmplitudes,
-                                 Kvo32s* pMaxError, Kvo16s* pDstGrid, Kvo16s* pDstAmpIndex,
-                                 Kvo32s pulses, Kvo32s* pImproved) {
+                                 Kvo16s* pDstPositions, Kvo16s* pDstAmplitudes, Kvo32s* pMaxError,
+                                 Kvo16s* pDstGrid, Kvo16s* pDstAmpIndex, Kvo32s pulses,
+                                 Kvo32s* pImproved) {
     if (!pImpulse || !pTarget || !pDstPositions || !pDstAmplitudes || !pMaxError || !pDstGrid ||
         !pDstAmpIndex || !pImproved)
         return kvoErrNullPtr;
     if (pulses != 5 && pulses != 6) return kvoErrBadArg;
-    gain_quant(pImpulse, pTarget, pDstPositions, pDstAmplitudes, pMaxError, pDstGrid,
-               pDstAmpIndex, pulses, pImproved);
+    gain_quant(pImpulse, pTarget, pDstPositions, pDstAmplitudes, pMaxError, pDstGrid, pDstAmpIndex,
+               pulses, pImproved);
     return kvoOk;
 }
 
 KvoStatus kvosMPMLQFixedCodebookSearch_G723(Kvo16s pitchLag, const Kvo16s* pImpulse,
-                                            const Kvo16s* pTarget, Kvo16s* pCode,
-                                            Kvo16s* pDstGrid, Kvo16s* pDstTrainFlag,
-                                            Kvo16s* pDstAmpIndex, Kvo16s* pDstSignMask,
-                                            Kvo32s* pDstPosition, Kvo16s subframe) {
+                                            const Kvo16s* pTarget, Kvo16s* pCode, Kvo16s* pDstGrid,
+                                            Kvo16s* pDstTrainFlag, Kvo16s* pDstAmpIndex,
+                                            Kvo16s* pDstSignMask, Kvo32s* pDstPosition,
+                                            Kvo16s subframe) {
     if (!pImpulse || !pTarget || !pCode || !pDstGrid || !pDstTrainFlag || !pDstAmpIndex ||
         !pDstSignMask || !pDstPosition)
         return kvoErrNullPtr;
@@ -158,7 +165,10 @@ KvoStatus kvosMPMLQFixedCodebookSearch_G723(Kvo16s pitchLag, const Kvo16s* pImpu
 
     const int np = PulsesPerSbfr[subframe];
     Kvo32s maxError = kErrorStart;
-    Kvo16s pos[6] = {}, amp[6] = {}, grid = 0, ampIndex = 0;
+    // Should no candidate score above the start (only saturating data can do
+    // that), the code keeps the first slots of grid 0 at the lowest level, so
+    // that the packed parameters still describe it.
+    Kvo16s pos[6] = {0, 2, 4, 6, 8, 10}, amp[6] = {1, 1, 1, 1, 1, 1}, grid = 0, ampIndex = 0;
     Kvo32s improved = 0;
     gain_quant(pImpulse, pTarget, pos, amp, &maxError, &grid, &ampIndex, np, &improved);
     Kvo16s train = 0;

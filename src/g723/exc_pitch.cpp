@@ -56,7 +56,9 @@ NormCross norm_cross_pos(Kvo32s cross, Kvo32s energy) {
 }
 
 // Rounded upper 16 bits of v << norm.
-inline Kvo32s upper(Kvo32s v, int norm) { return round16(shl_wrap(v, norm)); }
+inline Kvo32s upper(Kvo32s v, int norm) {
+    return round16(shl_wrap(v, norm));
+}
 
 }  // namespace
 
@@ -138,7 +140,8 @@ KvoStatus kvosHarmonicSearch_G723_16s(Kvo16s pitchLag, const Kvo16s* pSrc, Kvo16
             if (bestEnergy <= bestCross)
                 gain = 10240;
             else
-                gain = static_cast<Kvo16s>((((bestCross << 15) / bestEnergy) * 10240 + 16384) >> 15);
+                gain =
+                    static_cast<Kvo16s>((((bestCross << 15) / bestEnergy) * 10240 + 16384) >> 15);
         }
     }
     *pDstGain = gain;

@@ -193,8 +193,7 @@ TEST(G723Acelp, SixteenBitMatrixGivesTheSameSearchAndFoldsSigns) {
         EXPECT_EQ(std::memcmp(&a, &b, sizeof a), 0);
         // Returned matrix: diagonal untouched, the rest shifted and signed by pairs.
         int sign[32];
-        for (int j = 0; j < 32; ++j)
-            sign[j] = j < 30 && c[2 * j] + c[2 * j + 1] < 0 ? -1 : 1;
+        for (int j = 0; j < 32; ++j) sign[j] = j < 30 && c[2 * j] + c[2 * j + 1] < 0 ? -1 : 1;
         for (int k = 0; k < 416; ++k) {
             int p, q;
             positions_of(k, &p, &q);

@@ -157,8 +157,8 @@ TEST_P(G723AdaptiveSearch, ChoiceIsNearOptimalAndWithinTheAllowedRows) {
         std::vector<int32_t> err(5, sc.err);
         int16_t d = -1, g = -1;
         ASSERT_EQ(kvosAdaptiveCodebookSearch_G723(int16_t(centre), x.data(), h.data(), hist.h(),
-                                                  err.data(), &d, &g, int16_t(sc.subframe),
-                                                  sc.sine, sc.rate),
+                                                  err.data(), &d, &g, int16_t(sc.subframe), sc.sine,
+                                                  sc.rate),
                   kvoOk);
         const Model m = model_search(hist.h(), x, h, centre, odd, sc.rate, sc.n85, sc.n170);
         double best = -1e300;
@@ -183,8 +183,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(SearchCase{0, 4, 0, 0, 85, 170}, SearchCase{1, 4, 0, 0, 85, 170},
                       SearchCase{2, 2, 0, 0, 85, 170}, SearchCase{3, 2, 0, 0, 85, 170},
                       // a large recent error or a sine restricts the tables
-                      SearchCase{0, 4, 0x40000001, 0, 51, 93},
-                      SearchCase{1, 2, 0, -1, 51, 93},
+                      SearchCase{0, 4, 0x40000001, 0, 51, 93}, SearchCase{1, 2, 0, -1, 51, 93},
                       // (0x40000000 - 0x3f000000) >> 23 = 2: 59 and 109 rows
                       SearchCase{2, 4, 0x3f000000, 0, 59, 109}));
 

@@ -16,7 +16,9 @@ TEST(G723ExcArgs, PitchSearches) {
         BadArgs t("kvosOpenLoopPitchSearch_G723_16s");
         auto src = t.in<Kvo16s>("pSrc", 120, {}, 142);
         auto lag = t.out<Kvo16s>("pDstLag", 1);
-        t.run([&](const BadArgs::Call& c) { return kvosOpenLoopPitchSearch_G723_16s(c(src), c(lag)); });
+        t.run([&](const BadArgs::Call& c) {
+            return kvosOpenLoopPitchSearch_G723_16s(c(src), c(lag));
+        });
     }
     {
         BadArgs t("kvosHarmonicSearch_G723_16s");
@@ -51,9 +53,11 @@ TEST(G723ExcArgs, AdaptiveCodebook) {
     }
     {
         BadArgs t("kvosDecodeAdaptiveVector_G723_16s");
-        auto pl = t.value<Kvo16s>("pitchLag", 143, {{17, kvoErrOutOfRange}, {144, kvoErrOutOfRange}});
+        auto pl =
+            t.value<Kvo16s>("pitchLag", 143, {{17, kvoErrOutOfRange}, {144, kvoErrOutOfRange}});
         auto ld = t.value<Kvo16s>("lagDelta", 3, {{-1, kvoErrOutOfRange}, {4, kvoErrOutOfRange}});
-        auto gi = t.value<Kvo16s>("gainIndex", 169, {{-1, kvoErrOutOfRange}, {170, kvoErrOutOfRange}});
+        auto gi =
+            t.value<Kvo16s>("gainIndex", 169, {{-1, kvoErrOutOfRange}, {170, kvoErrOutOfRange}});
         auto ex = t.in<Kvo16s>("pPrevExcitation", 145, {}, 2);
         auto dst = t.out<Kvo16s>("pDst", 60);
         auto rate = t.value<KvoSpeechRate>("rate", 2, {{4 + 1, kvoErrRange}, {6, kvoErrRange}});

@@ -27,7 +27,9 @@ inline std::vector<int64_t> delayed(const int16_t* hist145, int lag) {
     return e;
 }
 
-inline int16_t clamp16(int64_t v) { return int16_t(v > 32767 ? 32767 : (v < -32768 ? -32768 : v)); }
+inline int16_t clamp16(int64_t v) {
+    return int16_t(v > 32767 ? 32767 : (v < -32768 ? -32768 : v));
+}
 inline int32_t clamp32(int64_t v) {
     return int32_t(v > INT32_MAX ? INT32_MAX : (v < INT32_MIN ? INT32_MIN : v));
 }

@@ -14,7 +14,7 @@ using namespace g723test;
 
 namespace {
 
-const int16_t kLevels[24] = {1,   2,   3,   4,   6,   9,    13,   18,   26,   38,   55,   80,
+const int16_t kLevels[24] = {1,   2,   3,   4,   6,   9,   13,   18,   26,   38,   55,   80,
                              115, 166, 240, 348, 502, 726, 1050, 1517, 2193, 3170, 4582, 6623};
 
 int64_t choose(int n, int k) {
@@ -55,10 +55,10 @@ struct Result {
 
 Result run(int lag, const std::vector<int16_t>& h, const std::vector<int16_t>& x, int sf) {
     Result r;
-    EXPECT_EQ(kvosMPMLQFixedCodebookSearch_G723(int16_t(lag), h.data(), x.data(), r.code.data(),
-                                                &r.grid, &r.train, &r.amp, &r.mask, &r.pos,
-                                                int16_t(sf)),
-              kvoOk);
+    EXPECT_EQ(
+        kvosMPMLQFixedCodebookSearch_G723(int16_t(lag), h.data(), x.data(), r.code.data(), &r.grid,
+                                          &r.train, &r.amp, &r.mask, &r.pos, int16_t(sf)),
+        kvoOk);
     return r;
 }
 
@@ -88,7 +88,8 @@ TEST(G723Mpmlq, PackedParametersReproduceTheCode) {
         if (r.train) {
             ++trains;
             for (int i = 0; i < 60; ++i)
-                for (int m = lag; m <= i; m += lag) want[i] = clamp16(int64_t(want[i]) + base[i - m]);
+                for (int m = lag; m <= i; m += lag)
+                    want[i] = clamp16(int64_t(want[i]) + base[i - m]);
         }
         EXPECT_EQ(r.code, want);
     }
@@ -129,9 +130,9 @@ TEST(G723Mpmlq, GainQuantKeepsTheBestRecord) {
         const int np = 5 + t % 2;
         int16_t pos[6] = {}, amp[6] = {}, grid = -1, ai = -1;
         int32_t best = INT32_MIN, improved = -1;
-        ASSERT_EQ(kvosGainQuant_G723_16s(h.data(), x.data(), pos, amp, &best, &grid, &ai, np,
-                                         &improved),
-                  kvoOk);
+        ASSERT_EQ(
+            kvosGainQuant_G723_16s(h.data(), x.data(), pos, amp, &best, &grid, &ai, np, &improved),
+            kvoOk);
         ASSERT_EQ(improved, 1);
         // The record's criterion is 2 x.y - y.y of its own pulses.
         int64_t e = 0;
