@@ -46,6 +46,8 @@ using namespace kvo::tab;
 
 constexpr int kFrame = 240, kSub = 60, kOrder = 10, kPitchMax = 145, kLpcFrame = 180;
 constexpr KvoSpeechRate kRate53 = 2, kRate63 = 4;
+// Lags of 144 and more read up to four samples before the 145 of the history.
+constexpr int kOlder = 4;
 
 // Fixed-codebook gain levels of the Recommendation (24 values).
 constexpr int16_t kFcbkGain[24] = {1,   2,   3,   4,    6,    9,    13,   18,   26,   38,   55,   80,
@@ -193,6 +195,11 @@ FrameParams unpack(const uint8_t* in, int n) {
     f.olp[1] = static_cast<int16_t>(r.get(7) + 18);
     f.sub[3].acLg = static_cast<int16_t>(r.get(2));
     f.sub[0].acLg = f.sub[2].acLg = 1;
+    // Lag codes above 142 are not used by the encoder: such a frame is treated as erased.
+    if (f.olp[0] > kPitchMax - 3 || f.olp[1] > kPitchMax - 3) {
+        f.bad = true;
+        return f;
+    }
     for (int i = 0; i < 4; ++i) {
         int32_t g = static_cast<int32_t>(r.get(12));
         int bound = 170;
@@ -293,7 +300,7 @@ void fixed_vector(const SubParams& s, int16_t olp, int sf, bool hi, int16_t* v) 
 struct Decoder {
     bool postfilter = true;
     int16_t prevLsp[10];
-    int16_t prevExc[kPitchMax] = {};
+    int16_t prevExc[kOlder + kPitchMax] = {};  // four older samples for the longest lags
     int16_t synMem[10] = {};
     KvoIIRMemG723 postMem = {};
     int32_t postLast = 0;
@@ -368,6 +375,9 @@ void formant_postfilter(Decoder& d, const int16_t* lpc, int16_t* v) {
     kvosIIR16s_G723_16s32s(coef, v, y + 1, &d.postMem);
     d.postLast = y[kSub];
     kvosTiltCompensation_G723_32s16s(tilt, y, v);
+#ifdef G723_TRACE2
+    G723_TRACE2(sen, v, d.gain);
+#endif
     kvosGainControl_G723_16s_I(sen, v, &d.gain);
 }
 
@@ -390,8 +400,9 @@ bool decode_frame(Decoder& d, const FrameParams& f, bool erased, int16_t* out) {
     else
         d.interGain = mult_r(d.interGain, 0x6000);
 
-    int16_t buf[kPitchMax + kFrame];
-    std::memcpy(buf, d.prevExc, sizeof d.prevExc);
+    int16_t full[kOlder + kPitchMax + kFrame];
+    int16_t* const buf = full + kOlder;
+    std::memcpy(full, d.prevExc, sizeof d.prevExc);
     if (d.ecount == 0) {
         for (int i = 0; i < 4; ++i) {
             int16_t* e = buf + kPitchMax + kSub * i;
@@ -408,7 +419,7 @@ bool decode_frame(Decoder& d, const FrameParams& f, bool erased, int16_t* out) {
         }
         std::memcpy(out, buf + kPitchMax, sizeof(int16_t) * kFrame);
         int16_t norm[kPitchMax + kFrame];
-        std::memcpy(norm, buf, sizeof norm);
+        std::memcpy(norm, buf, sizeof(int16_t) * (kPitchMax + kFrame));
         d.interIndx = voicing_lag(norm, f.olp[1]);
         if (d.postfilter) {
             int16_t delay[4], pg[4], ps[4];
@@ -427,18 +438,22 @@ bool decode_frame(Decoder& d, const FrameParams& f, bool erased, int16_t* out) {
         }
     } else if (d.ecount >= 3) {
         std::memset(out, 0, sizeof(int16_t) * kFrame);
-        std::memset(buf, 0, sizeof buf);
+        std::memset(full, 0, sizeof full);
     } else if (d.interIndx != 0) {
+        // The periodic extension, attenuated by 3/4, is also the new history.
         for (int i = 0; i < kFrame; ++i) buf[kPitchMax + i] = buf[kPitchMax - d.interIndx + i];
-        for (int i = 0; i < kFrame; ++i) out[i] = mult(buf[kPitchMax + i], 0x6000);
+        for (int i = 0; i < kFrame; ++i) {
+            buf[kPitchMax + i] = mult(buf[kPitchMax + i], 0x6000);
+            out[i] = buf[kPitchMax + i];
+        }
     } else {
         for (int i = 0; i < kFrame; ++i) {
             d.seed = static_cast<int16_t>((int32_t{static_cast<uint16_t>(d.seed)} * 521 + 259) & 0xffff);
             out[i] = mult(d.interGain, d.seed);
         }
-        std::memset(buf, 0, sizeof buf);
+        std::memset(full, 0, sizeof full);
     }
-    std::memcpy(d.prevExc, buf + kFrame, sizeof d.prevExc);
+    std::memcpy(d.prevExc, full + kFrame, sizeof d.prevExc);
     d.pastActive = true;
 
     for (int i = 0; i < 4; ++i) {
@@ -498,11 +513,14 @@ struct Encoder {
     int16_t sinDet = 0;
     KvoIIRMemG723 wght = {};
     int16_t prevWgt[kPitchMax] = {};
-    int16_t prevExc[kPitchMax] = {};
+    int16_t excHist[kOlder + kPitchMax] = {};
+    int16_t* prevExc = excHist + kOlder;
     int16_t prevErr[kPitchMax] = {};
     KvoIIRMemG723 ring = {};
     int32_t err[5] = {4, 4, 4, 4, 4};
     Encoder() { std::memcpy(prevLsp, kLsfMean, sizeof prevLsp); }
+    Encoder(const Encoder&) = delete;
+    Encoder& operator=(const Encoder&) = delete;
 };
 
 // Weighted synthesis chain 1/A(z) W(z) of one subframe: synthesis to 32-bit
@@ -742,7 +760,7 @@ bool encode_frame(Encoder& e, const int16_t* in, uint8_t* out) {
         // Excitation and memories.
         int16_t exc[kSub];
         for (int n = 0; n < kSub; ++n) exc[n] = add(shl1(fixed[n]), acb[n]);
-        std::memmove(e.prevExc, e.prevExc + kSub, sizeof(int16_t) * (kPitchMax - kSub));
+        std::memmove(e.excHist, e.excHist + kSub, sizeof(int16_t) * (kOlder + kPitchMax - kSub));
         std::memcpy(e.prevExc + kPitchMax - kSub, exc, sizeof exc);
         update_error(e, olp, s.acLg, s.acGn);
         std::memmove(e.prevErr, e.prevErr + kSub, sizeof(int16_t) * (kPitchMax - kSub));
