@@ -362,22 +362,18 @@ void formant_postfilter(Decoder& d, const int16_t* lpc, int16_t* v) {
     const int32_t num = a0 < 0 ? (a0 == INT32_MIN ? INT32_MAX : -a0) : a0;
     int16_t k = den > 0 ? div_l(num, den) : 0;
     if (a0 < 0) k = static_cast<int16_t>(-k);
-    d.park = add(mult_r(d.park, 0x6000), mult_r(k, 0x2000));
+    // 3/4 of the old value plus 1/4 of the new one, rounded once.
+    d.park = round16(L_mac(sat32(2 * int64_t{d.park} * 0x6000), k, 0x2000));
     const int16_t tilt = static_cast<int16_t>(mult(d.park, -16384) & 0xfffc);
-    // Input energy for the gain control.
-    int32_t sen = 0;
-    for (int i = 0; i < kSub; ++i) {
-        const int16_t s = static_cast<int16_t>(v[i] >> 2);
-        sen = L_mac(sen, s, s);
-    }
+    // Input energy for the gain control, from the normalised vector's energy
+    // brought back to the scale of the gain control's (x >> 2)^2 sums.
+    const int sh = 2 * sc + 4;
+    const int32_t sen = sh >= 0 ? (sh > 31 ? 0 : a1 >> sh) : sat32(int64_t{a1} << -sh);
     int32_t y[kSub + 1];
     y[0] = d.postLast;
     kvosIIR16s_G723_16s32s(coef, v, y + 1, &d.postMem);
     d.postLast = y[kSub];
     kvosTiltCompensation_G723_32s16s(tilt, y, v);
-#ifdef G723_TRACE2
-    G723_TRACE2(sen, v, d.gain);
-#endif
     kvosGainControl_G723_16s_I(sen, v, &d.gain);
 }
 
