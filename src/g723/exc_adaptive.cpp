@@ -13,6 +13,8 @@
 // In even subframes the centre lag 18 is searched as 19 and lags above 140 as
 // 140, as the reference encoder clamps them; the coded lag is that centre - 1
 // plus the returned index.  The error buffer holds five values.
+#include <emmintrin.h>
+
 #include <cstring>
 
 #include "frame/impl.h"
@@ -66,9 +68,11 @@ void kvosPitchPredictor_G723_16s_(const Kvo16s* pDelayed, const Kvo16s* pImpulse
     }
     for (int t = 3; t >= 0; --t) {
         const Kvo32s et = pDelayed[t];
-        pDst[t][0] = static_cast<Kvo16s>((et * 8192 + 16384) >> 15);
+        const Kvo16s* __restrict prev = pDst[t + 1];
+        Kvo16s* __restrict cur = pDst[t];
+        cur[0] = static_cast<Kvo16s>((et * 8192 + 16384) >> 15);
         for (int i = 1; i < kSubframe; ++i)
-            pDst[t][i] = sat16(Kvo32s{pDst[t + 1][i - 1]} + ((et * pImpulse[i] + 16384) >> 15));
+            cur[i] = sat16(Kvo32s{prev[i - 1]} + ((et * pImpulse[i] + 16384) >> 15));
     }
 }
 
@@ -108,6 +112,39 @@ void error_test_sizes(int lag, int odd, const Kvo32s* err, Kvo16s sine, int* n85
 
 Kvo64s dot60(const Kvo16s* a, const Kvo16s* b) {
     return corrDotExact(a, b, kSubframe);
+}
+
+// Match values of `rows` gain rows against one 20-element vector, exact: the
+// vector is split into v = 256 vh + vl (vl in 0 .. 255), so that both partial
+// dot products stay far inside 32 bits and run as pair products (SSE2).
+void match_rows(const Kvo16s (*table)[kRowLen], int rows, const Kvo16s* v, Kvo32s* out) {
+    alignas(16) Kvo16s vh[24] = {}, vl[24] = {};
+    for (int j = 0; j < kRowLen; ++j) {
+        vh[j] = static_cast<Kvo16s>(v[j] >> 8);
+        vl[j] = static_cast<Kvo16s>(v[j] & 255);
+    }
+    const __m128i h0 = _mm_load_si128(reinterpret_cast<const __m128i*>(vh));
+    const __m128i h1 = _mm_load_si128(reinterpret_cast<const __m128i*>(vh + 8));
+    const __m128i h2 = _mm_load_si128(reinterpret_cast<const __m128i*>(vh + 16));
+    const __m128i l0 = _mm_load_si128(reinterpret_cast<const __m128i*>(vl));
+    const __m128i l1 = _mm_load_si128(reinterpret_cast<const __m128i*>(vl + 8));
+    const __m128i l2 = _mm_load_si128(reinterpret_cast<const __m128i*>(vl + 16));
+    for (int r = 0; r < rows; ++r) {
+        const Kvo16s* row = table[r];
+        const __m128i a0 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row));
+        const __m128i a1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + 8));
+        const __m128i a2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(row + 16));
+        __m128i sh = _mm_add_epi32(_mm_madd_epi16(a0, h0), _mm_madd_epi16(a1, h1));
+        __m128i sl = _mm_add_epi32(_mm_madd_epi16(a0, l0), _mm_madd_epi16(a1, l1));
+        sh = _mm_add_epi32(sh, _mm_madd_epi16(a2, h2));
+        sl = _mm_add_epi32(sl, _mm_madd_epi16(a2, l2));
+        // Horizontal sums of the four lanes.
+        sh = _mm_add_epi32(sh, _mm_shuffle_epi32(sh, 0x4e));
+        sl = _mm_add_epi32(sl, _mm_shuffle_epi32(sl, 0x4e));
+        sh = _mm_add_epi32(sh, _mm_shuffle_epi32(sh, 0xb1));
+        sl = _mm_add_epi32(sl, _mm_shuffle_epi32(sl, 0xb1));
+        out[r] = sat32(Kvo64s{_mm_cvtsi128_si32(sh)} * 256 + _mm_cvtsi128_si32(sl));
+    }
 }
 
 }  // namespace
@@ -161,13 +198,11 @@ KvoStatus kvosAdaptiveCodebookSearch_G723(Kvo16s pitchLag, const Kvo16s* pTarget
         const Kvo16s(*table)[kRowLen] =
             low ? tab::AdCdbkGainTblLowRate : tab::AdCdbkGainTblHighRate;
         const int rows = low ? n170 : n85;
-        const Kvo16s* v = scaled + k * kRowLen;
+        Kvo32s m[kLowRows];
+        match_rows(table, rows, scaled + k * kRowLen, m);
         for (int r = 0; r < rows; ++r) {
-            Kvo64s s = 0;
-            for (int j = 0; j < kRowLen; ++j) s += Kvo32s{table[r][j]} * v[j];
-            const Kvo32s m = sat32(s);
-            if (m > best) {
-                best = m;
+            if (m[r] > best) {
+                best = m[r];
                 bestLag = k;
                 bestGain = r;
             }

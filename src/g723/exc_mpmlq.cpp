@@ -50,6 +50,20 @@ int max_amplitude(const Kvo32s* w, Kvo16s rh0, int* pIndex) {
     return level - 1;
 }
 
+// w[m] = sat32(w[m] - 2 amp r[m]) for the 30 grid slots.  The product fits
+// 32 bits (at most 2 x 6623 x 32768); the saturating subtraction is written
+// branch-free so that it vectorises.
+void sub_pulse(Kvo32s* __restrict w, const Kvo16s* __restrict r, Kvo16s amp) {
+    for (int m = 0; m < 30; ++m) {
+        const Kvo32u a = static_cast<Kvo32u>(w[m]);
+        const Kvo32u b = static_cast<Kvo32u>(2 * (Kvo32s{amp} * r[m]));
+        const Kvo32u d = a - b;
+        const bool over = static_cast<Kvo32s>((a ^ b) & (a ^ d)) < 0;
+        const Kvo32u satv = static_cast<Kvo32u>((static_cast<Kvo32s>(a) >> 31) ^ INT32_MAX);
+        w[m] = static_cast<Kvo32s>(over ? satv : d);
+    }
+}
+
 // Adds the vector to itself at lag, 2 lag, ... below 60, saturating.
 void pulse_train(const Kvo16s* src, Kvo16s* dst, int lag) {
     Kvo16s tmp[kSubframe];
@@ -67,7 +81,7 @@ void gain_quant(const Kvo16s* h, const Kvo16s* x, Kvo16s* pPos, Kvo16s* pAmp, Kv
     Kvo32s xn = 0;
     kvosAutoCorr_NormE_Step_NR_16s_(h2, kSubframe, 2, rh, 30, &xn);
     // rh mirrored: rhm[29 + d] = rh[|d|].
-    Kvo32s rhm[59];
+    Kvo16s rhm[59];
     for (int d = 0; d < 30; ++d) rhm[29 + d] = rhm[29 - d] = rh[d];
     Kvo32s c[kSubframe];
     impl::kvosCrossCorr_16s32s_Sfs(h, x, kSubframe, c, 3 - xn);
@@ -92,9 +106,7 @@ void gain_quant(const Kvo16s* h, const Kvo16s* x, Kvo16s* pPos, Kvo16s* pAmp, Kv
             for (int k = 1; k < np; ++k) {
                 // Take out the previous pulse (the values at taken positions
                 // are never read again, so every position is updated).
-                const Kvo32s* r = rhm + 29 - idx[k - 1];
-                const Kvo64s t = 2 * Kvo64s{amp[k - 1]};
-                for (int m = 0; m < 30; ++m) w[m] = sat32(Kvo64s{w[m]} - t * r[m]);
+                sub_pulse(w, rhm + 29 - idx[k - 1], amp[k - 1]);
                 Kvo32s mx = INT32_MIN;
                 int at = 0;
                 for (int m = 0; m < 30; ++m) {

@@ -1,10 +1,9 @@
 // G.723.1 algebraic codebook: the correlation matrix against direct 64-bit
 // sums with the response scaling at its boundary, and the pulse search on
-// worked cases (isolated pulses, a silent fourth track, the search budget),
-// the two matrix forms against each other, and against an exact evaluation of
-// every pulse combination.
+// worked cases: isolated pulses, an empty fourth track, the search budget.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -103,8 +102,8 @@ struct SearchOut {
     int16_t budget;
 };
 
-SearchOut search32(const std::vector<int16_t>& corr, const std::vector<int16_t>& h, int16_t budget,
-                   std::vector<int32_t>* matrixOut = nullptr) {
+SearchOut search32(const std::vector<int16_t>& corr, const std::vector<int16_t>& h,
+                   int16_t budget) {
     std::vector<int32_t> m(416);
     kvosToeplizMatrix_G723_16s32s(h.data(), m.data());
     SearchOut o{};
@@ -112,7 +111,6 @@ SearchOut search32(const std::vector<int16_t>& corr, const std::vector<int16_t>&
     EXPECT_EQ(kvosACELPFixedCodebookSearch_G723_32s16s(corr.data(), m.data(), o.signs, o.pos,
                                                        &o.grid, o.code, &o.budget),
               kvoOk);
-    if (matrixOut) *matrixOut = m;
     return o;
 }
 
@@ -140,23 +138,16 @@ TEST(G723Acelp, IsolatedPulsesAreFound) {
     }
 }
 
-TEST(G723Acelp, EmptyFourthTrackTakesThePositionBeyondTheSubframe) {
-    // Nothing on the fourth track and a white response: position 62 has no
-    // energy, so it wins, is reported, and stays out of the code vector.
-    std::vector<int16_t> h(60, 0);
+TEST(G723Acelp, EmptyFourthTrackReportsPosition62OutsideTheCode) {
+    // White response: position 62 has no energy, wins the empty track, and
+    // stays out of the code vector.
+    std::vector<int16_t> h(60, 0), c(60, 0);
     h[0] = 4096;
-    std::vector<int16_t> c(60, 0);
-    c[8] = 5000;
+    c[8] = c[36] = 5000;
     c[18] = -5000;
-    c[36] = 5000;
     const SearchOut o = search32(c, h, 0);
-    EXPECT_EQ(o.pos[0], 8);
-    EXPECT_EQ(o.pos[1], 18);
-    EXPECT_EQ(o.pos[2], 36);
-    EXPECT_EQ(o.pos[3], 62);
-    int nonzero = 0;
-    for (int v : o.code) nonzero += v != 0;
-    EXPECT_EQ(nonzero, 3);
+    EXPECT_EQ(std::vector<int>(o.pos, o.pos + 4), (std::vector<int>{8, 18, 36, 62}));
+    EXPECT_EQ(std::count_if(o.code, o.code + 60, [](int16_t v) { return v != 0; }), 3);
 }
 
 TEST(G723Acelp, BudgetCountsTriplesAboveThreshold) {
@@ -172,86 +163,6 @@ TEST(G723Acelp, BudgetCountsTriplesAboveThreshold) {
         SCOPED_TRACE(k.in);
         EXPECT_EQ(search32(c, h, k.in).budget, k.out);
     }
-}
-
-TEST(G723Acelp, SixteenBitMatrixGivesTheSameSearchAndFoldsSigns) {
-    std::mt19937 rng(6);
-    for (int t = 0; t < 30; ++t) {
-        SCOPED_TRACE(t);
-        const auto h = impulse(rng, 2048 + 300 * t);
-        const auto c = random16(rng, 60, 8000);
-        std::vector<int32_t> raw(416), folded;
-        kvosToeplizMatrix_G723_16s32s(h.data(), raw.data());
-        const SearchOut a = search32(c, h, int16_t(t * 3), &folded);
-        std::vector<int16_t> m16(416);
-        kvosToeplizMatrix_G723_16s(h.data(), m16.data());
-        SearchOut b{};
-        b.budget = int16_t(t * 3);
-        ASSERT_EQ(kvosACELPFixedCodebookSearch_G723_16s(c.data(), m16.data(), b.signs, b.pos,
-                                                        &b.grid, b.code, &b.budget),
-                  kvoOk);
-        EXPECT_EQ(std::memcmp(&a, &b, sizeof a), 0);
-        // Returned matrix: diagonal untouched, the rest shifted and signed by pairs.
-        int sign[32];
-        for (int j = 0; j < 32; ++j) sign[j] = j < 30 && c[2 * j] + c[2 * j + 1] < 0 ? -1 : 1;
-        for (int k = 0; k < 416; ++k) {
-            int p, q;
-            positions_of(k, &p, &q);
-            const int32_t want = k < 32 ? raw[k] : (raw[k] >> 15) * sign[p / 2] * sign[q / 2];
-            ASSERT_EQ(folded[k], want) << k;
-        }
-    }
-}
-
-// Against every combination: the exact normalised correlation of the chosen
-// code (signs by pairs, true positions, the response's own correlations) is
-// close to the best one with a generous budget.
-TEST(G723Acelp, NearBestOfAllCombinations) {
-    std::mt19937 rng(8);
-    int exactHits = 0;
-    const int trials = 25;
-    for (int t = 0; t < trials; ++t) {
-        SCOPED_TRACE(t);
-        const auto h = impulse(rng, 4096);
-        std::vector<int16_t> c = random16(rng, 60, 3000);
-        for (int k = 0; k < 4; ++k) c[rng() % 60] = int16_t((rng() % 2 ? 1 : -1) * 9000);
-        const SearchOut o = search32(c, h, 2000);
-        double R[64][64];
-        for (int p = 0; p < 64; ++p)
-            for (int q = 0; q < 64; ++q) {
-                const int lo = std::min(p, q), hi = std::max(p, q);
-                double s = 0;
-                for (int n = 0; n + hi <= 59; ++n) s += double(h[n]) * h[n + hi - lo];
-                R[p][q] = s;
-            }
-        auto score = [&](const int* pos) {
-            double num = 0, den = 0;
-            int sg[4];
-            for (int k = 0; k < 4; ++k) {
-                const int j = pos[k] / 2;
-                sg[k] = j < 30 && c[2 * j] + c[2 * j + 1] < 0 ? -1 : 1;
-                num += pos[k] < 60 ? sg[k] * c[pos[k]] : 0;
-            }
-            for (int k = 0; k < 4; ++k)
-                for (int l = 0; l < 4; ++l) den += sg[k] * sg[l] * R[pos[k]][pos[l]];
-            return den > 0 ? num * num / den : 0.0;
-        };
-        double best = 0;
-        for (int g = 0; g < 2; ++g)
-            for (int a = 0; a < 8; ++a)
-                for (int b = 0; b < 8; ++b)
-                    for (int d = 0; d < 8; ++d)
-                        for (int e = 0; e < 8; ++e) {
-                            const int pos[4] = {8 * a + g, 8 * b + 2 + g, 8 * d + 4 + g,
-                                                8 * e + 6 + g};
-                            best = std::max(best, score(pos));
-                        }
-        const int got[4] = {o.pos[0], o.pos[1], o.pos[2], o.pos[3]};
-        const double s = score(got);
-        EXPECT_GE(s, 0.85 * best);
-        exactHits += s >= 0.999 * best;
-    }
-    EXPECT_GE(exactHits, trials / 2);
 }
 
 }  // namespace

@@ -1,37 +1,26 @@
-// Plain wide-integer models of the G.723.1 excitation steps for the tests:
-// the delayed excitation by its periodic-extension definition, filtering by
-// direct convolution, and small helpers.
+// Plain models shared by the G.723.1 excitation tests.
 #pragma once
 
 #include <cstdint>
 #include <random>
 #include <vector>
 
-#include "kvosc_types.h"
-
 namespace g723test {
 
-// Excitation L samples before time t (t = -2 .. 61 relative to the
-// subframe): the history before the subframe, extended by repeating its last
-// L samples.
-inline int64_t excitation_at(const int16_t* hist145, int lag, int t) {
-    int tau = t - lag;
-    while (tau >= 0) tau -= lag;  // periodic extension of the past
-    return hist145[145 + tau];
-}
-
-// The 64-sample delayed vector of a lag.
+// Delayed excitation for lag L, sample n = 0 .. 63 standing at time n - 2 of
+// the subframe: the 145-sample history extended by repeating its last L samples.
 inline std::vector<int64_t> delayed(const int16_t* hist145, int lag) {
     std::vector<int64_t> e(64);
-    for (int n = 0; n < 64; ++n) e[n] = excitation_at(hist145, lag, n - 2);
+    for (int n = 0; n < 64; ++n) {
+        int tau = n - 2 - lag;
+        while (tau >= 0) tau -= lag;
+        e[n] = hist145[145 + tau];
+    }
     return e;
 }
 
 inline int16_t clamp16(int64_t v) {
     return int16_t(v > 32767 ? 32767 : (v < -32768 ? -32768 : v));
-}
-inline int32_t clamp32(int64_t v) {
-    return int32_t(v > INT32_MAX ? INT32_MAX : (v < INT32_MIN ? INT32_MIN : v));
 }
 
 inline std::vector<int16_t> random16(std::mt19937& rng, int n, int amp) {
@@ -41,15 +30,12 @@ inline std::vector<int16_t> random16(std::mt19937& rng, int n, int amp) {
     return v;
 }
 
-// A decaying impulse response like that of a weighted synthesis filter (Q12 .. Q13).
+// Decaying impulse response like that of a weighted synthesis filter.
 inline std::vector<int16_t> impulse(std::mt19937& rng, int peak = 8192) {
-    std::vector<int16_t> h(60);
     std::uniform_real_distribution<double> u(-1.0, 1.0);
+    std::vector<int16_t> h(60);
     double a = peak;
-    for (int i = 0; i < 60; ++i) {
-        h[i] = int16_t(i == 0 ? peak : a * u(rng));
-        a *= 0.88;
-    }
+    for (int i = 0; i < 60; ++i, a *= 0.88) h[i] = int16_t(i == 0 ? peak : a * u(rng));
     return h;
 }
 
