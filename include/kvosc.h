@@ -417,6 +417,42 @@ KvoStatus kvosGainQuant_G723_16s(const Kvo16s* pImpulse, const Kvo16s* pTarget,
                                  Kvo32s* pMaxError, Kvo16s* pDstGrid, Kvo16s* pDstAmpIndex,
                                  Kvo32s pulses, Kvo32s* pImproved);
 
+/* -- G.723.1 LP, filters and gain (frames of 240, subframes of 60 samples) -- */
+/* LSP decoder: three band indices in bits 23-16, 15-8, 7-0, predictor and stability passes;
+ * the previous LSFs and kvoWarnLsfLow when ten passes do not settle. */
+KvoStatus kvosLSFDecode_G723_16s(Kvo32s index, const Kvo16s* pPrevLSF, Kvo32s erasure,
+                                 Kvo16s* pLSF);
+/* Input high-pass filter of 240 samples (DC removal); pMem cleared by the caller. */
+KvoStatus kvosHighPassFilter_G723_16s(const Kvo16s* pSrc, Kvo16s* pDst,
+                                      KvoHighPassStateG723* pMem);
+/* Weighted split VQ of the LSFs against the predicted previous ones: band indices 23-16, 15-8, 7-0. */
+KvoStatus kvosLSFQuant_G723_16s32s(const Kvo16s* pLSF, const Kvo16s* pPrevLSF, Kvo32s* pIndex);
+/* Ten-tap pole-zero filter (Q13: zeros then poles) of 60 samples to 32-bit outputs (8 S). */
+KvoStatus kvosIIR16s_G723_16s32s(const Kvo16s* pCoef, const Kvo16s* pSrc, Kvo32s* pDst,
+                                 KvoIIRMemG723* pMem);
+/* In-place pole-zero filter, the rounded result kept in 16 bits. */
+KvoStatus kvosIIR16s_G723_16s_I(const Kvo16s* pCoef, Kvo16s* pSrcDst, KvoIIRMemG723* pMem);
+/* Pole-zero filter of 32-bit inputs with the input part shifted left by scaleFactor. */
+KvoStatus kvosIIR16s_G723_32s16s_Sfs(const Kvo16s* pCoef, const Kvo32s* pSrc, Kvo32s scaleFactor,
+                                     Kvo16s* pDst, KvoIIRMemG723* pMem);
+/* Synthesis filter 1/A(z) of 60 samples; pMem holds ten outputs, newest first. */
+KvoStatus kvosSynthesisFilter_G723_16s(const Kvo16s* pLPC, const Kvo16s* pSrc, Kvo16s* pMem,
+                                       Kvo16s* pDst);
+/* Synthesis with eleven coefficients to 32-bit sums; pMem holds ten outputs, oldest first. */
+KvoStatus kvosSynthesisFilter_G723_16s32s(const Kvo16s* pCoef, const Kvo16s* pSrc, Kvo32s* pDst,
+                                          Kvo16s* pMem);
+/* Harmonic noise shaping of 60 samples: pSrcDst - (pSrc - val * pSrc[-lag]). */
+KvoStatus kvosHarmonicNoiseSubtract_G723_16s_I(Kvo16s val, Kvo32s lag, const Kvo16s* pSrc,
+                                               Kvo16s* pSrcDst);
+/* Pitch post-filter decision of one subframe: offset, gain and scale (pSrc at the frame). */
+KvoStatus kvosPitchPostFilter_G723_16s(Kvo16s lag, const Kvo16s* pSrc, Kvo16s* pDelay,
+                                       Kvo16s* pGain, Kvo16s* pScale, Kvo32s subframe,
+                                       KvoSpeechRate rate);
+/* Tilt compensation of the post filter: 61 32-bit sums (previous last first) to 60 samples. */
+KvoStatus kvosTiltCompensation_G723_32s16s(Kvo16s val, const Kvo32s* pSrc, Kvo16s* pDst);
+/* Post-filter gain scaling of 60 samples to the given energy, smoothed by 1/16 per sample. */
+KvoStatus kvosGainControl_G723_16s_I(Kvo32s energy, Kvo16s* pSrcDst, Kvo16s* pGain);
+
 /* ---- GSM full rate ------------------------------------------------------ */
 
 /* GSM 06.10 offset compensation of 13-bit left-justified samples; in place allowed. */

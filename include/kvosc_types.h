@@ -156,6 +156,20 @@ typedef struct {
     Kvo32s prevPower;      /* power of the previous frame */
     Kvo16s bandEnergy[12]; /* per-band energy of the frame, normalised by band width */
 } KvoVADState_AMRWB;
+/* ---- G.723.1 ------------------------------------------------------------ */
+
+/* Memory of the G.723.1 input high-pass filter; cleared by the caller before the first frame. */
+typedef struct {
+    Kvo32s x1;  /* last input sample */
+    Kvo32s acc; /* recursive output accumulator (Q16 of the output) */
+} KvoHighPassStateG723;
+
+/* Memory of the G.723.1 ten-tap pole-zero filters: past inputs, then past outputs, each group
+ * oldest first; cleared by the caller before the first subframe. */
+typedef struct {
+    Kvo16s x[10];
+    Kvo16s y[10];
+} KvoIIRMemG723;
 
 /* ---- GSM full rate ------------------------------------------------------ */
 

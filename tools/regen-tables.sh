@@ -76,3 +76,9 @@ $gen "$root/gsmamr" src/gsmamr gsmamr_lp_tables \
 $gen "$root/gsmamr" src/gsmamr gsmamr_pitch_tables corrweight inter_6new
 $gen "$root/gsmamr" tests/gsmamr_pitch amr_pitch_test_tables inter_6.pred_lt.published=inter61
 $gen "$root/g723" src/g723 g723_exc_tables AdCdbkGainTblHighRate AdCdbkGainTblLowRate
+$gen "$root/g723" src/g723 lp_lsf_tables LSPCdbkFirstBand LSPCdbkSecondBand LSPCdbkThirdBand
+$gen "$root/g723" apps/coders g723_coder_tables \
+    PerFiltZeroTable=coder_g723_PerFiltZero PerFiltPoleTable=coder_g723_PerFiltPole \
+    PostFiltZeroTable=coder_g723_PostFiltZero PostFiltPoleTable=coder_g723_PostFiltPole \
+    tabgain85=coder_g723_tabgain85 tabgain170=coder_g723_tabgain170 \
+    epsi170=coder_g723_epsi170 gain170=coder_g723_gain170

@@ -17,6 +17,7 @@ extern const Coder kG728;
 extern const Coder kGsmFr;
 extern const Coder kG729AB;
 extern const Coder kG729B;
+extern const Coder kG723;
 
 const std::vector<const Coder*>& all_coders() {
     static const std::vector<const Coder*> list = {
@@ -31,6 +32,7 @@ const std::vector<const Coder*>& all_coders() {
         &kGsmFr,
         &kG729AB,
         &kG729B,
+        &kG723,
     };
     return list;
 }

@@ -72,12 +72,14 @@ void lsf_to_lpc(Kvo16s* v) {
 constexpr bool sign_differs(Kvo32s a, Kvo32s b) { return (a ^ b) < 0; }
 
 // Value of the polynomial X (X[0 .. 5], X[5] halved) at row r, by the
-// reordered cosine row: double32 of the plain sum.
+// reordered cosine row: the doubled products summed with saturation after
+// every term, X[5] c[0] first, then k = 1 .. 5 (the reference's order; a
+// plain sum differs on loud frames).
 Kvo32s eval_row(const Kvo16s* X, int r) {
     const Kvo16s* c = tab::ReorderedCOS[r];
-    Kvo64s s = 0;
-    for (int k = 0; k < 6; ++k) s += Kvo64s{c[k]} * X[5 - k];
-    return sat32(2 * s);
+    Kvo32s v = FMul_16s32s(X[5], c[0]);
+    for (int k = 1; k < 6; ++k) v = FMac_16s32s(v, X[5 - k], c[k]);
+    return v;
 }
 
 // The same value by the cosine table, saturating after each term.
