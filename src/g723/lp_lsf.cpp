@@ -32,8 +32,6 @@ const Kvo16s* band_row(int band, int row) {
     }
 }
 
-Kvo16s add16(Kvo32s a, Kvo32s b) { return sat16(a + b); }
-Kvo16s sub16(Kvo32s a, Kvo32s b) { return sat16(a - b); }
 
 }  // namespace
 
