@@ -137,6 +137,16 @@ typedef struct {
     Kvo32s scale;    /* block scale of the stored history (order 3 only) */
 } KvoHighPassStateAMRWB;
 
+/* ---- AMR-WB algebraic codebook, pitch and gain ---------------------------- */
+
+/* History of the AMR-WB adaptive codebook decoder (24 bytes, plain values). */
+typedef struct {
+    Kvo16s gainHistory[5]; /* pitch gains (Q14), newest last; start 0 */
+    Kvo16s seed;           /* random generator of the lag concealment; start 21845 */
+    Kvo16s lagHistory[5];  /* integer lags, newest first; start 64 */
+    Kvo16s prevLag;        /* integer lag of the last good subframe; start 64 */
+} KvoAdaptiveDecodeState_AMRWB;
+
 /* ---- GSM full rate ------------------------------------------------------ */
 
 /* Memory of the GSM 06.10 offset compensation (plain values, may be copied). */

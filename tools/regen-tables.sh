@@ -64,3 +64,5 @@ $gen "$root/g728" apps/coders g728_coder_tables \
     wnrw=coder_g728_wnrw g728fp_iw=coder_g728_iw g728fp_iwg=coder_g728_iwg \
     iwwz=coder_g728_iwwz iwwp=coder_g728_iwwp iwpfz=coder_g728_iwpfz iwpfp=coder_g728_iwpfp
 $gen "$root/numeric" apps/coders g729b_tables Log2Table
+$gen "$root/amrwb" src/amrwb amrwb_pitch_tables \
+    inter4_1Tbl inter4_2Tbl CorrWgtTbl gain_sq6Tbl gain_sq7Tbl pitchSq6 pitchSq7
