@@ -102,7 +102,8 @@ int pitchRes4(const Kvo16s* exc, const Kvo16s* xn, const Kvo16s* h, int lo, int 
         Kvo16s en16 = static_cast<Kvo16s>(en);
         ownInvSqrt_32s16s_I(&n, &en16);
         const Kvo32s p = FMul_16s32s(hi(c), hi(n));
-        corr[t] = round16(shiftSat(p, ec + en16 + scale + 1));
+        // L_mult already doubles the product of the mantissas.
+        corr[t] = round16(shiftSat(p, ec + en16 + scale));
         if (t == tmax) break;
         const Kvo16s ek = exc[-t - 1];
         for (int j = kSub - 1; j > 0; --j) y[j] = add16(y[j - 1], mult16(ek, h[j]));
@@ -502,7 +503,7 @@ KvoStatus kvosAdaptiveCodebookGainCoeff_AMRWB_16s(const Kvo16s* pTarget, const K
     }
     const Kvo32s num = xy >> 1;
     Kvo32s g = num >= yy ? 32767 : (num << 15) / yy;
-    g = shiftSat(g << 16, -(exy - eyy)) >> 16;
+    g = shiftSat(g << 16, exy - eyy) >> 16;  // the ratio of the two exponents
     if (g > 19661) g = 19661;
     *pDstGain = static_cast<Kvo16s>(g);
     return kvoOk;
