@@ -23,8 +23,12 @@ namespace {
 constexpr int kSub = 64;
 constexpr int kPosTrack = 16;
 
-inline Kvo16s add16(Kvo32s a, Kvo32s b) { return sat16(a + b); }
-inline Kvo16s mult16(Kvo16s a, Kvo16s b) { return sat16((Kvo32s{a} * b) >> 15); }
+inline Kvo16s add16(Kvo32s a, Kvo32s b) {
+    return sat16(a + b);
+}
+inline Kvo16s mult16(Kvo16s a, Kvo16s b) {
+    return sat16((Kvo32s{a} * b) >> 15);
+}
 
 // Search parameters of one mode.
 struct SearchParams {
@@ -38,15 +42,15 @@ struct SearchParams {
 };
 
 const SearchParams kParams[] = {
-    {4, 8192, 4, 0, 2, {4, 8}, -1},                                   // 20 bits
-    {4, 6144, 6, 0, 3, {4, 8, 8}, 4},                                 // 28 bits
-    {4, 4096, 8, 2, 3, {4, 8, 8}, -1},                                // 36 bits
-    {4, 4096, 10, 2, 4, {4, 6, 8, 8}, 8},                             // 44 bits
-    {4, 4096, 12, 4, 4, {4, 6, 8, 8}, -1},                            // 52 bits
-    {3, 3277, 16, 4, 6, {4, 4, 6, 6, 8, 8}, -1},                      // 64 bits
-    {3, 3072, 18, 4, 7, {2, 3, 4, 5, 6, 7, 8}, 16},                   // 72 bits
-    {2, 2048, 24, 4, 10, {2, 2, 3, 4, 5, 6, 7, 8, 8, 8}, -1},         // 88 bits
-    {1, 2048, 24, 4, 10, {2, 2, 3, 4, 5, 6, 7, 8, 8, 8}, -1},         // 88 bits, one round
+    {4, 8192, 4, 0, 2, {4, 8}, -1},                            // 20 bits
+    {4, 6144, 6, 0, 3, {4, 8, 8}, 4},                          // 28 bits
+    {4, 4096, 8, 2, 3, {4, 8, 8}, -1},                         // 36 bits
+    {4, 4096, 10, 2, 4, {4, 6, 8, 8}, 8},                      // 44 bits
+    {4, 4096, 12, 4, 4, {4, 6, 8, 8}, -1},                     // 52 bits
+    {3, 3277, 16, 4, 6, {4, 4, 6, 6, 8, 8}, -1},               // 64 bits
+    {3, 3072, 18, 4, 7, {2, 3, 4, 5, 6, 7, 8}, 16},            // 72 bits
+    {2, 2048, 24, 4, 10, {2, 2, 3, 4, 5, 6, 7, 8, 8, 8}, -1},  // 88 bits
+    {1, 2048, 24, 4, 10, {2, 2, 3, 4, 5, 6, 7, 8, 8, 8}, -1},  // 88 bits, one round
 };
 
 // Track order of the search rounds: round k reads from place 4 k.
@@ -54,15 +58,24 @@ constexpr Kvo16s kTipos[16] = {0, 1, 2, 3, 1, 2, 3, 0, 2, 3, 0, 1, 3, 0, 1, 2};
 
 const SearchParams* paramsOf(CbLayout l, KvoSpeechRate mode) {
     switch (l) {
-        case CbLayout::P4: return &kParams[0];
-        case CbLayout::P6: return &kParams[1];
-        case CbLayout::P8: return &kParams[2];
-        case CbLayout::P10: return &kParams[3];
-        case CbLayout::P12: return &kParams[4];
-        case CbLayout::P16: return &kParams[5];
-        case CbLayout::P18: return &kParams[6];
-        case CbLayout::P24: return mode == 21 ? &kParams[8] : &kParams[7];
-        default: return nullptr;
+        case CbLayout::P4:
+            return &kParams[0];
+        case CbLayout::P6:
+            return &kParams[1];
+        case CbLayout::P8:
+            return &kParams[2];
+        case CbLayout::P10:
+            return &kParams[3];
+        case CbLayout::P12:
+            return &kParams[4];
+        case CbLayout::P16:
+            return &kParams[5];
+        case CbLayout::P18:
+            return &kParams[6];
+        case CbLayout::P24:
+            return mode == 21 ? &kParams[8] : &kParams[7];
+        default:
+            return nullptr;
     }
 }
 
@@ -107,8 +120,7 @@ void backwardFilter(const Kvo16s* h, const Kvo16s* x, Kvo16s* dn) {
 
 // Signs from the mix of the normalised residual and backward-filtered target; dn becomes
 // non-negative, dn2 holds |mix|.
-void chooseSigns(const Kvo16s* cn, Kvo16s* dn, Kvo16s alp, Kvo16s* sign, Kvo16s* vec,
-                 Kvo16s* dn2) {
+void chooseSigns(const Kvo16s* cn, Kvo16s* dn, Kvo16s alp, Kvo16s* sign, Kvo16s* vec, Kvo16s* dn2) {
     Kvo16s e;
     Kvo32s s = dot12(cn, cn, kSub, &e);
     const Kvo16s kcn = invRootScale(s, e, 5);
@@ -183,8 +195,10 @@ void search2t(const Kvo16s* x, const Kvo16s* cn, const Kvo16s* hsrc, Kvo16s* cod
         }
     }
     diagonalSums(h, 32768, [&](int p, int q, Kvo32s v) {
-        if ((p & 1) == 0 && (q & 1) == 1) rrixiy[p >> 1][q >> 1] = hi(v);
-        else if ((p & 1) == 1 && (q & 1) == 0) rrixiy[q >> 1][p >> 1] = hi(v);
+        if ((p & 1) == 0 && (q & 1) == 1)
+            rrixiy[p >> 1][q >> 1] = hi(v);
+        else if ((p & 1) == 1 && (q & 1) == 0)
+            rrixiy[q >> 1][p >> 1] = hi(v);
     });
 
     Kvo16s psk = -1, alpk = 1;
@@ -253,9 +267,8 @@ void corrImpVec(const Kvo16s* h, const Kvo16s* vec, int track, const Kvo16s* sig
 }
 
 // Best pair of the stage: q candidates of track tx (by dn2 rank), all places of ty.
-void searchPair(int q, int tx, int ty, Kvo16s* ps, Kvo16s* alp, int* ix, int* iy,
-                const Kvo16s* dn, const Kvo16s* dn2, const Kvo16s* corx, const Kvo16s* cory,
-                const Tables4& tb) {
+void searchPair(int q, int tx, int ty, Kvo16s* ps, Kvo16s* alp, int* ix, int* iy, const Kvo16s* dn,
+                const Kvo16s* dn2, const Kvo16s* corx, const Kvo16s* cory, const Tables4& tb) {
     const Kvo16s thres = static_cast<Kvo16s>(q - 8);
     const Kvo32s alp0 = Add_32s(Kvo32s{*alp} * 65536, 32768);
     Kvo16s sqk = -1, alpk = 1;
@@ -332,8 +345,10 @@ void search4t(const Kvo16s* x, const Kvo16s* cn, const Kvo16s* H, Kvo16s* code, 
     }
     diagonalSums(h, 32768, [&](int p, int q, Kvo32s v) {
         const int tp = p & 3, tq = q & 3;
-        if (tq == ((tp + 1) & 3)) tb.rrixiy[tp][16 * (p >> 2) + (q >> 2)] = hi(v);
-        else if (tp == ((tq + 1) & 3)) tb.rrixiy[tq][16 * (q >> 2) + (p >> 2)] = hi(v);
+        if (tq == ((tp + 1) & 3))
+            tb.rrixiy[tp][16 * (p >> 2) + (q >> 2)] = hi(v);
+        else if (tp == ((tq + 1) & 3))
+            tb.rrixiy[tq][16 * (q >> 2) + (p >> 2)] = hi(v);
     });
     for (int t = 0; t < 4; ++t) {
         const int tn = (t + 1) & 3;
@@ -484,8 +499,10 @@ int splitAB(const int* pos, int cnt, int n, int* a, int* b) {
     const int nb = 1 << (n - 1);
     int na = 0, nbb = 0;
     for (int k = 0; k < cnt; ++k) {
-        if (pos[k] & nb) b[nbb++] = pos[k];
-        else a[na++] = pos[k];
+        if (pos[k] & nb)
+            b[nbb++] = pos[k];
+        else
+            a[na++] = pos[k];
     }
     return na;
 }
@@ -495,11 +512,21 @@ Kvo32s q4p(const int* pos, int n) {
     const int n1 = n - 1;
     Kvo32s i = 0;
     switch (na) {
-        case 0: i = (Kvo32s{1} << (4 * n - 3)) + q4pN1(b[0], b[1], b[2], b[3], n1); break;
-        case 1: i = (q1p(a[0], n1) << (3 * n1 + 1)) + q3p(b[0], b[1], b[2], n1); break;
-        case 2: i = (q2p(a[0], a[1], n1) << (2 * n1 + 1)) + q2p(b[0], b[1], n1); break;
-        case 3: i = (q3p(a[0], a[1], a[2], n1) << n) + q1p(b[0], n1); break;
-        default: i = q4pN1(a[0], a[1], a[2], a[3], n1); break;
+        case 0:
+            i = (Kvo32s{1} << (4 * n - 3)) + q4pN1(b[0], b[1], b[2], b[3], n1);
+            break;
+        case 1:
+            i = (q1p(a[0], n1) << (3 * n1 + 1)) + q3p(b[0], b[1], b[2], n1);
+            break;
+        case 2:
+            i = (q2p(a[0], a[1], n1) << (2 * n1 + 1)) + q2p(b[0], b[1], n1);
+            break;
+        case 3:
+            i = (q3p(a[0], a[1], a[2], n1) << n) + q1p(b[0], n1);
+            break;
+        default:
+            i = q4pN1(a[0], a[1], a[2], a[3], n1);
+            break;
     }
     return i + ((na & 3) << (4 * n - 2));
 }
@@ -510,12 +537,18 @@ Kvo32s q5p(const int* pos, int n) {
     const Kvo32s flag = Kvo32s{1} << (5 * n - 1);
     const int sh = 2 * n + 1;
     switch (na) {
-        case 0: return flag + (q3p(b[0], b[1], b[2], n1) << sh) + q2p(b[3], b[4], n);
-        case 1: return flag + (q3p(b[0], b[1], b[2], n1) << sh) + q2p(b[3], a[0], n);
-        case 2: return flag + (q3p(b[0], b[1], b[2], n1) << sh) + q2p(a[0], a[1], n);
-        case 3: return (q3p(a[0], a[1], a[2], n1) << sh) + q2p(b[0], b[1], n);
-        case 4: return (q3p(a[0], a[1], a[2], n1) << sh) + q2p(a[3], b[0], n);
-        default: return (q3p(a[0], a[1], a[2], n1) << sh) + q2p(a[3], a[4], n);
+        case 0:
+            return flag + (q3p(b[0], b[1], b[2], n1) << sh) + q2p(b[3], b[4], n);
+        case 1:
+            return flag + (q3p(b[0], b[1], b[2], n1) << sh) + q2p(b[3], a[0], n);
+        case 2:
+            return flag + (q3p(b[0], b[1], b[2], n1) << sh) + q2p(a[0], a[1], n);
+        case 3:
+            return (q3p(a[0], a[1], a[2], n1) << sh) + q2p(b[0], b[1], n);
+        case 4:
+            return (q3p(a[0], a[1], a[2], n1) << sh) + q2p(a[3], b[0], n);
+        default:
+            return (q3p(a[0], a[1], a[2], n1) << sh) + q2p(a[3], a[4], n);
     }
 }
 Kvo32s q6p(const int* pos, int n) {
@@ -526,10 +559,18 @@ Kvo32s q6p(const int* pos, int n) {
     Kvo32s i;
     int cls = na;
     switch (na) {
-        case 0: i = flag + (q5p(b, n1) << n) + q1p(b[5], n1); break;
-        case 1: i = flag + (q5p(b, n1) << n) + q1p(a[0], n1); break;
-        case 2: i = flag + (q4p(b, n1) << (2 * n1 + 1)) + q2p(a[0], a[1], n1); break;
-        case 3: i = (q3p(a[0], a[1], a[2], n1) << (3 * n1 + 1)) + q3p(b[0], b[1], b[2], n1); break;
+        case 0:
+            i = flag + (q5p(b, n1) << n) + q1p(b[5], n1);
+            break;
+        case 1:
+            i = flag + (q5p(b, n1) << n) + q1p(a[0], n1);
+            break;
+        case 2:
+            i = flag + (q4p(b, n1) << (2 * n1 + 1)) + q2p(a[0], a[1], n1);
+            break;
+        case 3:
+            i = (q3p(a[0], a[1], a[2], n1) << (3 * n1 + 1)) + q3p(b[0], b[1], b[2], n1);
+            break;
         case 4:
             cls = 2;
             i = (q4p(a, n1) << (2 * n1 + 1)) + q2p(b[0], b[1], n1);
@@ -559,8 +600,10 @@ void d2p(Kvo32s idx, int n, int off, int* pos) {
     int p2 = (idx & mask) + off;
     const int s = (idx >> (2 * n)) & 1;
     if (p2 < p1) {
-        if (s) p1 += kSignBit;
-        else p2 += kSignBit;
+        if (s)
+            p1 += kSignBit;
+        else
+            p2 += kSignBit;
     } else if (s) {
         p1 += kSignBit;
         p2 += kSignBit;
@@ -584,7 +627,9 @@ void d4p(Kvo32s idx, int n, int off, int* pos) {
     const int n1 = n - 1;
     const int j = off + (1 << n1);
     switch ((idx >> (4 * n - 2)) & 3) {
-        case 0: d4pN1(idx, n1, ((idx >> (4 * n1 + 1)) & 1) ? j : off, pos); break;
+        case 0:
+            d4pN1(idx, n1, ((idx >> (4 * n1 + 1)) & 1) ? j : off, pos);
+            break;
         case 1:
             d1p(idx >> (3 * n1 + 1), n1, off, pos);
             d3p(idx, n1, j, pos + 1);
@@ -610,8 +655,10 @@ void d6p(Kvo32s idx, int n, int off, int* pos) {
     const int n1 = n - 1;
     const int j = off + (1 << n1);
     int offA = j, offB = j;
-    if (((idx >> (6 * n - 5)) & 1) == 0) offA = off;
-    else offB = off;
+    if (((idx >> (6 * n - 5)) & 1) == 0)
+        offA = off;
+    else
+        offB = off;
     switch ((idx >> (6 * n - 4)) & 3) {
         case 0:
             d5p(idx >> n, n1, offA, pos);
@@ -640,25 +687,50 @@ inline Kvo32s w(const Kvo16s* words, int k, int bits) {
 
 CbLayout cbLayout(KvoSpeechRate mode) {
     switch (mode) {
-        case 5: case 25: return CbLayout::P2;
-        case 9: case 26: return CbLayout::P4;
-        case 27: return CbLayout::P6;
-        case 13: case 28: return CbLayout::P8;
-        case 15: case 29: return CbLayout::P10;
-        case 16: case 30: return CbLayout::P12;
-        case 18: case 31: return CbLayout::P16;
-        case 19: case 32: return CbLayout::P18;
-        case 20: case 21: case 22: return CbLayout::P24;
-        default: return CbLayout::Invalid;
+        case 5:
+        case 25:
+            return CbLayout::P2;
+        case 9:
+        case 26:
+            return CbLayout::P4;
+        case 27:
+            return CbLayout::P6;
+        case 13:
+        case 28:
+            return CbLayout::P8;
+        case 15:
+        case 29:
+            return CbLayout::P10;
+        case 16:
+        case 30:
+            return CbLayout::P12;
+        case 18:
+        case 31:
+            return CbLayout::P16;
+        case 19:
+        case 32:
+            return CbLayout::P18;
+        case 20:
+        case 21:
+        case 22:
+            return CbLayout::P24;
+        default:
+            return CbLayout::Invalid;
     }
 }
 
 int cbWordCount(CbLayout l) {
     switch (l) {
-        case CbLayout::P2: return 1;
-        case CbLayout::P16: case CbLayout::P18: case CbLayout::P24: return 8;
-        case CbLayout::Invalid: return 0;
-        default: return 4;
+        case CbLayout::P2:
+            return 1;
+        case CbLayout::P16:
+        case CbLayout::P18:
+        case CbLayout::P24:
+            return 8;
+        case CbLayout::Invalid:
+            return 0;
+        default:
+            return 4;
     }
 }
 
@@ -667,15 +739,21 @@ void cbEncodeWords(CbLayout l, const int* ind, Kvo16s* W) {
         const int* e = ind + 6 * t;
         Kvo32s I;
         switch (l) {
-            case CbLayout::P4: W[t] = static_cast<Kvo16s>(e[0]); break;
+            case CbLayout::P4:
+                W[t] = static_cast<Kvo16s>(e[0]);
+                break;
             case CbLayout::P6:
                 W[t] = static_cast<Kvo16s>(t < 2 ? q2p(e[0], e[1], 4) : e[0]);
                 break;
-            case CbLayout::P8: W[t] = static_cast<Kvo16s>(q2p(e[0], e[1], 4)); break;
+            case CbLayout::P8:
+                W[t] = static_cast<Kvo16s>(q2p(e[0], e[1], 4));
+                break;
             case CbLayout::P10:
                 W[t] = static_cast<Kvo16s>(t < 2 ? q3p(e[0], e[1], e[2], 4) : q2p(e[0], e[1], 4));
                 break;
-            case CbLayout::P12: W[t] = static_cast<Kvo16s>(q3p(e[0], e[1], e[2], 4)); break;
+            case CbLayout::P12:
+                W[t] = static_cast<Kvo16s>(q3p(e[0], e[1], e[2], 4));
+                break;
             case CbLayout::P16:
                 I = q4p(e, 4);
                 W[t] = static_cast<Kvo16s>(I >> 14);
@@ -697,7 +775,8 @@ void cbEncodeWords(CbLayout l, const int* ind, Kvo16s* W) {
                 W[t] = static_cast<Kvo16s>((I >> 11) & 0x7ff);
                 W[t + 4] = static_cast<Kvo16s>(I & 0x7ff);
                 break;
-            default: break;
+            default:
+                break;
         }
     }
 }
@@ -715,24 +794,41 @@ void cbDecodeWords(CbLayout l, const Kvo16s* W, Kvo16s* code) {
         int pos[6];
         int n = 0;
         switch (l) {
-            case CbLayout::P4: d1p(w(W, t, 5), 4, 0, pos), n = 1; break;
+            case CbLayout::P4:
+                d1p(w(W, t, 5), 4, 0, pos), n = 1;
+                break;
             case CbLayout::P6:
-                if (t < 2) d2p(w(W, t, 9), 4, 0, pos), n = 2;
-                else d1p(w(W, t, 5), 4, 0, pos), n = 1;
+                if (t < 2)
+                    d2p(w(W, t, 9), 4, 0, pos), n = 2;
+                else
+                    d1p(w(W, t, 5), 4, 0, pos), n = 1;
                 break;
-            case CbLayout::P8: d2p(w(W, t, 9), 4, 0, pos), n = 2; break;
+            case CbLayout::P8:
+                d2p(w(W, t, 9), 4, 0, pos), n = 2;
+                break;
             case CbLayout::P10:
-                if (t < 2) d3p(w(W, t, 13), 4, 0, pos), n = 3;
-                else d2p(w(W, t, 9), 4, 0, pos), n = 2;
+                if (t < 2)
+                    d3p(w(W, t, 13), 4, 0, pos), n = 3;
+                else
+                    d2p(w(W, t, 9), 4, 0, pos), n = 2;
                 break;
-            case CbLayout::P12: d3p(w(W, t, 13), 4, 0, pos), n = 3; break;
-            case CbLayout::P16: d4p((w(W, t, 2) << 14) + w(W, t + 4, 14), 4, 0, pos), n = 4; break;
+            case CbLayout::P12:
+                d3p(w(W, t, 13), 4, 0, pos), n = 3;
+                break;
+            case CbLayout::P16:
+                d4p((w(W, t, 2) << 14) + w(W, t + 4, 14), 4, 0, pos), n = 4;
+                break;
             case CbLayout::P18:
-                if (t < 2) d5p((w(W, t, 10) << 10) + w(W, t + 4, 10), 4, 0, pos), n = 5;
-                else d4p((w(W, t, 2) << 14) + w(W, t + 4, 14), 4, 0, pos), n = 4;
+                if (t < 2)
+                    d5p((w(W, t, 10) << 10) + w(W, t + 4, 10), 4, 0, pos), n = 5;
+                else
+                    d4p((w(W, t, 2) << 14) + w(W, t + 4, 14), 4, 0, pos), n = 4;
                 break;
-            case CbLayout::P24: d6p((w(W, t, 11) << 11) + w(W, t + 4, 11), 4, 0, pos), n = 6; break;
-            default: break;
+            case CbLayout::P24:
+                d6p((w(W, t, 11) << 11) + w(W, t + 4, 11), 4, 0, pos), n = 6;
+                break;
+            default:
+                break;
         }
         for (int k = 0; k < n; ++k) {
             const int p = ((pos[k] & 15) << 2) + t;
@@ -741,8 +837,8 @@ void cbDecodeWords(CbLayout l, const Kvo16s* W, Kvo16s* code) {
     }
 }
 
-void cbSearch(CbLayout l, KvoSpeechRate mode, const Kvo16s* x, const Kvo16s* cn,
-              const Kvo16s* h, Kvo16s* code, Kvo16s* y, Kvo16s* W) {
+void cbSearch(CbLayout l, KvoSpeechRate mode, const Kvo16s* x, const Kvo16s* cn, const Kvo16s* h,
+              Kvo16s* code, Kvo16s* y, Kvo16s* W) {
     if (l == CbLayout::P2) {
         search2t(x, cn, h, code, y, W);
         return;

@@ -19,7 +19,7 @@ void cbEncodeWords(CbLayout l, const int* ind, Kvo16s* W);
 // Code vector of 64 from the index words: +-512 per pulse, coinciding pulses add.
 void cbDecodeWords(CbLayout l, const Kvo16s* W, Kvo16s* code);
 // The search of the mode (no argument checks).
-void cbSearch(CbLayout l, KvoSpeechRate mode, const Kvo16s* x, const Kvo16s* cn,
-              const Kvo16s* h, Kvo16s* code, Kvo16s* y, Kvo16s* W);
+void cbSearch(CbLayout l, KvoSpeechRate mode, const Kvo16s* x, const Kvo16s* cn, const Kvo16s* h,
+              Kvo16s* code, Kvo16s* y, Kvo16s* W);
 
 }  // namespace kvo

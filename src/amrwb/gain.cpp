@@ -7,8 +7,8 @@
 // and low 12 bits of each term).  The target's Q enters the three terms with the code vector
 // only; the alignment divides every term by 4 against overflow.  The decoder's code gain is
 // 16 times the double-precision product with the innovation gain, as in its bad-frame form.
-#include "amrwb/amrwb_pitch_tables.h"
 #include "amrwb/gain.h"
+#include "amrwb/amrwb_pitch_tables.h"
 #include "frame/impl.h"
 #include "kernels/corr.h"
 #include "numeric/arith.h"
@@ -29,12 +29,24 @@ Kvo32s dot12(const Kvo16s* x, const Kvo16s* y, int n, int* exp) {
 
 bool wbMode(KvoSpeechRate mode) {
     switch (mode) {
-        case 5: case 9: case 13: case 15: case 16: case 18: case 19: case 20: case 21: case 25:
+        case 5:
+        case 9:
+        case 13:
+        case 15:
+        case 16:
+        case 18:
+        case 19:
+        case 20:
+        case 21:
+        case 25:
             return true;
-        default: return false;
+        default:
+            return false;
     }
 }
-bool sixBit(KvoSpeechRate mode) { return mode == 5 || mode == 9 || mode == 25; }
+bool sixBit(KvoSpeechRate mode) {
+    return mode == 5 || mode == 9 || mode == 25;
+}
 
 // Past quantised energy of a Q11 correction factor: 20 log10(c / 2048) in Q10.
 Kvo16s quantEnergy(Kvo16s c) {
@@ -54,8 +66,7 @@ void pushEnergy(Kvo16s* past, Kvo16s v) {
 
 }  // namespace
 
-void amrwbPredictGain(const Kvo16s* past, Kvo32s codeEnergy, bool withEnergy, Kvo16s* G,
-                      int* E) {
+void amrwbPredictGain(const Kvo16s* past, Kvo32s codeEnergy, bool withEnergy, Kvo16s* G, int* E) {
     Kvo32s l = 0x1e000000;
     if (withEnergy) {
         Kvo16s e, f;
@@ -84,9 +95,9 @@ namespace impl {
 
 KvoStatus kvosGainQuant_AMRWB_16s(const Kvo16s* pTarget, const Kvo16s* pFiltered, Kvo32u qTarget,
                                   const Kvo16s* pCode, const Kvo16s* pFilteredCode,
-                                  const Kvo16s* pCoeffs, Kvo16s* pPastEnergy,
-                                  Kvo16s* pGainPitch, Kvo32s* pDstGainCode, Kvo32s clipFlag,
-                                  Kvo32s* pDstIndex, Kvo32s len, KvoSpeechRate mode) {
+                                  const Kvo16s* pCoeffs, Kvo16s* pPastEnergy, Kvo16s* pGainPitch,
+                                  Kvo32s* pDstGainCode, Kvo32s clipFlag, Kvo32s* pDstIndex,
+                                  Kvo32s len, KvoSpeechRate mode) {
     if (!pTarget || !pFiltered || !pCode || !pFilteredCode || !pCoeffs || !pPastEnergy ||
         !pGainPitch || !pDstGainCode || !pDstIndex)
         return kvoErrNullPtr;
@@ -155,8 +166,8 @@ KvoStatus kvosGainQuant_AMRWB_16s(const Kvo16s* pTarget, const Kvo16s* pFiltered
         const Kvo32s gg = Kvo32s{g} * g;
         const Kvo32s g2 = gg >> 15;
         Kvo64s lo12 = ((gg & 0x7fff) * H[2]) >> 3;
-        lo12 += Kvo64s{p} * L[1] + Kvo64s{g} * L[3] + Kvo64s{s} * L[0] + Kvo64s{t} * L[4] +
-                g2 * L[2];
+        lo12 +=
+            Kvo64s{p} * L[1] + Kvo64s{g} * L[3] + Kvo64s{s} * L[0] + Kvo64s{t} * L[4] + g2 * L[2];
         Kvo64s d = lo12 >> 11;
         d += 2 * (Kvo64s{p} * H[1] + Kvo64s{g} * H[3] + Kvo64s{s} * H[0] + Kvo64s{t} * H[4] +
                   g2 * H[2]);
@@ -184,7 +195,8 @@ KvoStatus kvosDecodeGain_AMRWB_16s(Kvo32s index, Kvo32u gainInnovation, Kvo16s* 
     if (!wbMode(mode)) return kvoErrRange;
     const Kvo16s inov = static_cast<Kvo16s>(gainInnovation);
     if (badFrame != 0) {
-        Kvo32s mean = (Kvo32s{pPastEnergy[0]} + pPastEnergy[1] + pPastEnergy[2] + pPastEnergy[3]) >> 2;
+        Kvo32s mean =
+            (Kvo32s{pPastEnergy[0]} + pPastEnergy[1] + pPastEnergy[2] + pPastEnergy[3]) >> 2;
         mean -= 3072;
         if (mean < -14336) mean = -14336;
         pushEnergy(pPastEnergy, static_cast<Kvo16s>(mean));

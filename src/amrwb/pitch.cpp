@@ -24,8 +24,12 @@ namespace {
 
 constexpr int kSub = 64;
 
-inline Kvo16s add16(Kvo32s a, Kvo32s b) { return sat16(a + b); }
-inline Kvo16s mult16(Kvo16s a, Kvo16s b) { return sat16((Kvo32s{a} * b) >> 15); }
+inline Kvo16s add16(Kvo32s a, Kvo32s b) {
+    return sat16(a + b);
+}
+inline Kvo16s mult16(Kvo16s a, Kvo16s b) {
+    return sat16((Kvo32s{a} * b) >> 15);
+}
 
 // Arithmetic shift left (n > 0, saturating) or right (n < 0) of a 32-bit value.
 inline Kvo32s shiftSat(Kvo32s x, int n) {
@@ -45,16 +49,31 @@ Kvo32s dot12(const Kvo16s* x, const Kvo16s* y, int n, int* exp) {
 // Integer part of the 1/4-resolution lag limits of a mode.
 bool lagLimits(KvoSpeechRate mode, int adj, LagLimits* l) {
     switch (mode) {
-        case 5: case 9: case 25:
+        case 5:
+        case 9:
+        case 25:
             *l = {34, 231, 34, 92, true};
             return true;
-        case 13: case 15: case 16: case 18: case 19: case 20: case 21:
+        case 13:
+        case 15:
+        case 16:
+        case 18:
+        case 19:
+        case 20:
+        case 21:
             *l = {34, 231, 128, 160, false};
             return true;
-        case 26: case 27: case 28: case 29: case 30: case 31: case 32:
+        case 26:
+        case 27:
+        case 28:
+        case 29:
+        case 30:
+        case 31:
+        case 32:
             *l = {34 + adj, 231 + 6 * adj, 128 - adj, 160, false};
             return true;
-        default: return false;
+        default:
+            return false;
     }
 }
 
@@ -86,8 +105,7 @@ Kvo16s interpol4(const Kvo16s* x, int f) {
 int pitchRes4(const Kvo16s* exc, const Kvo16s* xn, const Kvo16s* h, int lo, int up, int* frac,
               int kind, int halfStart, int intStart) {
     const int tmin = lo - 4, tmax = up + 4;
-    Kvo16s corrv[40];
-    Kvo16s* corr = corrv - tmin;
+    Kvo16s corrv[40];  // corrv[t - tmin]: the normalised correlation at lag t
     Kvo16s y[kSub];
     impl::kvosConvPartial_NR_16s(exc - tmin, h, y, kSub);
 
@@ -103,18 +121,18 @@ int pitchRes4(const Kvo16s* exc, const Kvo16s* xn, const Kvo16s* h, int lo, int 
         ownInvSqrt_32s16s_I(&n, &en16);
         const Kvo32s p = FMul_16s32s(hi(c), hi(n));
         // L_mult already doubles the product of the mantissas.
-        corr[t] = round16(shiftSat(p, ec + en16 + scale));
+        corrv[t - tmin] = round16(shiftSat(p, ec + en16 + scale));
         if (t == tmax) break;
         const Kvo16s ek = exc[-t - 1];
         for (int j = kSub - 1; j > 0; --j) y[j] = add16(y[j - 1], mult16(ek, h[j]));
         y[0] = mult16(ek, h[0]);
     }
 
-    Kvo16s mx = corr[lo];
+    Kvo16s mx = corrv[lo - tmin];
     int t0 = lo;
     for (int t = lo + 1; t <= up; ++t) {
-        if (corr[t] >= mx) {
-            mx = corr[t];
+        if (corrv[t - tmin] >= mx) {
+            mx = corrv[t - tmin];
             t0 = t;
         }
     }
@@ -129,9 +147,9 @@ int pitchRes4(const Kvo16s* exc, const Kvo16s* xn, const Kvo16s* h, int lo, int 
         f = -2;
     }
     if (t0 == lo) f = 0;
-    mx = interpol4(&corr[t0], f);
+    mx = interpol4(corrv + (t0 - tmin), f);
     for (int i = f + step; i <= 3; i += step) {
-        const Kvo16s v = interpol4(&corr[t0], i);
+        const Kvo16s v = interpol4(corrv + (t0 - tmin), i);
         if (v > mx) {
             mx = v;
             f = i;
@@ -241,9 +259,12 @@ int concealLag(int lag, bool unusable, KvoAdaptiveDecodeState_AMRWB* st) {
     auto clamp = [&](int v) { return v > maxLag ? maxLag : (v < minLag ? minLag : v); };
     if (unusable) {
         int t;
-        if (minGain > 8192 && d < 10) t = st->prevLag;
-        else if (bothGains) t = lh[0];
-        else t = mix();
+        if (minGain > 8192 && d < 10)
+            t = st->prevLag;
+        else if (bothGains)
+            t = lh[0];
+        else
+            t = mix();
         return clamp(t);
     }
     int sum = 0;
@@ -257,8 +278,10 @@ int concealLag(int lag, bool unusable, KvoAdaptiveDecodeState_AMRWB* st) {
     if (d < 70 && inside) return lag;
     if (lag > mean && lag < maxLag) return lag;
     int t;
-    if ((minGain > 8192 && d < 10) || bothGains) t = lh[0];
-    else t = mix();
+    if ((minGain > 8192 && d < 10) || bothGains)
+        t = lh[0];
+    else
+        t = mix();
     return clamp(t);
 }
 
@@ -306,7 +329,9 @@ void amrwbPredLt4(Kvo16s* exc, int lag, int frac) {
     }
 }
 
-bool amrwbLagLimits(KvoSpeechRate mode, int adj, LagLimits* l) { return lagLimits(mode, adj, l); }
+bool amrwbLagLimits(KvoSpeechRate mode, int adj, LagLimits* l) {
+    return lagLimits(mode, adj, l);
+}
 
 namespace impl {
 
@@ -441,12 +466,10 @@ KvoStatus kvosAdaptiveCodebookDecodeInit_AMRWB_16s(KvoAdaptiveDecodeState_AMRWB*
 
 KvoStatus kvosAdaptiveCodebookDecode_AMRWB_16s(Kvo32u index, Kvo32s* pDstFraction,
                                                Kvo16s* pExcitation, Kvo32s* pDstLag,
-                                               Kvo32s* pLagBounds, Kvo64s subframe,
-                                               Kvo32s badFrame, Kvo32s unusableFrame,
-                                               KvoSpeechRate mode,
+                                               Kvo32s* pLagBounds, Kvo64s subframe, Kvo32s badFrame,
+                                               Kvo32s unusableFrame, KvoSpeechRate mode,
                                                KvoAdaptiveDecodeState_AMRWB* pState) {
-    if (!pDstFraction || !pExcitation || !pDstLag || !pLagBounds || !pState)
-        return kvoErrNullPtr;
+    if (!pDstFraction || !pExcitation || !pDstLag || !pLagBounds || !pState) return kvoErrNullPtr;
     const Kvo32u sub = static_cast<Kvo32u>(subframe);
     if (sub > 3) return kvoErrSize;
     LagLimits l{};

@@ -4,8 +4,8 @@
 // filtered code against an integer model of the summed responses, and argument checks.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <random>
 #include <vector>
@@ -77,7 +77,8 @@ TEST(AmrwbCodebook, PulseIndexingRoundTripsForEveryLayout) {
             Kvo16s W[8] = {};
             kvo::cbEncodeWords(l, &ind[0][0], W);
             for (int k = 0; k < m.words; ++k) {
-                const int bits = m.words == 8 && k < 4 ? (m.pulses == 24 ? 11 : (m.pulses == 16 ? 2 : 10)) : 16;
+                const int bits =
+                    m.words == 8 && k < 4 ? (m.pulses == 24 ? 11 : (m.pulses == 16 ? 2 : 10)) : 16;
                 if (bits < 16) ASSERT_LT(static_cast<Kvo16u>(W[k]), 1u << bits);
             }
             Kvo16s code[64];
@@ -126,9 +127,9 @@ void checkSearchConsistency(const ModeCase& m, const std::vector<Kvo16s>& x,
                             const std::vector<Kvo16s>& cn, const std::vector<Kvo16s>& h,
                             bool checkFiltered) {
     Kvo16s code[64], y[64], W[8], dec[64];
-    ASSERT_EQ(kvosAlgebraicCodebookSearch_AMRWB_16s(x.data(), cn.data(), h.data(), code, y, m.mode,
-                                                    W),
-              kvoOk);
+    ASSERT_EQ(
+        kvosAlgebraicCodebookSearch_AMRWB_16s(x.data(), cn.data(), h.data(), code, y, m.mode, W),
+        kvoOk);
     ASSERT_EQ(kvosAlgebraicCodebookDecode_AMRWB_16s(W, dec, m.mode), kvoOk);
     int amp = 0;
     for (int n = 0; n < 64; ++n)
@@ -203,8 +204,9 @@ TEST(AmrwbCodebook, TwoTrackSearchIsOptimalForItsCriterion) {
         for (int i = 0; i < 64; i += 2)
             for (int j = 1; j < 64; j += 2) best = std::max(best, crit(i, j));
         Kvo16s code[64], y[64], W[1];
-        ASSERT_EQ(kvosAlgebraicCodebookSearch_AMRWB_16s(x.data(), cn.data(), h.data(), code, y, 5, W),
-                  kvoOk);
+        ASSERT_EQ(
+            kvosAlgebraicCodebookSearch_AMRWB_16s(x.data(), cn.data(), h.data(), code, y, 5, W),
+            kvoOk);
         int pi = -1, pj = -1;
         for (int n = 0; n < 64; ++n)
             if (code[n] != 0) (n & 1 ? pj : pi) = n;
@@ -270,8 +272,9 @@ TEST(AmrwbCodebook, ModeVariants) {
     Kvo16s code[64], y[64], W[8];
     for (int i = 0; i < 64; ++i) code[i] = 77;
     for (KvoSpeechRate bad : {0, 4, 6, 10, 12, 14, 17, 23, 24, 33, -1}) {
-        EXPECT_EQ(kvosAlgebraicCodebookSearch_AMRWB_16s(x.data(), x.data(), h.data(), code, y, bad, W),
-                  kvoErrRange);
+        EXPECT_EQ(
+            kvosAlgebraicCodebookSearch_AMRWB_16s(x.data(), x.data(), h.data(), code, y, bad, W),
+            kvoErrRange);
         EXPECT_EQ(kvosAlgebraicCodebookDecode_AMRWB_16s(W, code, bad), kvoErrRange);
     }
     EXPECT_EQ(code[0], 77);

@@ -38,7 +38,8 @@ Frame makeFrame(uint32_t seed, int pulses) {
         f.code[p] = (g() & 1) ? 512 : -512;
     }
     std::vector<int> h(64);
-    for (int i = 0; i < 64; ++i) h[i] = static_cast<int>(4096 * std::pow(0.75, i) * ((i & 1) ? -0.6 : 1));
+    for (int i = 0; i < 64; ++i)
+        h[i] = static_cast<int>(4096 * std::pow(0.75, i) * ((i & 1) ? -0.6 : 1));
     f.y2.assign(64, 0);
     for (int n = 0; n < 64; ++n) {
         long s = 0;
@@ -83,10 +84,10 @@ Quantised quantise(const Frame& f, KvoSpeechRate mode, Kvo16s pitchIn, const Kvo
     Quantised q;
     std::memcpy(q.past, past, sizeof q.past);
     q.gainPitch = pitchIn;
-    EXPECT_EQ(kvosGainQuant_AMRWB_16s(f.x.data(), f.y1.data(), 0, f.code.data(), f.y2.data(),
-                                      coeffs, q.past, &q.gainPitch, &q.gainCode, clip, &q.index, 64,
-                                      mode),
-              kvoOk);
+    EXPECT_EQ(
+        kvosGainQuant_AMRWB_16s(f.x.data(), f.y1.data(), 0, f.code.data(), f.y2.data(), coeffs,
+                                q.past, &q.gainPitch, &q.gainCode, clip, &q.index, 64, mode),
+        kvoOk);
     return q;
 }
 
@@ -111,7 +112,8 @@ TEST(AmrwbGain, QuantiserChoosesTheBestEntryOfItsWindow) {
             const double gc0 = predictedGain(past, &f.code);
             double best = 1e300;
             for (int i = start; i < start + size; ++i)
-                best = std::min(best, weightedError(f, tab[i][0] / 16384.0, gc0 * tab[i][1] / 2048.0));
+                best =
+                    std::min(best, weightedError(f, tab[i][0] / 16384.0, gc0 * tab[i][1] / 2048.0));
             double ex = 0;
             for (Kvo16s v : f.x) ex += double(v) * v;
             const double got =
@@ -140,8 +142,9 @@ TEST(AmrwbGain, DecoderRebuildsTheQuantisersGains) {
             Kvo16s dpast[4], gp = -1, prev = 0, cg = 0;
             std::memcpy(dpast, past, sizeof dpast);
             Kvo32s gc = 0;
-            ASSERT_EQ(kvosDecodeGain_AMRWB_16s(q.index, 4096, &gp, &gc, 0, 0, dpast, &prev, &cg, mode),
-                      kvoOk);
+            ASSERT_EQ(
+                kvosDecodeGain_AMRWB_16s(q.index, 4096, &gp, &gc, 0, 0, dpast, &prev, &cg, mode),
+                kvoOk);
             EXPECT_EQ(gp, q.gainPitch);
             EXPECT_NEAR(gc, q.gainCode, 64);
             EXPECT_EQ(std::memcmp(dpast, q.past, sizeof dpast), 0);
@@ -193,7 +196,8 @@ TEST(AmrwbGain, DecoderBadFramePaths) {
         EXPECT_EQ(prev, 77);
     }
     // After a bad frame a large good gain is held to 1.25 times the previous one, but only from
-    // 100 on (6-bit entries 6 and 3: factors 15614 and 10163 give 241 and 157, entry 2 gives 100.2).
+    // 100 on (6-bit entries 6 and 3: factors 15614 and 10163 give 241 and 157, entry 2 gives
+    // 100.2).
     for (int index : {6, 3, 2, 1}) {
         SCOPED_TRACE(index);
         Kvo16s past[4] = {0, 0, 0, 0}, gp = 0, prev = 8, cg = 0;
@@ -229,8 +233,8 @@ TEST(AmrwbGain, ArgumentChecks) {
         auto len = t.value<Kvo32s>("len", 64, {{0, kvoErrBadArg}});
         auto mode = t.value<KvoSpeechRate>("mode", 15, {{26, kvoErrRange}, {22, kvoErrRange}});
         t.run([&](const BadArgs::Call& c) {
-            return kvosGainQuant_AMRWB_16s(c(x), c(y1), c(q), c(code), c(y2), c(co), c(past), c(pit),
-                                           c(gc), c(clip), c(idx), c(len), c(mode));
+            return kvosGainQuant_AMRWB_16s(c(x), c(y1), c(q), c(code), c(y2), c(co), c(past),
+                                           c(pit), c(gc), c(clip), c(idx), c(len), c(mode));
         });
     }
     {
@@ -246,8 +250,8 @@ TEST(AmrwbGain, ArgumentChecks) {
         auto cg = t.inout<Kvo16s>("pCodeGain", 1, {40});
         auto mode = t.value<KvoSpeechRate>("mode", 5, {{0, kvoErrRange}, {27, kvoErrRange}});
         t.run([&](const BadArgs::Call& c) {
-            return kvosDecodeGain_AMRWB_16s(c(idx), c(inov), c(gp2), c(gc), c(bad), c(pbad), c(past),
-                                            c(prev), c(cg), c(mode));
+            return kvosDecodeGain_AMRWB_16s(c(idx), c(inov), c(gp2), c(gc), c(bad), c(pbad),
+                                            c(past), c(prev), c(cg), c(mode));
         });
     }
 }

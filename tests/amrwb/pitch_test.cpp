@@ -27,8 +27,11 @@ KvoAdaptiveDecodeState_AMRWB freshState() {
     return st;
 }
 
-// Absolute index of lag + frac / 4 in the 9-bit code (modes 13 .. 21): quarter resolution below 128.
-Kvo32u quarterIndex(int lag, int frac) { return static_cast<Kvo32u>(4 * (lag - 34) + frac); }
+// Absolute index of lag + frac / 4 in the 9-bit code (modes 13 .. 21): quarter resolution below
+// 128.
+Kvo32u quarterIndex(int lag, int frac) {
+    return static_cast<Kvo32u>(4 * (lag - 34) + frac);
+}
 
 TEST(AmrwbPitch, InterpolatorHasUnitDcGainAtEveryFraction) {
     for (int lag : {34, 64, 100, 231}) {
@@ -36,9 +39,9 @@ TEST(AmrwbPitch, InterpolatorHasUnitDcGainAtEveryFraction) {
             std::vector<Kvo16s> buf(kHist + 65, 12000);
             Kvo32s bounds[2] = {0, 0}, outLag = 0, outFrac = 0;
             KvoAdaptiveDecodeState_AMRWB st = freshState();
-            ASSERT_EQ(kvosAdaptiveCodebookDecode_AMRWB_16s(quarterIndex(lag, frac) + (lag >= 128 ? 0 : 0),
-                                                           &outFrac, buf.data() + kHist, &outLag,
-                                                           bounds, 0, 0, 0, 13, &st),
+            ASSERT_EQ(kvosAdaptiveCodebookDecode_AMRWB_16s(
+                          quarterIndex(lag, frac) + (lag >= 128 ? 0 : 0), &outFrac,
+                          buf.data() + kHist, &outLag, bounds, 0, 0, 0, 13, &st),
                       kvoOk);
             if (lag >= 128) continue;  // above 128 the 9-bit code has no quarter fractions
             EXPECT_EQ(outLag, lag);
@@ -76,7 +79,9 @@ TEST(AmrwbPitch, LagIndexCodeCoversTheRangeAtItsResolutions) {
         KvoSpeechRate mode;
         int count, half, integer, deltaCount, deltaStep;
     };
-    const Case cases[] = {{5, 256, 34, 92, 32, 2}, {9, 256, 34, 92, 32, 2}, {13, 512, 128, 160, 64, 1},
+    const Case cases[] = {{5, 256, 34, 92, 32, 2},
+                          {9, 256, 34, 92, 32, 2},
+                          {13, 512, 128, 160, 64, 1},
                           {21, 512, 128, 160, 64, 1}};
     for (const Case& c : cases) {
         SCOPED_TRACE(::testing::Message() << "mode " << c.mode);
@@ -106,8 +111,8 @@ TEST(AmrwbPitch, LagIndexCodeCoversTheRangeAtItsResolutions) {
             std::vector<Kvo16s> buf(kHist + 65, 1);
             Kvo32s b[2] = {100, 115}, lag = 0, f = 0;
             KvoAdaptiveDecodeState_AMRWB st = freshState();
-            kvosAdaptiveCodebookDecode_AMRWB_16s(q, &f, buf.data() + kHist, &lag, b, 1, 0, 0, c.mode,
-                                                 &st);
+            kvosAdaptiveCodebookDecode_AMRWB_16s(q, &f, buf.data() + kHist, &lag, b, 1, 0, 0,
+                                                 c.mode, &st);
             EXPECT_EQ(4 * lag + f, 400 + q * (c.deltaStep == 2 ? 2 : 1));
             EXPECT_EQ(b[0], 100);
         }
@@ -133,10 +138,11 @@ TEST(AmrwbPitch, SearchFindsThePeriodAndTheDecoderFollowsItsIndex) {
         int adj;
         int period;
     };
-    const Case cases[] = {{5, 0, 57}, {9, 0, 57}, {13, 0, 57}, {20, 0, 150}, {16, 0, 140},
-                          {28, 5, 57}, {30, -9, 140}};
+    const Case cases[] = {{5, 0, 57},   {9, 0, 57},  {13, 0, 57},  {20, 0, 150},
+                          {16, 0, 140}, {28, 5, 57}, {30, -9, 140}};
     std::vector<Kvo16s> h(64, 0);
-    for (int i = 0; i < 64; ++i) h[i] = static_cast<Kvo16s>(4096 * std::pow(0.7, i) * (i % 3 == 2 ? -0.5 : 1));
+    for (int i = 0; i < 64; ++i)
+        h[i] = static_cast<Kvo16s>(4096 * std::pow(0.7, i) * (i % 3 == 2 ? -0.5 : 1));
     for (const Case& c : cases) {
         SCOPED_TRACE(::testing::Message() << "mode " << c.mode << " adj " << c.adj);
         const int total = kHist + 256 + 1;
@@ -154,20 +160,20 @@ TEST(AmrwbPitch, SearchFindsThePeriodAndTheDecoderFollowsItsIndex) {
             std::vector<Kvo16s> v(e - c.period, e - c.period + 64);
             const std::vector<Kvo16s> x = convolveQ12(v, h);
             Kvo32s lag = 0, frac = 0, index = 0;
-            KvoStatus st1 = c.adj == 0 && c.mode < 26
-                                ? kvosAdaptiveCodebookSearch_AMRWB_16s(x.data(), h.data(), ol, &lag,
-                                                                       ebounds, e, &frac, &index, sub,
-                                                                       c.mode)
-                                : kvosAdaptiveCodebookSearch_AMRWBE_16s(
-                                      x.data(), h.data(), ol, &lag, ebounds, e, &frac, &index, sub,
-                                      c.mode, static_cast<Kvo16s>(c.adj));
+            KvoStatus st1 =
+                c.adj == 0 && c.mode < 26
+                    ? kvosAdaptiveCodebookSearch_AMRWB_16s(x.data(), h.data(), ol, &lag, ebounds, e,
+                                                           &frac, &index, sub, c.mode)
+                    : kvosAdaptiveCodebookSearch_AMRWBE_16s(x.data(), h.data(), ol, &lag, ebounds,
+                                                            e, &frac, &index, sub, c.mode,
+                                                            static_cast<Kvo16s>(c.adj));
             ASSERT_EQ(st1, kvoOk);
             EXPECT_LE(std::abs(4 * (lag - c.period) + frac), 1) << lag << " " << frac;
             Kvo32s dlag = 0, dfrac = 0;
             Kvo16s* d = dec.data() + kHist + 64 * sub;
             if (c.mode < 26) {
-                ASSERT_EQ(kvosAdaptiveCodebookDecode_AMRWB_16s(index, &dfrac, d, &dlag, dbounds, sub,
-                                                               0, 0, c.mode, &st),
+                ASSERT_EQ(kvosAdaptiveCodebookDecode_AMRWB_16s(index, &dfrac, d, &dlag, dbounds,
+                                                               sub, 0, 0, c.mode, &st),
                           kvoOk);
                 kvosAdaptiveCodebookDecodeUpdate_AMRWB_16s(8000, dlag, &st);
             } else {
@@ -278,8 +284,8 @@ TEST(AmrwbPitch, LagConcealmentOnWorkedHistories) {
     kvosAdaptiveCodebookDecode_AMRWB_16s(0, &f, e, &lag, b, 1, 1, 1, 13, &st);
     const int64_t seed = static_cast<int16_t>(static_cast<uint16_t>(21845 * 31821 + 13849));
     EXPECT_EQ(st.seed, seed);
-    const int want = static_cast<int>(((80 + 100 + 120) * 10923) >> 15) +
-                     static_cast<int>((seed * 20) >> 15);
+    const int want =
+        static_cast<int>(((80 + 100 + 120) * 10923) >> 15) + static_cast<int>((seed * 20) >> 15);
     EXPECT_EQ(lag, std::min(120, std::max(40, want)));
     // Bad frame with a usable lag close to a stable history: the decoded lag stands.
     fillHistory(&st, {70, 71, 72, 73, 74}, {2000, 2000, 2000, 2000, 2000});
@@ -311,9 +317,11 @@ TEST(AmrwbPitch, AdaptiveGainAgainstDoubleModel) {
         const double g0 = (trial % 7) * 0.25 - 0.3;
         std::vector<Kvo16s> x(64);
         for (int n = 0; n < 64; ++n)
-            x[n] = static_cast<Kvo16s>(std::lround(std::max(-32768.0, std::min(32767.0, g0 * y[n] + nz(g)))));
+            x[n] = static_cast<Kvo16s>(
+                std::lround(std::max(-32768.0, std::min(32767.0, g0 * y[n] + nz(g)))));
         Kvo16s coeffs[4], gain = -1;
-        ASSERT_EQ(kvosAdaptiveCodebookGainCoeff_AMRWB_16s(x.data(), y.data(), coeffs, &gain, 64), kvoOk);
+        ASSERT_EQ(kvosAdaptiveCodebookGainCoeff_AMRWB_16s(x.data(), y.data(), coeffs, &gain, 64),
+                  kvoOk);
         double xy = 0, yy = 0;
         for (int n = 0; n < 64; ++n) xy += double(x[n]) * y[n], yy += double(y[n]) * y[n];
         const double want = std::max(0.0, std::min(1.2, xy / yy));
@@ -346,7 +354,8 @@ TEST(AmrwbPitch, ArgumentChecks) {
     h[0] = 4096;
     h[1] = 2000;
     for (bool plus : {false, true}) {
-        BadArgs t(plus ? "kvosAdaptiveCodebookSearch_AMRWBE_16s" : "kvosAdaptiveCodebookSearch_AMRWB_16s");
+        BadArgs t(plus ? "kvosAdaptiveCodebookSearch_AMRWBE_16s"
+                       : "kvosAdaptiveCodebookSearch_AMRWB_16s");
         auto x = t.in<Kvo16s>("pTarget", 64);
         auto hh = t.in<Kvo16s>("pImpulse", 64, h);
         auto ol = t.in<Kvo32s>("pOpenLoopLags", 2, {80, 90});
@@ -360,13 +369,14 @@ TEST(AmrwbPitch, ArgumentChecks) {
         if (plus) {
             auto adj = t.value<Kvo16s>("adj", 0, {{18, kvoErrRange}, {-18, kvoErrRange}});
             t.run([&](const BadArgs::Call& c) {
-                return kvosAdaptiveCodebookSearch_AMRWBE_16s(c(x), c(hh), c(ol), c(lag), c(b), c(exc),
-                                                             c(frac), c(idx), c(sub), c(mode), c(adj));
+                return kvosAdaptiveCodebookSearch_AMRWBE_16s(c(x), c(hh), c(ol), c(lag), c(b),
+                                                             c(exc), c(frac), c(idx), c(sub),
+                                                             c(mode), c(adj));
             });
         } else {
             t.run([&](const BadArgs::Call& c) {
-                return kvosAdaptiveCodebookSearch_AMRWB_16s(c(x), c(hh), c(ol), c(lag), c(b), c(exc),
-                                                            c(frac), c(idx), c(sub), c(mode));
+                return kvosAdaptiveCodebookSearch_AMRWB_16s(
+                    c(x), c(hh), c(ol), c(lag), c(b), c(exc), c(frac), c(idx), c(sub), c(mode));
             });
         }
     }
