@@ -77,9 +77,13 @@ TEST(AmrwbCodebook, PulseIndexingRoundTripsForEveryLayout) {
             Kvo16s W[8] = {};
             kvo::cbEncodeWords(l, &ind[0][0], W);
             for (int k = 0; k < m.words; ++k) {
-                const int bits =
-                    m.words == 8 && k < 4 ? (m.pulses == 24 ? 11 : (m.pulses == 16 ? 2 : 10)) : 16;
-                if (bits < 16) ASSERT_LT(static_cast<Kvo16u>(W[k]), 1u << bits);
+                // High words: 2 bits (4 pulses), 10 (5 pulses), 11 (6 pulses).
+                int bits = 16;
+                if (m.words == 8 && k < 4)
+                    bits = m.pulses == 24 ? 11 : (m.pulses == 18 && k < 2 ? 10 : 2);
+                if (bits < 16) {
+                    ASSERT_LT(static_cast<Kvo16u>(W[k]), 1u << bits);
+                }
             }
             Kvo16s code[64];
             ASSERT_EQ(kvosAlgebraicCodebookDecode_AMRWB_16s(W, code, m.mode), kvoOk);

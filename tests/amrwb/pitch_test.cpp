@@ -94,8 +94,12 @@ TEST(AmrwbPitch, LagIndexCodeCoversTheRangeAtItsResolutions) {
                                                            0, c.mode, &st),
                       kvoOk);
             const int quarters = 4 * lag + f;
-            if (q == 0) EXPECT_EQ(quarters, 4 * 34);
-            if (q == c.count - 1) EXPECT_EQ(quarters, 4 * 231);
+            if (q == 0) {
+                EXPECT_EQ(quarters, 4 * 34);
+            }
+            if (q == c.count - 1) {
+                EXPECT_EQ(quarters, 4 * 231);
+            }
             if (prev >= 0) {
                 const int want = prev < 4 * c.half ? 1 : (prev < 4 * c.integer ? 2 : 4);
                 ASSERT_EQ(quarters - prev, want) << "index " << q;
