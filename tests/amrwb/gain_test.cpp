@@ -61,10 +61,12 @@ double predictedGain(const Kvo16s* past, const std::vector<Kvo16s>* code) {
     return std::pow(10.0, db / 20);
 }
 
-double weightedError(const Frame& f, double gp, double gc) {
+// Error of the real signals: target and filtered adaptive vector carry q fraction bits.
+double weightedError(const Frame& f, double gp, double gc, int q = 0) {
     double e = 0;
+    const double s = std::ldexp(1.0, -q);
     for (int n = 0; n < 64; ++n) {
-        const double r = f.x[n] - gp * f.y1[n] - gc * f.y2[n] / 512.0;
+        const double r = s * f.x[n] - gp * s * f.y1[n] - gc * f.y2[n] / 512.0;
         e += r * r;
     }
     return e;
@@ -76,19 +78,38 @@ struct Quantised {
     Kvo16s past[4];
 };
 
+// Target and filtered adaptive vector in Q(qTarget); the filtered code in Q9.
 Quantised quantise(const Frame& f, KvoSpeechRate mode, Kvo16s pitchIn, const Kvo16s* past,
-                   Kvo32s clip) {
+                   Kvo32s clip, int qTarget = 0) {
     Kvo16s coeffs[4], gp = 0;
-    EXPECT_EQ(kvosAdaptiveCodebookGainCoeff_AMRWB_16s(f.x.data(), f.y1.data(), coeffs, &gp, 64),
-              kvoOk);
+    const std::vector<Kvo16s>&x = f.x, &y1 = f.y1;
+    EXPECT_EQ(kvosAdaptiveCodebookGainCoeff_AMRWB_16s(x.data(), y1.data(), coeffs, &gp, 64), kvoOk);
     Quantised q;
     std::memcpy(q.past, past, sizeof q.past);
     q.gainPitch = pitchIn;
-    EXPECT_EQ(
-        kvosGainQuant_AMRWB_16s(f.x.data(), f.y1.data(), 0, f.code.data(), f.y2.data(), coeffs,
-                                q.past, &q.gainPitch, &q.gainCode, clip, &q.index, 64, mode),
-        kvoOk);
+    EXPECT_EQ(kvosGainQuant_AMRWB_16s(x.data(), y1.data(), static_cast<Kvo32u>(qTarget),
+                                      f.code.data(), f.y2.data(), coeffs, q.past, &q.gainPitch,
+                                      &q.gainCode, clip, &q.index, 64, mode),
+              kvoOk);
     return q;
+}
+
+// Target x = gp y1 + gc y2 / 512 + noise with gains near the table's, so that every term of
+// the error matters; x and y1 go in with q = 0, 1 or 2 fraction bits.
+Frame mixedFrame(uint32_t seed, int pulses, const Kvo16s* past, int q) {
+    Frame f = makeFrame(seed, pulses);
+    std::mt19937 g(seed * 7 + 1);
+    std::uniform_real_distribution<double> u(0.2, 1.2), v(0.3, 2.5);
+    std::normal_distribution<double> nz(0, 20);
+    const double gp = u(g), gc = predictedGain(past, &f.code) * v(g);
+    const double s = std::ldexp(1.0, q);
+    for (int n = 0; n < 64; ++n) {
+        const double y1 = f.y1[n] / 16.0;
+        const double x = gp * y1 + gc * f.y2[n] / 512.0 + nz(g);
+        f.y1[n] = static_cast<Kvo16s>(std::lround(y1 * s));
+        f.x[n] = static_cast<Kvo16s>(std::lround(std::max(-32768.0, std::min(32767.0, x * s))));
+    }
+    return f;
 }
 
 TEST(AmrwbGain, QuantiserChoosesTheBestEntryOfItsWindow) {
@@ -97,12 +118,13 @@ TEST(AmrwbGain, QuantiserChoosesTheBestEntryOfItsWindow) {
         const bool six = mode == 9;
         for (int trial = 0; trial < 150; ++trial) {
             SCOPED_TRACE(::testing::Message() << "mode " << mode << " trial " << trial);
-            const Frame f = makeFrame(trial + 1, 4 + trial % 20);
             Kvo16s past[4];
             for (Kvo16s& p : past) p = static_cast<Kvo16s>(static_cast<int>(g() % 8000) - 6000);
+            const int qx = trial % 3;
+            const Frame f = mixedFrame(trial + 1, 4 + trial % 20, past, qx);
             const Kvo32s clip = trial % 5 == 0;
             const Kvo16s pitchIn = static_cast<Kvo16s>(g() % 20000);
-            const Quantised q = quantise(f, mode, pitchIn, past, clip);
+            const Quantised q = quantise(f, mode, pitchIn, past, clip, qx);
             const Kvo16s(*tab)[2] = six ? kvo::tab::gain_sq6Tbl : kvo::tab::gain_sq7Tbl;
             int start = 0, size = six && clip ? 48 : 64;
             if (!six)
@@ -112,13 +134,13 @@ TEST(AmrwbGain, QuantiserChoosesTheBestEntryOfItsWindow) {
             const double gc0 = predictedGain(past, &f.code);
             double best = 1e300;
             for (int i = start; i < start + size; ++i)
-                best =
-                    std::min(best, weightedError(f, tab[i][0] / 16384.0, gc0 * tab[i][1] / 2048.0));
+                best = std::min(
+                    best, weightedError(f, tab[i][0] / 16384.0, gc0 * tab[i][1] / 2048.0, qx));
             double ex = 0;
-            for (Kvo16s v : f.x) ex += double(v) * v;
+            for (Kvo16s v : f.x) ex += std::ldexp(double(v) * v, -2 * qx);
             const double got =
-                weightedError(f, tab[q.index][0] / 16384.0, gc0 * tab[q.index][1] / 2048.0);
-            EXPECT_LE(got, best + 0.003 * ex);
+                weightedError(f, tab[q.index][0] / 16384.0, gc0 * tab[q.index][1] / 2048.0, qx);
+            EXPECT_LE(got, best + 1e-3 * ex);
             EXPECT_EQ(q.gainPitch, tab[q.index][0]);
             EXPECT_NEAR(q.gainCode / 65536.0, gc0 * tab[q.index][1] / 2048.0,
                         0.01 * gc0 * tab[q.index][1] / 2048.0 + 2 / 65536.0);
