@@ -301,6 +301,12 @@ void adaptiveDecode(Kvo32u index, int* frac, Kvo16s* exc, Kvo32s* pLag, Kvo32s* 
     } else {
         const bool absolute = subframe == 0 || (subframe == 2 && !(mode == 5 || mode == 25));
         lagDecode(index, absolute, l, bounds, &lag, &f);
+        // A negative AMR-WB+ adjustment puts the largest lag below what the 9-bit index
+        // reaches: such lags are held at the largest one, inside the caller's history.
+        if (!st && lag > l.max) {
+            lag = l.max;
+            f = 0;
+        }
         if (st && bad) {
             lag = concealLag(lag, unusable, st);
             f = 0;
