@@ -14,6 +14,7 @@
 
 #include "amrwb/codebook.h"
 #include "frame/impl.h"
+#include "kernels/corr.h"
 #include "numeric/arith.h"
 #include "numeric/fixed.h"
 
@@ -105,8 +106,7 @@ void backwardFilter(const Kvo16s* h, const Kvo16s* x, Kvo16s* dn) {
     for (int t = 0; t < 4; ++t) {
         Kvo32s mx = 0;
         for (int p = t; p < kSub; p += 4) {
-            Kvo64s s = 0;
-            for (int n = p; n < kSub; ++n) s += Kvo32s{x[n]} * h[n - p];
+            const Kvo64s s = corrDotExact(x + p, h, kSub - p);
             y[p] = Add_32s(sat32(2 * s), 1);
             const Kvo32s a = Abs_32s(y[p]);
             if (a > mx) mx = a;
@@ -148,10 +148,13 @@ void chooseSigns(const Kvo16s* cn, Kvo16s* dn, Kvo16s alp, Kvo16s* sign, Kvo16s*
 // fill(p, q, value) receives every pair.
 template <class F>
 void diagonalSums(const Kvo16s* h, Kvo32s start, F fill) {
+    // Below 0x3fffffff for the doubled energy no partial sum can saturate (Cauchy-Schwarz):
+    // plain 32-bit sums then give the same tables.
+    const bool plain = 2 * corrDotExact(h, h, kSub) < 0x3fffffff - 65536;
     for (int d = 0; d < kSub; ++d) {
         Kvo32s cor = start;
         for (int n = 0; n + d < kSub; ++n) {
-            cor = FMac_16s32s(cor, h[n], h[n + d]);
+            cor = plain ? cor + 2 * Kvo32s{h[n]} * h[n + d] : FMac_16s32s(cor, h[n], h[n + d]);
             const int q = kSub - 1 - n;
             fill(q - d, q, cor);
         }
@@ -259,8 +262,7 @@ void corrImpVec(const Kvo16s* h, const Kvo16s* vec, int track, const Kvo16s* sig
                 const Tables4& tb, Kvo16s* cor) {
     for (int i = 0; i < kPosTrack; ++i) {
         const int p = track + 4 * i;
-        Kvo64s s = 0;
-        for (int j = p; j < kSub; ++j) s += Kvo32s{h[j - p]} * vec[j];
+        const Kvo64s s = corrDotExact(h, vec + p, kSub - p);
         const Kvo16s c = round16(sat32(4 * s));
         cor[i] = add16(tb.rrixix[track][i], mult16(c, sign[p]));
     }
@@ -327,8 +329,7 @@ void search4t(const Kvo16s* x, const Kvo16s* cn, const Kvo16s* H, Kvo16s* code, 
         }
     }
 
-    Kvo64s e = 0;
-    for (int i = 0; i < kSub; ++i) e += Kvo32s{H[i]} * H[i];
+    const Kvo64s e = corrDotExact(H, H, kSub);
     const int hshift = (prm.pulses >= 12 && hi(sat32(2 * e)) > 1024) ? 1 : 0;
     HBuf hb;
     hb.set(H, hshift);
