@@ -959,6 +959,71 @@ KvoStatus kvosSubbandControllerDT_EC_16s(const Kvo32sc* pErrAdaptive, const Kvo3
                                          Kvo32s keepChanges, Kvo32s startSubband,
                                          KvoSubbandControllerDT16sState* pState);
 
+/* ---- AMR-WB algebraic codebook, pitch and gain ----------------------------
+ * Codebook, pitch and gain steps of AMR-WB and of the ACELP modes of AMR-WB+
+ * on subframes of 64 samples at 12.8 kHz.  mode is the bit-rate code (5, 9,
+ * 13, 15, 16, 18, 19, 20, 21, 25; the codebook and the AMR-WB+ pitch forms
+ * also 22 and 26 to 32); lags in 12.8 kHz samples, fractions in quarters. */
+/* Algebraic codebook search: code vector (Q9), its filtered form, index words. */
+KvoStatus kvosAlgebraicCodebookSearch_AMRWB_16s(const Kvo16s* pTarget, const Kvo16s* pLtpResidual,
+                                                const Kvo16s* pImpulse, Kvo16s* pDstCode,
+                                                Kvo16s* pDstFiltered, KvoSpeechRate mode,
+                                                Kvo16s* pDstIndices);
+/* Code vector (pulses of +-512) from the index words of the mode. */
+KvoStatus kvosAlgebraicCodebookDecode_AMRWB_16s(const Kvo16s* pSrcIndices, Kvo16s* pDstCode,
+                                                KvoSpeechRate mode);
+/* Open-loop lag on the 6.4 kHz weighted speech (115 history samples before it). */
+KvoStatus kvosOpenLoopPitchSearch_AMRWB_16s(const Kvo16s* pWsp, const Kvo16s* pHpWsp,
+                                            Kvo16s* pMedianLag, Kvo16s* pWeightGain,
+                                            Kvo32s* pDstLag, Kvo16s* pToneRegister,
+                                            Kvo16s* pDstNormCorr, Kvo16s* pLagHistory,
+                                            Kvo16s* pWeightFlag, Kvo32s len);
+/* Closed-loop quarter-sample lag with lag adjustment adj (-17..17); writes the
+ * 65-sample adaptive vector at pExcitation. */
+KvoStatus kvosAdaptiveCodebookSearch_AMRWBE_16s(const Kvo16s* pTarget, const Kvo16s* pImpulse,
+                                                const Kvo32s* pOpenLoopLags, Kvo32s* pDstLag,
+                                                Kvo32s* pLagBounds, Kvo16s* pExcitation,
+                                                Kvo32s* pDstFraction, Kvo32s* pDstIndex,
+                                                Kvo32u subframe, KvoSpeechRate mode, Kvo16s adj);
+/* The same at adj 0. */
+KvoStatus kvosAdaptiveCodebookSearch_AMRWB_16s(const Kvo16s* pTarget, const Kvo16s* pImpulse,
+                                               const Kvo32s* pOpenLoopLags, Kvo32s* pDstLag,
+                                               Kvo32s* pLagBounds, Kvo16s* pExcitation,
+                                               Kvo32s* pDstFraction, Kvo32s* pDstIndex,
+                                               Kvo32u subframe, KvoSpeechRate mode);
+/* Bytes of KvoAdaptiveDecodeState_AMRWB (24). */
+KvoStatus kvosAdaptiveCodebookDecodeGetSize_AMRWB_16s(Kvo32s* pSize);
+/* Start values of the decoder's lag and gain history. */
+KvoStatus kvosAdaptiveCodebookDecodeInit_AMRWB_16s(KvoAdaptiveDecodeState_AMRWB* pState);
+/* Lag from the index (or by concealment) and the adaptive vector. */
+KvoStatus kvosAdaptiveCodebookDecode_AMRWB_16s(Kvo32u index, Kvo32s* pDstFraction,
+                                               Kvo16s* pExcitation, Kvo32s* pDstLag,
+                                               Kvo32s* pLagBounds, Kvo64s subframe,
+                                               Kvo32s badFrame, Kvo32s unusableFrame,
+                                               KvoSpeechRate mode,
+                                               KvoAdaptiveDecodeState_AMRWB* pState);
+/* AMR-WB+ form: no history; a bad frame steps the lag in and out of pLag, pFraction. */
+KvoStatus kvosAdaptiveCodebookDecode_AMRWBE_16s(Kvo32u index, Kvo16s* pExcitation, Kvo32s* pLag,
+                                                Kvo32s* pFraction, Kvo32s* pLagBounds,
+                                                Kvo32s subframe, Kvo32s badFrame, Kvo16s adj);
+/* Pushes a subframe's pitch gain and lag into the decoder's history. */
+KvoStatus kvosAdaptiveCodebookDecodeUpdate_AMRWB_16s(Kvo32s gain, Kvo32s lag,
+                                                     KvoAdaptiveDecodeState_AMRWB* pState);
+/* Adaptive gain (Q14, at most 1.2) and the energy/correlation terms. */
+KvoStatus kvosAdaptiveCodebookGainCoeff_AMRWB_16s(const Kvo16s* pTarget, const Kvo16s* pFiltered,
+                                                  Kvo16s* pCoeffs, Kvo16s* pDstGain, Kvo32s len);
+/* Joint 6- or 7-bit quantiser of the pitch gain and the code gain. */
+KvoStatus kvosGainQuant_AMRWB_16s(const Kvo16s* pTarget, const Kvo16s* pFiltered, Kvo32u qTarget,
+                                  const Kvo16s* pCode, const Kvo16s* pFilteredCode,
+                                  const Kvo16s* pCoeffs, Kvo16s* pPastEnergy,
+                                  Kvo16s* pGainPitch, Kvo32s* pDstGainCode, Kvo32s clipFlag,
+                                  Kvo32s* pDstIndex, Kvo32s len, KvoSpeechRate mode);
+/* Gain decoder with its bad-frame path. */
+KvoStatus kvosDecodeGain_AMRWB_16s(Kvo32s index, Kvo32u gainInnovation, Kvo16s* pDstGainPitch,
+                                   Kvo32s* pDstGainCode, Kvo32s badFrame, Kvo32s previousBad,
+                                   Kvo16s* pPastEnergy, Kvo16s* pPreviousCodeGain,
+                                   Kvo16s* pCodeGain, KvoSpeechRate mode);
+
 /* ---- Noise filter (echo path) ---------------------------------------------
  * One stream at 8000, 16000, 22050 or 32000 Hz (other rates: kvoErrRange), in
  * frames of 16 float samples at 16-bit amplitude.  pState is the caller's

@@ -170,6 +170,15 @@ typedef struct {
     Kvo16s x[10];
     Kvo16s y[10];
 } KvoIIRMemG723;
+/* ---- AMR-WB algebraic codebook, pitch and gain ---------------------------- */
+
+/* History of the AMR-WB adaptive codebook decoder (24 bytes, plain values). */
+typedef struct {
+    Kvo16s gainHistory[5]; /* pitch gains (Q14), newest last; start 0 */
+    Kvo16s seed;           /* random generator of the lag concealment; start 21845 */
+    Kvo16s lagHistory[5];  /* integer lags, newest first; start 64 */
+    Kvo16s prevLag;        /* integer lag of the last good subframe; start 64 */
+} KvoAdaptiveDecodeState_AMRWB;
 
 /* ---- GSM full rate ------------------------------------------------------ */
 

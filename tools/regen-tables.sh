@@ -82,3 +82,5 @@ $gen "$root/g723" apps/coders g723_coder_tables \
     PostFiltZeroTable=coder_g723_PostFiltZero PostFiltPoleTable=coder_g723_PostFiltPole \
     tabgain85=coder_g723_tabgain85 tabgain170=coder_g723_tabgain170 \
     epsi170=coder_g723_epsi170 gain170=coder_g723_gain170
+$gen "$root/amrwb" src/amrwb amrwb_pitch_tables \
+    inter4_1Tbl inter4_2Tbl CorrWgtTbl gain_sq6Tbl gain_sq7Tbl pitchSq6 pitchSq7
