@@ -24,13 +24,6 @@ namespace {
 constexpr int kSub = 64;
 constexpr int kPosTrack = 16;
 
-inline Kvo16s add16(Kvo32s a, Kvo32s b) {
-    return sat16(a + b);
-}
-inline Kvo16s mult16(Kvo16s a, Kvo16s b) {
-    return sat16((Kvo32s{a} * b) >> 15);
-}
-
 // Search parameters of one mode.
 struct SearchParams {
     int nbiter;

@@ -24,19 +24,6 @@ namespace {
 
 constexpr int kSub = 64;
 
-inline Kvo16s add16(Kvo32s a, Kvo32s b) {
-    return sat16(a + b);
-}
-inline Kvo16s mult16(Kvo16s a, Kvo16s b) {
-    return sat16((Kvo32s{a} * b) >> 15);
-}
-
-// Arithmetic shift left (n > 0, saturating) or right (n < 0) of a 32-bit value.
-inline Kvo32s shiftSat(Kvo32s x, int n) {
-    if (n >= 0) return ShiftLSat_32s(x, n);
-    return x >> (-n > 31 ? 31 : -n);
-}
-
 // Normalised dot product: sat32(2 sum x y + 1) shifted to bit 30, exponent 30 - shift.
 Kvo32s dot12(const Kvo16s* x, const Kvo16s* y, int n, int* exp) {
     const Kvo64s s = corrDotExact(x, y, n);
@@ -121,7 +108,7 @@ int pitchRes4(const Kvo16s* exc, const Kvo16s* xn, const Kvo16s* h, int lo, int 
         ownInvSqrt_32s16s_I(&n, &en16);
         const Kvo32s p = FMul_16s32s(hi(c), hi(n));
         // L_mult already doubles the product of the mantissas.
-        corrv[t - tmin] = round16(shiftSat(p, ec + en16 + scale));
+        corrv[t - tmin] = round16(shl32(p, ec + en16 + scale));
         if (t == tmax) break;
         const Kvo16s ek = exc[-t - 1];
         for (int j = kSub - 1; j > 0; --j) y[j] = add16(y[j - 1], mult16(ek, h[j]));
@@ -390,7 +377,7 @@ KvoStatus kvosOpenLoopPitchSearch_AMRWB_16s(const Kvo16s* pWsp, const Kvo16s* pH
     Kvo16s er = static_cast<Kvo16s>(62 - (e1 + e2 + i));
     ownInvSqrt_32s16s_I(&r, &er);
     const Kvo32s p = FMul_16s32s(round16(r0), round16(r));
-    const Kvo16s gain = round16(shiftSat(p, 31 - e0 + er));
+    const Kvo16s gain = round16(shl32(p, 31 - e0 + er));
 
     *pDstNormCorr = gain;
     if (gain > 19661) {
@@ -532,7 +519,7 @@ KvoStatus kvosAdaptiveCodebookGainCoeff_AMRWB_16s(const Kvo16s* pTarget, const K
     }
     const Kvo32s num = xy >> 1;
     Kvo32s g = num >= yy ? 32767 : (num << 15) / yy;
-    g = shiftSat(g << 16, exy - eyy) >> 16;  // the ratio of the two exponents
+    g = shl32(g << 16, exy - eyy) >> 16;  // the ratio of the two exponents
     if (g > 19661) g = 19661;
     *pDstGain = static_cast<Kvo16s>(g);
     return kvoOk;
