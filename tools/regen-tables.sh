@@ -70,7 +70,7 @@ $gen "$root/amrwb" src/amrwb isf_tables \
     QCdbk2ISFnoiseTbl QCdbk3ISFnoiseTbl QCdbk4ISFnoiseTbl QCdbk5ISFnoiseTbl cosTbl slopeTbl \
     gridTbl
 $gen "$root/gsmamr" src/gsmamr gsmamr_lp_tables \
-    win200_40 win160_80 win232_8 dico1_lsf1 dico2_lsf1 dico3_lsf1 dico4_lsf1 dico5_lsf1 \
+    win160_80 win232_8 dico1_lsf1 dico2_lsf1 dico3_lsf1 dico4_lsf1 dico5_lsf1 \
     dico1_lsf2 dico2_lsf2 dico3_lsf2 mr515_3_lsf mr795_1_lsf past_rq_init \
     twd_tbl ii_table bitrevTab
 $gen "$root/gsmamr" src/gsmamr gsmamr_pitch_tables corrweight inter_6new

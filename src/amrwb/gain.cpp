@@ -9,6 +9,7 @@
 // 16 times the double-precision product with the innovation gain, as in its bad-frame form.
 #include "amrwb/gain.h"
 #include "amrwb/amrwb_pitch_tables.h"
+#include "amrwb/modes.h"
 #include "frame/impl.h"
 #include "kernels/corr.h"
 #include "numeric/arith.h"
@@ -27,23 +28,6 @@ Kvo32s dot12(const Kvo16s* x, const Kvo16s* y, int n, int* exp) {
     return shl_wrap(v, sh);
 }
 
-bool wbMode(KvoSpeechRate mode) {
-    switch (mode) {
-        case 5:
-        case 9:
-        case 13:
-        case 15:
-        case 16:
-        case 18:
-        case 19:
-        case 20:
-        case 21:
-        case 25:
-            return true;
-        default:
-            return false;
-    }
-}
 bool sixBit(KvoSpeechRate mode) {
     return mode == 5 || mode == 9 || mode == 25;
 }
@@ -102,7 +86,7 @@ KvoStatus kvosGainQuant_AMRWB_16s(const Kvo16s* pTarget, const Kvo16s* pFiltered
         !pGainPitch || !pDstGainCode || !pDstIndex)
         return kvoErrNullPtr;
     if (len < 1) return kvoErrBadArg;
-    if (!wbMode(mode)) return kvoErrRange;
+    if (!amrwbMode(mode)) return kvoErrRange;
 
     const Kvo16s(*table)[2];
     const Kvo16s* sq;
@@ -192,7 +176,7 @@ KvoStatus kvosDecodeGain_AMRWB_16s(Kvo32s index, Kvo32u gainInnovation, Kvo16s* 
                                    Kvo16s* pCodeGain, KvoSpeechRate mode) {
     if (!pDstGainPitch || !pDstGainCode || !pPastEnergy || !pPreviousCodeGain || !pCodeGain)
         return kvoErrNullPtr;
-    if (!wbMode(mode)) return kvoErrRange;
+    if (!amrwbMode(mode)) return kvoErrRange;
     const Kvo16s inov = static_cast<Kvo16s>(gainInnovation);
     if (badFrame != 0) {
         Kvo32s mean =

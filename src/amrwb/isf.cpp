@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "amrwb/isf_tables.h"
+#include "amrwb/modes.h"
 #include "impl.h"
 #include "numeric/fixed.h"
 
@@ -118,23 +119,6 @@ constexpr Part kNoise[5] = {
     part(5, 3, 64, tab::QCdbk3ISFnoiseTbl), part(8, 4, 32, tab::QCdbk4ISFnoiseTbl),
     part(12, 4, 32, tab::QCdbk5ISFnoiseTbl)};
 
-bool valid_mode(Kvo32s mode) {
-    switch (mode) {
-        case 5:
-        case 9:
-        case 13:
-        case 15:
-        case 16:
-        case 18:
-        case 19:
-        case 20:
-        case 21:
-        case 25:
-            return true;
-        default:
-            return false;
-    }
-}
 bool narrow_form(Kvo32s mode) {
     return mode == 5 || mode == 25;
 }
@@ -238,7 +222,7 @@ namespace impl {
 KvoStatus kvosISFQuant_AMRWB_16s(const Kvo16s* pIsf, Kvo16s* pPredMem, Kvo16s* pIsfQ,
                                  Kvo16s* pIndices, KvoSpeechRate mode) {
     if (!pIsf || !pPredMem || !pIsfQ || !pIndices) return kvoErrNullPtr;
-    if (!valid_mode(mode)) return kvoErrRange;
+    if (!amrwbMode(mode)) return kvoErrRange;
     const bool narrow = narrow_form(mode);
     Kvo16s r[kOrder];
     for (int i = 0; i < kOrder; ++i)
@@ -287,7 +271,7 @@ KvoStatus kvosISFQuantDecode_AMRWB_16s(const Kvo16s* pIndices, Kvo16s* pIsfQ, Kv
                                        const Kvo16s* pPrevIsf, Kvo16s* pHistory, Kvo32s badFrame,
                                        KvoSpeechRate mode) {
     if (!pIndices || !pIsfQ || !pPredMem || !pPrevIsf || !pHistory) return kvoErrNullPtr;
-    if (!valid_mode(mode)) return kvoErrRange;
+    if (!amrwbMode(mode)) return kvoErrRange;
     if (badFrame) {
         conceal(pIsfQ, pPredMem, pPrevIsf, pHistory);
         return kvoOk;

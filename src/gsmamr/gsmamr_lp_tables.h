@@ -3,7 +3,6 @@
 #include "kvosc_types.h"
 
 namespace kvo::tab {
-extern const Kvo16s win200_40[240];  // 3GPP TS 26.073 (AMR) fixed-point reference, window.tab, window_200_40
 extern const Kvo16s win160_80[240];  // 3GPP TS 26.073 (AMR) fixed-point reference, window.tab, window_160_80
 extern const Kvo16s win232_8[240];  // 3GPP TS 26.073 (AMR) fixed-point reference, window.tab, window_232_8
 extern const Kvo16s dico1_lsf1[128][4];  // 3GPP TS 26.073 (AMR) fixed-point reference, q_plsf_5.tab, dico1_lsf

@@ -13,6 +13,7 @@
 #include "gsmamr/gsmamr_lp_tables.h"
 #include "gsmamr/lp_private.h"
 #include "impl.h"
+#include "numeric/numeric_tables.h"
 #include "kernels/corr.h"
 #include "kernels/lpc.h"
 
@@ -128,7 +129,7 @@ KvoStatus kvosAutoCorr_GSMAMR_16s32s(const Kvo16s* pSrc, Kvo32s* pDst, KvoSpeech
         autoCorrWindow(pSrc, tab::win160_80, pDst);
         autoCorrWindow(pSrc, tab::win232_8, pDst + 11);
     } else {
-        autoCorrWindow(pSrc, tab::win200_40, pDst);
+        autoCorrWindow(pSrc, tab::hamwindow, pDst);
     }
     return kvoOk;
 }
