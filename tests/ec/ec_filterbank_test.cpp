@@ -96,13 +96,12 @@ TEST(SubbandBank, BuiltinPrototypesReconstructInBothFamilies) {
         const auto B = static_cast<size_t>(g.block);
         std::vector<double> x = white(60000, 3000.0, 11), yf, y16;
         for (auto& v : x) v = std::clamp(std::round(v), -32768.0, 32767.0);
-        // Float round trip; a second analysis with its record and work buffer at odd
-        // addresses must give the same bytes; the 16-bit chain runs on the same input.
-        Bank<false> a(g.order, g.block, g.win), a2(g.order, g.block, g.win, nullptr, 13),
-            s(g.order, g.block, g.win);
-        Bank<true> a16(g.order, g.block, g.win, nullptr, 5), s16(g.order, g.block, g.win);
-        ASSERT_TRUE(a.ok && a2.ok && s.ok && a16.ok && s16.ok);
-        std::vector<Kvo32fc> X(size_t(a.bands)), X2(X.size());
+        // Float round trip, and the 16-bit one (records at odd addresses) on the same input.
+        Bank<false> a(g.order, g.block, g.win, nullptr, 13), s(g.order, g.block, g.win);
+        Bank<true> a16(g.order, g.block, g.win, nullptr, 5),
+            s16(g.order, g.block, g.win, nullptr, 7);
+        ASSERT_TRUE(a.ok && s.ok && a16.ok && s16.ok);
+        std::vector<Kvo32fc> X(size_t(a.bands));
         std::vector<Kvo32sc> X16(X.size());
         std::vector<Kvo32f> out(B);
         std::vector<Kvo16s> out16(B);
@@ -111,8 +110,6 @@ TEST(SubbandBank, BuiltinPrototypesReconstructInBothFamilies) {
             const std::vector<Kvo32f> in(x.begin() + long(p), x.begin() + long(p + B));
             const std::vector<Kvo16s> in16(in.begin(), in.end());
             ASSERT_EQ(kvosSubbandAnalysis_32f32fc(in.data(), X.data(), a.st, a.wb), kvoOk);
-            ASSERT_EQ(kvosSubbandAnalysis_32f32fc(in.data(), X2.data(), a2.st, a2.wb), kvoOk);
-            ASSERT_EQ(std::memcmp(X.data(), X2.data(), X.size() * sizeof(Kvo32fc)), 0);
             ASSERT_EQ(kvosSubbandAnalysis_16s32sc_Sfs(in16.data(), X16.data(), a16.st, 0, a16.wb),
                       kvoOk);
             for (size_t k = 0; k < X.size(); ++k) {
