@@ -298,8 +298,8 @@ TEST(Fullband, FirMatchesItsSumAndNlmsConvergesWhereverTheCallsCut) {
     EXPECT_EQ(out, -32768);  // the error saturates
     // 16-bit NLMS: mu is kept whole inside the call and saturated when stored.
     const Kvo32s big = 1 << 20;
-    mic = 32767, ref[0] = ref[1] = h[0] = h[1] = 0;
-    ASSERT_EQ(kvosNLMS_EC_16s(&ref[1], &mic, &big, &out, 1, h, 2, &mu16), kvoOk);
+    Kvo16s r3[3] = {0, 0, 0}, m3 = 32767, h3[2] = {0, 0};  // the update reads taps + 1 samples
+    ASSERT_EQ(kvosNLMS_EC_16s(&r3[2], &m3, &big, &out, 1, h3, 2, &mu16), kvoOk);
     EXPECT_EQ(mu16, 32767);
 
     // The error carried between calls makes the cut invisible.
