@@ -1,62 +1,72 @@
-// Helpers of the echo-canceller kernel tests: filter-bank holders, row sets, signals.
+// Helpers of the echo-canceller kernel tests: filter-bank streams, row sets, noise.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <random>
+#include <type_traits>
 #include <vector>
 
 #include "kvosc.h"
 
 namespace ectest {
 
-// Caller memory at a chosen offset from a 64-byte boundary.
-struct Block {
-    std::vector<uint8_t> mem;
-    uint8_t* p = nullptr;
-    Block(size_t bytes, size_t offset) : mem(bytes + offset + 64) {
-        auto a = reinterpret_cast<uintptr_t>(mem.data());
-        p = reinterpret_cast<uint8_t*>(((a + 63) & ~uintptr_t{63}) + offset);
-    }
-};
+// `off` bytes past the first 64-byte boundary of m (m carries 64 spare bytes).
+inline uint8_t* at_offset(std::vector<uint8_t>& m, size_t off) {
+    const auto a = reinterpret_cast<uintptr_t>(m.data());
+    return reinterpret_cast<uint8_t*>(((a + 63) & ~uintptr_t{63}) + off);
+}
 
-// One filter-bank stream, float or 16-bit.
+// One filter-bank stream, float or 16-bit; record and work buffer at `offset`.
 template <bool kFixed>
 struct Bank {
     using St = std::conditional_t<kFixed, KvoSubbandProcess16sState, KvoSubbandProcess32fState>;
-    Block state, init, work;
+    using W = std::conditional_t<kFixed, Kvo16s, Kvo32f>;
+    std::vector<uint8_t> mem, init, work;
     St* st;
-    int block, bands;
-    static Kvo32s sizes(int order, int win, Kvo32s* s, Kvo32s* i, Kvo32s* w) {
+    uint8_t* wb;
+    int bands;
+    bool ok;
+    Bank(int order, int block, int win, const W* window = nullptr, size_t offset = 0)
+        : bands((1 << (order - 1)) + 1) {
+        Kvo32s s = 0, i = 0, w = 0;
         if constexpr (kFixed)
-            return kvosSubbandProcessGetSize_16s(order, win, s, i, w);
+            kvosSubbandProcessGetSize_16s(order, win, &s, &i, &w);
         else
-            return kvosSubbandProcessGetSize_32f(order, win, s, i, w);
-    }
-    static Kvo32s size(int order, int win, int which) {
-        Kvo32s s[3] = {};
-        sizes(order, win, &s[0], &s[1], &s[2]);
-        return s[which];
-    }
-    template <class W>
-    Bank(int order, int blockLen, int win, const W* window = nullptr, size_t offset = 0)
-        : state(size(order, win, 0), offset),
-          init(size(order, win, 1), offset),
-          work(size(order, win, 2), offset),
-          st(reinterpret_cast<St*>(state.p)),
-          block(blockLen),
-          bands((1 << (order - 1)) + 1) {
-        Kvo32s r;
+            kvosSubbandProcessGetSize_32f(order, win, &s, &i, &w);
+        mem.resize(static_cast<size_t>(s) + offset + 64);
+        init.resize(static_cast<size_t>(i) + 1);
+        work.resize(static_cast<size_t>(w) + offset + 64);
+        st = reinterpret_cast<St*>(at_offset(mem, offset));
+        wb = at_offset(work, offset);
         if constexpr (kFixed)
-            r = kvosSubbandProcessInit_16s(st, order, blockLen, win,
-                                           reinterpret_cast<const Kvo16s*>(window), init.p);
+            ok = kvosSubbandProcessInit_16s(st, order, block, win, window, init.data()) == kvoOk;
         else
-            r = kvosSubbandProcessInit_32f(st, order, blockLen, win,
-                                           reinterpret_cast<const Kvo32f*>(window), init.p);
-        ok = r == kvoOk;
+            ok = kvosSubbandProcessInit_32f(st, order, block, win, window, init.data()) == kvoOk;
     }
-    Bank(int order, int blockLen, int win) : Bank(order, blockLen, win, (const void*)nullptr) {}
-    bool ok = false;
+};
+
+// Rows of `bands` complex elements, each its own vector; ptr/cptr point at them.
+template <class C>
+struct Rows {
+    std::vector<std::vector<C>> data;
+    std::vector<C*> ptr;
+    std::vector<const C*> cptr;
+    Rows(int rows, int bands)
+        : data(static_cast<size_t>(rows), std::vector<C>(static_cast<size_t>(bands))) {
+        refresh();
+    }
+    void refresh() {
+        ptr.clear();
+        cptr.clear();
+        for (auto& r : data) ptr.push_back(r.data()), cptr.push_back(r.data());
+    }
+    // Newest first: the last row's storage becomes row 0.
+    void rotate() {
+        std::rotate(data.begin(), data.end() - 1, data.end());
+        refresh();
+    }
 };
 
 inline std::vector<double> white(size_t n, double rms, uint32_t seed) {
@@ -67,35 +77,8 @@ inline std::vector<double> white(size_t n, double rms, uint32_t seed) {
     return x;
 }
 
-inline double power(const double* x, size_t n) {
-    double s = 0;
-    for (size_t i = 0; i < n; ++i) s += x[i] * x[i];
-    return s / static_cast<double>(n);
-}
-
 inline double db(double ratio) {
     return 10.0 * std::log10(ratio);
 }
-
-// Row pointer set: rows of `bands` complex elements, each its own vector.
-template <class C>
-struct Rows {
-    std::vector<std::vector<C>> data;
-    std::vector<C*> ptr;
-    std::vector<const C*> cptr;
-    Rows(int rows, int bands)
-        : data(static_cast<size_t>(rows), std::vector<C>(static_cast<size_t>(bands))) {
-        for (auto& r : data) ptr.push_back(r.data());
-        for (auto& r : data) cptr.push_back(r.data());
-    }
-    // Newest first: the last row's storage becomes row 0.
-    void rotate() {
-        std::rotate(data.begin(), data.end() - 1, data.end());
-        ptr.clear();
-        cptr.clear();
-        for (auto& r : data) ptr.push_back(r.data());
-        for (auto& r : data) cptr.push_back(r.data());
-    }
-};
 
 }  // namespace ectest
