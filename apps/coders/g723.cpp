@@ -521,10 +521,12 @@ struct Encoder {
 
 // Weighted synthesis chain 1/A(z) W(z) of one subframe: synthesis to 32-bit
 // sums, then the pole-zero weighting filter on them; mem carries the synthesis
-// outputs (the filter's inputs) and the weighted outputs.  The output is at
-// half the excitation's scale, as the ringing and error memories are kept.
+// outputs (the filter's inputs) and the weighted outputs.  At scale 0 the
+// output is at half the excitation's scale, as the ringing and error memories
+// are kept; the impulse response doubles the weighting stage (scale 1) on the
+// synthesis of an impulse of 8192, so that its rounding matches the standard's.
 void weighted_synthesis(const int16_t* qlpc, const int16_t* per, const int16_t* x,
-                        KvoIIRMemG723& mem, int16_t* w) {
+                        KvoIIRMemG723& mem, int16_t* w, int scale = 0) {
     int16_t coef[11];
     coef[0] = 4096;
     std::memcpy(coef + 1, qlpc, sizeof(int16_t) * kOrder);
@@ -532,7 +534,7 @@ void weighted_synthesis(const int16_t* qlpc, const int16_t* per, const int16_t* 
     std::memcpy(synMem, mem.x, sizeof synMem);
     int32_t s[kSub];
     kvosSynthesisFilter_G723_16s32s(coef, x, s, synMem);
-    kvosIIR16s_G723_32s16s_Sfs(per, s, 0, w, &mem);
+    kvosIIR16s_G723_32s16s_Sfs(per, s, scale, w, &mem);
 }
 
 // Harmonic noise shaping y[n] - g y[n - lag] on a history of 145 + 60 samples.
@@ -678,14 +680,13 @@ bool encode_frame(Encoder& e, const int16_t* in, uint8_t* out) {
         const int16_t* w = per + 20 * i;
         int16_t* tv = data + kSub * i;
 
-        // Impulse response of the combined filter in Q13 (h[0] = 8192 for a
-        // unit gain): the half-scale chain driven by an impulse of 16384.
+        // Impulse response of the combined filter in Q13 (h[0] = 8192).
         int16_t h[kSub];
         {
-            int16_t imp[kSub] = {16384};
+            int16_t imp[kSub] = {8192};
             KvoIIRMemG723 zero = {};
             int16_t hist[kPitchMax + kSub] = {};
-            weighted_synthesis(a, w, imp, zero, hist + kPitchMax);
+            weighted_synthesis(a, w, imp, zero, hist + kPitchMax, 1);
             harmonic(hist, pwLag[i], pwGain[i], h);
         }
         // Ringing of the previous subframes, removed from the target.
