@@ -521,9 +521,12 @@ struct Encoder {
 
 // Weighted synthesis chain 1/A(z) W(z) of one subframe: synthesis to 32-bit
 // sums, then the pole-zero weighting filter on them; mem carries the synthesis
-// outputs (the filter's inputs) and the weighted outputs.
+// outputs (the filter's inputs) and the weighted outputs.  At scale 0 the
+// output is at half the excitation's scale, as the ringing and error memories
+// are kept; the impulse response doubles the weighting stage (scale 1) on the
+// synthesis of an impulse of 8192, so that its rounding matches the standard's.
 void weighted_synthesis(const int16_t* qlpc, const int16_t* per, const int16_t* x,
-                        KvoIIRMemG723& mem, int16_t* w) {
+                        KvoIIRMemG723& mem, int16_t* w, int scale = 0) {
     int16_t coef[11];
     coef[0] = 4096;
     std::memcpy(coef + 1, qlpc, sizeof(int16_t) * kOrder);
@@ -531,7 +534,7 @@ void weighted_synthesis(const int16_t* qlpc, const int16_t* per, const int16_t* 
     std::memcpy(synMem, mem.x, sizeof synMem);
     int32_t s[kSub];
     kvosSynthesisFilter_G723_16s32s(coef, x, s, synMem);
-    kvosIIR16s_G723_32s16s_Sfs(per, s, 1, w, &mem);
+    kvosIIR16s_G723_32s16s_Sfs(per, s, scale, w, &mem);
 }
 
 // Harmonic noise shaping y[n] - g y[n - lag] on a history of 145 + 60 samples.
@@ -578,20 +581,22 @@ void update_error(Encoder& e, int16_t olp, int16_t acLg, int16_t acGn) {
 }
 
 // Fixed-codebook gain level of the ACELP code: the nearest level to <x, y> / <y, y>.
-int16_t acelp_gain_index(const int16_t* x, const int16_t* y) {
+int16_t acelp_gain_index(const int16_t* x, const int16_t* yIn) {
+    // The filtered code is scaled down by 8 so that its energy cannot saturate.
+    int16_t y[kSub];
+    for (int i = 0; i < kSub; ++i) y[i] = static_cast<int16_t>(yIn[i] >> 3);
     int32_t xy = 0, yy = 0;
     for (int i = 0; i < kSub; ++i) xy = L_mac(xy, x[i], y[i]);
     if (xy <= 0) return 0;
     const int exy = norm_l(xy);
-    xy <<= exy;
     for (int i = 0; i < kSub; ++i) yy = L_mac(yy, y[i], y[i]);
+    if (yy <= 0) return 0;
     const int eyy = norm_l(yy);
-    yy <<= eyy;
-    xy >>= 1;
-    const int16_t a = static_cast<int16_t>(xy >> 16), b = static_cast<int16_t>(yy >> 16);
+    const int16_t a = static_cast<int16_t>(static_cast<int16_t>((xy << exy) >> 16) >> 1);
+    const int16_t b = static_cast<int16_t>((yy << eyy) >> 16);
     int16_t g = a >= b ? int16_t{32767} : static_cast<int16_t>((int32_t{a} << 15) / b);
-    const int sh = exy + 1 - eyy;
-    g = sh >= 0 ? static_cast<int16_t>(sh > 15 ? (g < 0 ? -1 : 0) : g >> sh) : sat16(int32_t{g} << -sh);
+    const int sh = exy + 5 - eyy;
+    g = sh >= 0 ? static_cast<int16_t>(sh > 15 ? 0 : g >> sh) : sat16(int32_t{g} << std::min(-sh, 16));
     int best = 0;
     int dmin = std::abs(g - kFcbkGain[0]);
     for (int i = 1; i < 24; ++i) {
@@ -675,13 +680,13 @@ bool encode_frame(Encoder& e, const int16_t* in, uint8_t* out) {
         const int16_t* w = per + 20 * i;
         int16_t* tv = data + kSub * i;
 
-        // Impulse response of the combined filter.
+        // Impulse response of the combined filter in Q13 (h[0] = 8192).
         int16_t h[kSub];
         {
             int16_t imp[kSub] = {8192};
             KvoIIRMemG723 zero = {};
             int16_t hist[kPitchMax + kSub] = {};
-            weighted_synthesis(a, w, imp, zero, hist + kPitchMax);
+            weighted_synthesis(a, w, imp, zero, hist + kPitchMax, 1);
             harmonic(hist, pwLag[i], pwGain[i], h);
         }
         // Ringing of the previous subframes, removed from the target.
@@ -713,9 +718,9 @@ bool encode_frame(Encoder& e, const int16_t* in, uint8_t* out) {
         if (kvosDecodeAdaptiveVector_G723_16s(olp, s.acLg, s.acGn, e.prevExc, acb, e.rate) != kvoOk)
             return false;
         for (int n = 0; n < kSub; ++n) {
-            int32_t acc = (int32_t{tv[n]} << 16) >> 2;
+            int32_t acc = (int32_t{tv[n]} << 16) >> 1;
             for (int j = 0; j <= n; ++j) acc = L_msu(acc, acb[j], h[n - j]);
-            tv[n] = round16(sat32(int64_t{acc} << 2));
+            tv[n] = round16(sat32(int64_t{acc} << 1));
         }
 
         // Fixed codebook.
@@ -727,8 +732,9 @@ bool encode_frame(Encoder& e, const int16_t* in, uint8_t* out) {
         } else {
             const int t0 = olp - 1 + s.acLg + coder_g723_epsi170[s.acGn];
             const int16_t g0 = coder_g723_gain170[s.acGn];
+            // The codebook works on the response at half scale (Q12).
             int16_t h2[kSub];
-            std::memcpy(h2, h, sizeof h2);
+            for (int n = 0; n < kSub; ++n) h2[n] = static_cast<int16_t>(h[n] >> 1);
             if (t0 < kSub - 2)
                 for (int n = t0; n < kSub; ++n) h2[n] = add(h2[n], mult(h2[n - t0], g0));
             int32_t rr[416];
