@@ -100,7 +100,8 @@ struct ToneGate {
             if (kvosToneDetect_EC_16s(far, n, &hit, mem.as<KvoToneDetect16sState>()) != kvoOk)
                 return false;
         } else {
-            float x[128];
+            float x[128] = {};
+            if (n > 128) return false;
             for (int i = 0; i < n; ++i) x[i] = far[i];
             if (kvosToneDetect_EC_32f(x, n, &hit, mem.as<KvoToneDetect32fState>()) != kvoOk)
                 return false;

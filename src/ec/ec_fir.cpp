@@ -131,6 +131,47 @@ inline Kvo32s scaleErr(Kvo32s e, Kvo32s m) {
 
 }  // namespace
 
+namespace ec {
+
+// Saturating sums of one subband k over all rows.
+static void firSumSat(const Kvo32sc* const* x, const Kvo32sc* const* h, int k, int numSegments,
+                      Kvo64s& accR, Kvo64s& accI) {
+    Kvo64s sr = 0, si = 0;
+    for (int r = 0; r < numSegments; ++r) {
+        const Kvo64s xr = x[r][k].re, xi = x[r][k].im, hr = h[r][k].re, hi = h[r][k].im;
+        // |xr*hr - xi*hi| < 2^63 for 32-bit operands; the imaginary sum reaches 2^63 only for
+        // four operands of -2^31 and saturates there.
+        sr = addSat64(sr, xr * hr - xi * hi);
+        si = addSat64(si, addSat64(xr * hi, xi * hr));
+    }
+    accR = sr;
+    accI = si;
+}
+
+void firSubband32scCore(const Kvo32sc* const* ppRefRows, const Kvo32sc* const* ppCoefRows,
+                        Kvo32sc* pDst, int numSegments, int numSubbands, int scaleFactor,
+                        bool avx2) {
+    for (int k0 = 0; k0 < numSubbands; k0 += kChunk) {
+        const int n = std::min(kChunk, numSubbands - k0);
+        Kvo64s accR[kChunk], accI[kChunk];
+        // The vector twin takes whole groups of four; subbands whose 64-bit sums overflowed
+        // there (the only case where saturation matters) are summed again here.
+        const int nv = avx2 ? (n & ~3) : 0;
+        const Kvo64u redo =
+            nv > 0 ? firSubband32scAvx2(ppRefRows, ppCoefRows, k0, nv, numSegments, accR, accI)
+                   : 0;
+        for (int j = 0; j < n; ++j)
+            if (j >= nv || ((redo >> j) & 1) != 0)
+                firSumSat(ppRefRows, ppCoefRows, k0 + j, numSegments, accR[j], accI[j]);
+        for (int j = 0; j < n; ++j) {
+            pDst[k0 + j].re = scaleAcc(accR[j], scaleFactor);
+            pDst[k0 + j].im = scaleAcc(accI[j], scaleFactor);
+        }
+    }
+}
+
+}  // namespace ec
+
 namespace impl {
 
 KvoStatus kvosFIRSubband_EC_32fc(const Kvo32fc** ppRefRows, const Kvo32fc** ppCoefRows,
@@ -155,25 +196,8 @@ KvoStatus kvosFIRSubband_EC_32sc_Sfs(const Kvo32sc** ppRefRows, const Kvo32sc** 
     if (!segmentsOk(numSegments) || scaleFactor < -31 || scaleFactor > 31) return kvoErrRange;
     if (!rowsPresent(ppRefRows, numSegments) || !rowsPresent(ppCoefRows, numSegments))
         return kvoErrNullPtr;
-    for (int k0 = 0; k0 < numSubbands; k0 += kChunk) {
-        const int n = std::min(kChunk, numSubbands - k0);
-        Kvo64s accR[kChunk] = {}, accI[kChunk] = {};
-        for (int r = 0; r < numSegments; ++r) {
-            const Kvo32sc* x = ppRefRows[r] + k0;
-            const Kvo32sc* h = ppCoefRows[r] + k0;
-            for (int j = 0; j < n; ++j) {
-                const Kvo64s xr = x[j].re, xi = x[j].im, hr = h[j].re, hi = h[j].im;
-                // |xr*hr - xi*hi| < 2^63 for 32-bit operands; the imaginary sum reaches 2^63
-                // only for four operands of -2^31 and saturates there.
-                accR[j] = addSat64(accR[j], xr * hr - xi * hi);
-                accI[j] = addSat64(accI[j], addSat64(xr * hi, xi * hr));
-            }
-        }
-        for (int j = 0; j < n; ++j) {
-            pDst[k0 + j].re = scaleAcc(accR[j], scaleFactor);
-            pDst[k0 + j].im = scaleAcc(accI[j], scaleFactor);
-        }
-    }
+    ec::firSubband32scCore(ppRefRows, ppCoefRows, pDst, numSegments, numSubbands, scaleFactor,
+                           cpuHasAvx2());
     return kvoOk;
 }
 

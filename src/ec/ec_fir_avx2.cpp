@@ -166,3 +166,45 @@ void coeffUpdate32scRowAvx2(const Kvo64s* er, const Kvo64s* ei, const Kvo64s* d,
 }
 
 }  // namespace kvo::ec
+
+namespace kvo::ec {
+
+// Fixed-point subband FIR: 64-bit lanes hold one subband each ([re | im] of a Kvo32sc),
+// _mm256_mul_epi32 forms the exact 32 x 32 -> 64-bit products.  The real term xr*hr -
+// xi*hi never leaves 64 bits; the imaginary term and both running sums are checked for
+// signed overflow ((a ^ s) & (b ^ s) < 0).  Without an overflow the wrapping sums equal
+// the saturating ones; a subband that overflowed anywhere is flagged in the returned mask
+// and must be summed again by the scalar core.
+Kvo64u firSubband32scAvx2(const Kvo32sc* const* ppRefRows, const Kvo32sc* const* ppCoefRows,
+                            int k0, int n, int numSegments, Kvo64s* accR, Kvo64s* accI) {
+    Kvo64u mask = 0;
+    for (int j = 0; j + 4 <= n; j += 4) {
+        __m256i sr = _mm256_setzero_si256(), si = _mm256_setzero_si256();
+        __m256i ovf = _mm256_setzero_si256();
+        for (int r = 0; r < numSegments; ++r) {
+            const __m256i x =
+                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(ppRefRows[r] + k0 + j));
+            const __m256i h =
+                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(ppCoefRows[r] + k0 + j));
+            const __m256i xi = _mm256_srli_epi64(x, 32), hi = _mm256_srli_epi64(h, 32);
+            const __m256i tr = _mm256_sub_epi64(_mm256_mul_epi32(x, h), _mm256_mul_epi32(xi, hi));
+            const __m256i p = _mm256_mul_epi32(x, hi), q = _mm256_mul_epi32(xi, h);
+            const __m256i ti = _mm256_add_epi64(p, q);
+            const __m256i nr = _mm256_add_epi64(sr, tr), ni = _mm256_add_epi64(si, ti);
+            ovf = _mm256_or_si256(
+                ovf, _mm256_and_si256(_mm256_xor_si256(p, ti), _mm256_xor_si256(q, ti)));
+            ovf = _mm256_or_si256(
+                ovf, _mm256_and_si256(_mm256_xor_si256(sr, nr), _mm256_xor_si256(tr, nr)));
+            ovf = _mm256_or_si256(
+                ovf, _mm256_and_si256(_mm256_xor_si256(si, ni), _mm256_xor_si256(ti, ni)));
+            sr = nr;
+            si = ni;
+        }
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(accR + j), sr);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(accI + j), si);
+        mask |= static_cast<Kvo64u>(_mm256_movemask_pd(_mm256_castsi256_pd(ovf))) << j;
+    }
+    return mask;
+}
+
+}  // namespace kvo::ec

@@ -225,7 +225,9 @@ TEST(EchoScenes, FiguresAgainstSpeexdsp) {
             }
             if (subband) {
                 EXPECT_GE(f.afterChange, 11.0);
-                if (rate == 8000) EXPECT_GE(f.converged, 22.0);
+                if (rate == 8000) {
+                    EXPECT_GE(f.converged, 22.0);
+                }
             }
             // The time-domain NLMS (step 0.5 / E) converges more slowly than speexdsp's
             // frequency-domain filter on speech: at 8 kHz it stays about 3 dB short after
