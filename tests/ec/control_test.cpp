@@ -11,6 +11,7 @@
 
 #include "ec/ec_control.h"
 #include "kvosc.h"
+#include "numeric/cpu.h"
 
 namespace {
 
@@ -235,6 +236,27 @@ TYPED_TEST(SubbandDecisions, GainMutesOnceTheFilterIsTrusted) {
     }
     EXPECT_GT(saves, 30);
     EXPECT_LT(gain, 0.05);
+}
+
+// The row energy twin of the 16-bit subband controller against the exact power.
+TEST(EcControlTwin, CoefficientEnergyRowsMatchTheExactPower) {
+    if (!kvo::cpuHasAvx2()) GTEST_SKIP() << "no AVX2";
+    std::mt19937 g(5);
+    std::uniform_int_distribution<Kvo32s> any(INT32_MIN, INT32_MAX);
+    const Kvo32s ext[] = {INT32_MIN, INT32_MAX, -1, 0};
+    Rows<Kvo32sc> rows(7, 37);
+    for (int r = 0; r < 7; ++r)
+        for (int k = 0; k < 37; ++k)
+            rows.data[r][k] = r < 3 ? Kvo32sc{any(g), any(g)} : Kvo32sc{ext[(r + k) % 4], ext[k % 4]};
+    std::vector<Kvo64u> a(37, 0), b(37, 0);
+    for (int r = 0; r < 7; ++r) {
+        kvo::ec::coefEnergyRowAvx2(rows.ptr[r], a.data(), 37);
+        for (int k = 0; k < 36; ++k) {  // groups of four only
+            const __int128 re = rows.data[r][k].re, im = rows.data[r][k].im;
+            b[k] += static_cast<Kvo64u>((re * re + im * im + 512) >> 10);
+        }
+    }
+    EXPECT_EQ(a, b);
 }
 
 // ---- fullband controller -----------------------------------------------------------
