@@ -98,4 +98,53 @@ TEST(EcFirTwin, OverflowFlagsExactlyTheSubbandsThatLeave64Bits) {
     }
 }
 
+// The coefficient update (vector groups of four, padded remainder, scalar when a shift
+// leaves 0..63) against a 128-bit model: scaled error (E*m + 2^30) >> 31, conjugate
+// reference with -2^31 negated to 2^31 - 1, rounded right shift, saturated sum.
+TEST(EcFirTwin, UpdateMatchesTheWideModelOnEveryGeometry) {
+    std::mt19937 g(2024);
+    std::uniform_int_distribution<Kvo32s> mant(0, INT32_MAX);
+    for (int kind = 0; kind < 3; ++kind)
+        for (int bands : {1, 3, 4, 7, 17, 33, 70})
+            for (int sf : {0, 9, 31}) {
+                SCOPED_TRACE(::testing::Message() << "kind " << kind << " bands " << bands
+                                                  << " sf " << sf);
+                const int segs = 5;
+                Rows rows(segs, bands, g, kind), err(1, bands, g, kind);
+                std::vector<KvoStepPair> step(bands);
+                // Shifts d = exponent - sf - 31 in 0..63, one chunk with a shift of 64+.
+                for (int k = 0; k < bands; ++k)
+                    step[k] = {mant(g), sf + 31 + (bands == 70 && k == 66 ? 70 : (k * 7) % 64)};
+                auto want = rows.h;
+                for (int r = 0; r < segs; ++r)
+                    for (int k = 0; k < bands; ++k) {
+                        const __int128 m = step[k].mantissa;
+                        const __int128 er = Kvo32s((err.x[0][k].re * m + (__int128{1} << 30)) >> 31);
+                        const __int128 ei = Kvo32s((err.x[0][k].im * m + (__int128{1} << 30)) >> 31);
+                        const __int128 xr = rows.x[r][k].re;
+                        const __int128 xi = rows.x[r][k].im == INT32_MIN ? INT32_MAX
+                                                                          : -__int128{rows.x[r][k].im};
+                        const int d = step[k].exponent - sf - 31;
+                        auto add = [&](__int128 pr, Kvo32s& h) {
+                            __int128 a = 0;
+                            if (d < 64) a = d >= 2 ? (pr + (__int128{1} << (d - 1))) >> d : pr >> d;
+                            const __int128 v = h + a;
+                            h = v > INT32_MAX ? INT32_MAX : v < INT32_MIN ? INT32_MIN : Kvo32s(v);
+                        };
+                        add(er * xr - ei * xi, want[r][k].re);
+                        add(ei * xr + er * xi, want[r][k].im);
+                    }
+                std::vector<Kvo32sc*> hp;
+                for (auto& row : rows.h) hp.push_back(row.data());
+                ASSERT_EQ(kvosFIRSubbandCoeffUpdate_EC_32sc_I(step.data(), rows.px.data(),
+                                                              err.x[0].data(), hp.data(), segs,
+                                                              bands, sf),
+                          kvoOk);
+                for (int r = 0; r < segs; ++r)
+                    ASSERT_EQ(0, std::memcmp(want[r].data(), rows.h[r].data(),
+                                             sizeof(Kvo32sc) * bands))
+                        << "row " << r;
+            }
+}
+
 }  // namespace
