@@ -39,21 +39,6 @@ struct Rows {
 
 double stepValue(const KvoStepPair& p) { return std::ldexp(double(p.mantissa), -p.exponent); }
 
-// ---- normalised division -----------------------------------------------------------
-
-TEST(EcNormDiv, MatchesTheQuotientToSixPartsIn1e8) {
-    std::mt19937 rng(11);
-    std::uniform_int_distribution<Kvo32s> top(0x40000000, 0x7fffffff);
-    double worst = 0;
-    for (int i = 0; i < 20000; ++i) {
-        const Kvo32s n = top(rng), d = i == 0 ? 0x40000000 : top(rng);
-        const double want = double(n) / double(d) * 1073741824.0;
-        const double got = kvo::ec::normDiv(n, d);
-        worst = std::max(worst, std::fabs(got - want) / want);
-    }
-    EXPECT_LT(worst, 2e-7);
-}
-
 // ---- subband controllers -----------------------------------------------------------
 
 struct SubbandPair {
