@@ -100,7 +100,8 @@ struct ToneGate {
             if (kvosToneDetect_EC_16s(far, n, &hit, mem.as<KvoToneDetect16sState>()) != kvoOk)
                 return false;
         } else {
-            float x[128];
+            float x[128] = {};
+            if (n > 128) return false;
             for (int i = 0; i < n; ++i) x[i] = far[i];
             if (kvosToneDetect_EC_32f(x, n, &hit, mem.as<KvoToneDetect32fState>()) != kvoOk)
                 return false;
@@ -300,6 +301,10 @@ class SubbandInt final : public Canceller {
             const double pa = double(ea_[k].re) * ea_[k].re + double(ea_[k].im) * ea_[k].im;
             const double pf = double(ef_[k].re) * ef_[k].re + double(ef_[k].im) * ef_[k].im;
             eo_[k] = tone_.bypass ? mic_[k] : (pa < pf ? ea_[k] : ef_[k]);
+            // Neither filter may add echo: a subband where both errors exceed the
+            // microphone (a changed echo path) passes the microphone.
+            const double pm = double(mic_[k].re) * mic_[k].re + double(mic_[k].im) * mic_[k].im;
+            if (pm < std::min(pa, pf)) eo_[k] = mic_[k];
             micPow += static_cast<int64_t>(
                 (double(mic_[k].re) * mic_[k].re + double(mic_[k].im) * mic_[k].im) / 16384.0);
             errPow += static_cast<int64_t>(pa / 16384.0);
@@ -311,6 +316,13 @@ class SubbandInt final : public Canceller {
         if (dt_) {
             auto* st = ctl_.as<KvoSubbandControllerDT16sState>();
             Kvo32s low = 0;
+            // An echo path change looks like double talk to the detector, whose lowered
+            // step (and, after a long calm, the step divided by 4 or 8) would then keep
+            // the old filter for seconds.  While the far end dominates and the adaptive
+            // error is less than 6 dB under the microphone, the frame enters the update as
+            // double talk: the flagged subbands keep the full step and the calm count
+            // falls, so the new path is learnt at the full rate.
+            if (refPow > micPow && errPow * 4 > micPow) dtFlag_ = 1;
             ok = kvosSubbandControllerDTUpdate_EC_16s(ref_.cptr(), mic_.data(), ea_.data(),
                                                       step_.data(), &dtFlag_, &low, 0,
                                                       st) == kvoOk;

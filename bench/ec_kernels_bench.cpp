@@ -64,6 +64,35 @@ void BM_EcSubbandBlock_32f(benchmark::State& state) {
 }
 BENCHMARK(BM_EcSubbandBlock_32f);
 
+// The fixed-point subband FIR and coefficient update of one block, 30 rows of 33
+// subbands with references near 2^20 and taps near 2^26 (the integer cancellers' levels).
+void BM_EcSubbandFirUpdate_32sc(benchmark::State& state) {
+    constexpr int S = 30, K = 33;
+    std::mt19937 g(9);
+    std::uniform_int_distribution<Kvo32s> ref(-(1 << 20), 1 << 20), tap(-(1 << 26), 1 << 26);
+    std::vector<std::vector<Kvo32sc>> X(S, std::vector<Kvo32sc>(K)), H = X;
+    std::vector<const Kvo32sc*> xp, hp;
+    std::vector<Kvo32sc*> hw;
+    for (int r = 0; r < S; ++r) {
+        for (int k = 0; k < K; ++k) {
+            X[size_t(r)][size_t(k)] = {ref(g), ref(g)};
+            H[size_t(r)][size_t(k)] = {tap(g), tap(g)};
+        }
+        xp.push_back(X[size_t(r)].data());
+        hp.push_back(H[size_t(r)].data());
+        hw.push_back(H[size_t(r)].data());
+    }
+    std::vector<Kvo32sc> y(K), err(K, Kvo32sc{1000, -1000});
+    std::vector<KvoStepPair> step(K, KvoStepPair{0x40000000, 80});
+    for (auto _ : state) {
+        kvosFIRSubband_EC_32sc_Sfs(xp.data(), hp.data(), y.data(), S, K, 24);
+        kvosFIRSubbandCoeffUpdate_EC_32sc_I(step.data(), xp.data(), err.data(), hw.data(), S, K,
+                                            24);
+        benchmark::DoNotOptimize(y.data());
+    }
+}
+BENCHMARK(BM_EcSubbandFirUpdate_32sc);
+
 template <bool kFixed>
 void BM_EcNLMS_1024_80(benchmark::State& state) {
     constexpr int taps = 1024, len = 80;

@@ -99,6 +99,19 @@ void fir32fAvx2(const Kvo32f* pRef, const Kvo32f* pMic, Kvo32f* pDst, int len, c
 void coeffUpdate32scRowAvx2(const Kvo64s* er, const Kvo64s* ei, const Kvo64s* d, const Kvo32sc* x,
                             Kvo32sc* h, int n, bool low);
 
+// Fixed-point subband FIR (saturating 64-bit sums, scaled result) over [0, numSubbands):
+// avx2 = false runs the scalar sums only, true lets the AVX2 twin below take the groups
+// of four whose sums cannot saturate.
+void firSubband32scCore(const Kvo32sc* const* ppRefRows, const Kvo32sc* const* ppCoefRows,
+                        Kvo32sc* pDst, int numSegments, int numSubbands, int scaleFactor,
+                        bool avx2);
+// AVX2 twin of the fixed-point FIR over subbands k0 + [0, n) of a chunk (n <= 64, taken
+// in groups of four; the rest is left to the caller): raw 64-bit sums into accR/accI.
+// Bit j of the result is set when subband k0 + j overflowed 64 bits somewhere, i.e. when
+// the saturating scalar sum may differ; the caller sums those subbands again.
+Kvo64u firSubband32scAvx2(const Kvo32sc* const* ppRefRows, const Kvo32sc* const* ppCoefRows,
+                            int k0, int n, int numSegments, Kvo64s* accR, Kvo64s* accI);
+
 // The fixed-point update's addend for one 64-bit product p at shift d = exponent -
 // scaleFactor - 31: for d >= 0 the rounded right shift (p + c) >> d with c = 2^(d-1) for
 // d >= 2 and 0 for d of 0 and 1, taken without overflow as (p >> d) + bit d-1 of p; for

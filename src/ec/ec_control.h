@@ -188,4 +188,8 @@ inline Kvo32s smoothQ14(Kvo64s old, Kvo64s x, Kvo32s a) {
     return sat32w(v >> 14);
 }
 
+// AVX2: acc[j] += (|h[j]|^2 + 512) >> 10 for the groups of four among j < n (the 16-bit
+// subband controller's coefficient energy, one row at a time).
+void coefEnergyRowAvx2(const Kvo32sc* h, Kvo64u* acc, int n);
+
 }  // namespace kvo::ec

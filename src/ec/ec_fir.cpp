@@ -110,13 +110,39 @@ inline Kvo32s addSat32(Kvo32s h, Kvo64s a) {
     return sat32(Kvo64s{h} + a);
 }
 
-// Subbands of a chunk that the AVX2 update takes: a multiple of four, and only when
-// every shift of the chunk lies in 0..63 (the rounded right shift).
-inline int vectorShare(const Kvo64s* d, int n) {
-    if (n < 4 || !cpuHasAvx2()) return 0;
+// The AVX2 update takes a chunk only when every shift of it lies in 0..63 (the rounded
+// right shift): the groups of four directly, the last one to three subbands padded.
+inline bool vectorShare(const Kvo64s* d, int n) {
+    if (!cpuHasAvx2()) return false;
     for (int j = 0; j < n; ++j)
-        if (d[j] < 0 || d[j] > 63) return 0;
-    return n & ~3;
+        if (d[j] < 0 || d[j] > 63) return false;
+    return true;
+}
+
+// One row of a chunk through the AVX2 update: whole groups of four, then the rest padded
+// to four with zero errors and shift 0 (an addend of 0 leaves the padding untouched).
+inline void updateRowAvx2(const Kvo64s* er, const Kvo64s* ei, const Kvo64s* d,
+                          const Kvo64s* padR, const Kvo64s* padI, const Kvo64s* padD,
+                          const Kvo32sc* x, Kvo32sc* h, int n, bool low) {
+    const int n4 = n & ~3;
+    if (n4 > 0) ec::coeffUpdate32scRowAvx2(er, ei, d, x, h, n4, low);
+    if (n4 == n) return;
+    Kvo32sc px[4] = {}, ph[4] = {};
+    for (int j = n4; j < n; ++j) px[j - n4] = x[j], ph[j - n4] = h[j];
+    ec::coeffUpdate32scRowAvx2(padR, padI, padD, px, ph, 4, low);
+    for (int j = n4; j < n; ++j) h[j] = ph[j - n4];
+}
+
+// Padded copies of the last n % 4 errors and shifts of a chunk.
+inline void padTail(const Kvo64s* er, const Kvo64s* ei, const Kvo64s* d, int n, Kvo64s* padR,
+                    Kvo64s* padI, Kvo64s* padD) {
+    const int n4 = n & ~3;
+    for (int j = 0; j < 4; ++j) {
+        const bool in = n4 + j < n;
+        padR[j] = in ? er[n4 + j] : 0;
+        padI[j] = in ? ei[n4 + j] : 0;
+        padD[j] = in ? d[n4 + j] : 0;
+    }
 }
 
 // conj of the fixed-point reference: -Xi, with -2^31 going to 2^31 - 1.
@@ -130,6 +156,70 @@ inline Kvo32s scaleErr(Kvo32s e, Kvo32s m) {
 }
 
 }  // namespace
+
+namespace ec {
+
+// Saturating sums of one subband k over all rows.
+static void firSumSat(const Kvo32sc* const* x, const Kvo32sc* const* h, int k, int numSegments,
+                      Kvo64s& accR, Kvo64s& accI) {
+    Kvo64s sr = 0, si = 0;
+    for (int r = 0; r < numSegments; ++r) {
+        const Kvo64s xr = x[r][k].re, xi = x[r][k].im, hr = h[r][k].re, hi = h[r][k].im;
+        // |xr*hr - xi*hi| < 2^63 for 32-bit operands; the imaginary sum reaches 2^63 only for
+        // four operands of -2^31 and saturates there.
+        sr = addSat64(sr, xr * hr - xi * hi);
+        si = addSat64(si, addSat64(xr * hi, xi * hr));
+    }
+    accR = sr;
+    accI = si;
+}
+
+void firSubband32scCore(const Kvo32sc* const* ppRefRows, const Kvo32sc* const* ppCoefRows,
+                        Kvo32sc* pDst, int numSegments, int numSubbands, int scaleFactor,
+                        bool avx2) {
+    for (int k0 = 0; k0 < numSubbands; k0 += kChunk) {
+        const int n = std::min(kChunk, numSubbands - k0);
+        Kvo64s accR[kChunk], accI[kChunk];
+        // The vector twin takes whole groups of four and the padded rest; subbands whose
+        // 64-bit sums overflowed there (the only case where saturation matters) are summed
+        // again here.
+        int nv = avx2 ? (n & ~3) : 0;
+        Kvo64u redo =
+            nv > 0 ? firSubband32scAvx2(ppRefRows, ppCoefRows, k0, nv, numSegments, accR, accI)
+                   : 0;
+        if (avx2 && nv < n) {
+            // The last one to three subbands, padded with zero rows to a group of four.
+            Kvo32sc px[kMaxSegments][4], ph[kMaxSegments][4];
+            const Kvo32sc* rx[kMaxSegments];
+            const Kvo32sc* rh[kMaxSegments];
+            for (int r = 0; r < numSegments; ++r) {
+                for (int j = nv; j < nv + 4; ++j) {
+                    px[r][j - nv] = j < n ? ppRefRows[r][k0 + j] : Kvo32sc{0, 0};
+                    ph[r][j - nv] = j < n ? ppCoefRows[r][k0 + j] : Kvo32sc{0, 0};
+                }
+                rx[r] = px[r];
+                rh[r] = ph[r];
+            }
+            Kvo64s tr[4], ti[4];
+            const Kvo64u m = firSubband32scAvx2(rx, rh, 0, 4, numSegments, tr, ti);
+            for (int j = nv; j < n; ++j) {
+                accR[j] = tr[j - nv];
+                accI[j] = ti[j - nv];
+            }
+            redo |= (m & 7) << nv;
+            nv = n;
+        }
+        for (int j = 0; j < n; ++j)
+            if (j >= nv || ((redo >> j) & 1) != 0)
+                firSumSat(ppRefRows, ppCoefRows, k0 + j, numSegments, accR[j], accI[j]);
+        for (int j = 0; j < n; ++j) {
+            pDst[k0 + j].re = scaleAcc(accR[j], scaleFactor);
+            pDst[k0 + j].im = scaleAcc(accI[j], scaleFactor);
+        }
+    }
+}
+
+}  // namespace ec
 
 namespace impl {
 
@@ -155,25 +245,8 @@ KvoStatus kvosFIRSubband_EC_32sc_Sfs(const Kvo32sc** ppRefRows, const Kvo32sc** 
     if (!segmentsOk(numSegments) || scaleFactor < -31 || scaleFactor > 31) return kvoErrRange;
     if (!rowsPresent(ppRefRows, numSegments) || !rowsPresent(ppCoefRows, numSegments))
         return kvoErrNullPtr;
-    for (int k0 = 0; k0 < numSubbands; k0 += kChunk) {
-        const int n = std::min(kChunk, numSubbands - k0);
-        Kvo64s accR[kChunk] = {}, accI[kChunk] = {};
-        for (int r = 0; r < numSegments; ++r) {
-            const Kvo32sc* x = ppRefRows[r] + k0;
-            const Kvo32sc* h = ppCoefRows[r] + k0;
-            for (int j = 0; j < n; ++j) {
-                const Kvo64s xr = x[j].re, xi = x[j].im, hr = h[j].re, hi = h[j].im;
-                // |xr*hr - xi*hi| < 2^63 for 32-bit operands; the imaginary sum reaches 2^63
-                // only for four operands of -2^31 and saturates there.
-                accR[j] = addSat64(accR[j], xr * hr - xi * hi);
-                accI[j] = addSat64(accI[j], addSat64(xr * hi, xi * hr));
-            }
-        }
-        for (int j = 0; j < n; ++j) {
-            pDst[k0 + j].re = scaleAcc(accR[j], scaleFactor);
-            pDst[k0 + j].im = scaleAcc(accI[j], scaleFactor);
-        }
-    }
+    ec::firSubband32scCore(ppRefRows, ppCoefRows, pDst, numSegments, numSubbands, scaleFactor,
+                           cpuHasAvx2());
     return kvoOk;
 }
 
@@ -242,11 +315,14 @@ KvoStatus kvosFIRSubbandCoeffUpdate_EC_32sc_I(const KvoStepPair* pStep, const Kv
             ei[j] = scaleErr(pErr[k0 + j].im, st.mantissa);
             d[j] = Kvo64s{st.exponent} - scaleFactor - 31;
         }
-        const int nv = vectorShare(d, n);
+        const bool vec = vectorShare(d, n);
+        const int nv = vec ? n : 0;
+        alignas(32) Kvo64s padR[4], padI[4], padD[4];
+        if (vec) padTail(er, ei, d, n, padR, padI, padD);
         for (int r = 0; r < numSegments; ++r) {
             const Kvo32sc* x = ppRefRows[r] + k0;
             Kvo32sc* h = ppCoefRows[r] + k0;
-            if (nv > 0) ec::coeffUpdate32scRowAvx2(er, ei, d, x, h, nv, false);
+            if (vec) updateRowAvx2(er, ei, d, padR, padI, padD, x, h, n, false);
             for (int j = nv; j < n; ++j) {
                 const Kvo64s xr = x[j].re, xi = negSat(x[j].im);
                 const Kvo64s pr = er[j] * xr - ei[j] * xi;
@@ -286,11 +362,14 @@ KvoStatus kvosFIRSubbandLowCoeffUpdate_EC_32sc_I(const Kvo32sc** ppRefRows, cons
             ei[j] = e1;
             d[j] = Kvo64s{st.exponent} - scaleFactor - 31;
         }
-        const int nv = vectorShare(d, n);
+        const bool vec = vectorShare(d, n);
+        const int nv = vec ? n : 0;
+        alignas(32) Kvo64s padR[4], padI[4], padD[4];
+        if (vec) padTail(er, ei, d, n, padR, padI, padD);
         for (int r = 0; r < numSegments; ++r) {
             const Kvo32sc* x = ppRefRows[r] + k0;
             Kvo32sc* h = ppCoefRows[r] + k0;
-            if (nv > 0) ec::coeffUpdate32scRowAvx2(er, ei, d, x, h, nv, true);
+            if (vec) updateRowAvx2(er, ei, d, padR, padI, padD, x, h, n, true);
             for (int j = nv; j < n; ++j) {
                 const Kvo64s xr = x[j].re;
                 const Kvo64s xi = lo32(-Kvo64s{x[j].im});  // plain 32-bit negation

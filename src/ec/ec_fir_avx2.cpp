@@ -111,6 +111,13 @@ inline __m256i sra64(__m256i x, __m256i n) {
     return _mm256_xor_si256(_mm256_srlv_epi64(_mm256_xor_si256(x, s), n), s);
 }
 
+// Arithmetic right shift by one of the lanes selected by mask m.
+inline __m256i sra1If(__m256i x, __m256i m) {
+    const __m256i sign = _mm256_and_si256(x, _mm256_set1_epi64x(INT64_MIN));
+    const __m256i h = _mm256_or_si256(_mm256_srli_epi64(x, 1), sign);
+    return _mm256_blendv_epi8(x, h, m);
+}
+
 // Low signed 32 bits of each 64-bit lane, sign-extended.
 inline __m256i sext_lo(__m256i x) {
     return _mm256_mul_epi32(x, _mm256_set1_epi64x(1));
@@ -143,13 +150,14 @@ void coeffUpdate32scRowAvx2(const Kvo64s* er, const Kvo64s* ei, const Kvo64s* d,
         const __m256i xin = _mm256_srli_epi64(xn, 32);  // low 32 bits: -xi
         const __m256i pr = _mm256_sub_epi64(_mm256_mul_epi32(vr, xv), _mm256_mul_epi32(vi, xin));
         const __m256i pi = _mm256_add_epi64(_mm256_mul_epi32(vi, xv), _mm256_mul_epi32(vr, xin));
-        // Rounded shift: (p >> d) + bit d-1 of p where d >= 2.
-        const __m256i round = _mm256_cmpgt_epi64(vd, one);
-        const __m256i d1 = _mm256_sub_epi64(vd, one);
-        const __m256i ar = _mm256_add_epi64(
-            sra64(pr, vd), _mm256_and_si256(_mm256_and_si256(sra64(pr, d1), one), round));
-        const __m256i ai = _mm256_add_epi64(
-            sra64(pi, vd), _mm256_and_si256(_mm256_and_si256(sra64(pi, d1), one), round));
+        // Rounded shift (p + 2^(d-1)) >> d for d >= 2, taken as ((p >> (d-1)) + 1) >> 1
+        // (nested floors; p >> (d-1) < 2^62 cannot overflow); p >> d for d of 0 and 1,
+        // as (p >> 0) >> d.
+        const __m256i round = _mm256_and_si256(_mm256_cmpgt_epi64(vd, one), one);
+        const __m256i halve = _mm256_cmpgt_epi64(vd, _mm256_setzero_si256());
+        const __m256i d1 = _mm256_add_epi64(vd, halve);  // d - 1, or 0 for d = 0
+        const __m256i ar = sra1If(_mm256_add_epi64(sra64(pr, d1), round), halve);
+        const __m256i ai = sra1If(_mm256_add_epi64(sra64(pi, d1), round), halve);
         const __m256i hv = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + j));
         __m256i hr = sext_lo(hv), hi = sext_lo(_mm256_srli_epi64(hv, 32));
         if (low) {  // 32-bit wrap
@@ -163,6 +171,48 @@ void coeffUpdate32scRowAvx2(const Kvo64s* er, const Kvo64s* ei, const Kvo64s* d,
             _mm256_or_si256(_mm256_and_si256(hr, lo32mask), _mm256_slli_epi64(hi, 32));
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(h + j), out);
     }
+}
+
+}  // namespace kvo::ec
+
+namespace kvo::ec {
+
+// Fixed-point subband FIR: 64-bit lanes hold one subband each ([re | im] of a Kvo32sc),
+// _mm256_mul_epi32 forms the exact 32 x 32 -> 64-bit products.  The real term xr*hr -
+// xi*hi never leaves 64 bits; the imaginary term and both running sums are checked for
+// signed overflow ((a ^ s) & (b ^ s) < 0).  Without an overflow the wrapping sums equal
+// the saturating ones; a subband that overflowed anywhere is flagged in the returned mask
+// and must be summed again by the scalar core.
+Kvo64u firSubband32scAvx2(const Kvo32sc* const* ppRefRows, const Kvo32sc* const* ppCoefRows,
+                            int k0, int n, int numSegments, Kvo64s* accR, Kvo64s* accI) {
+    Kvo64u mask = 0;
+    for (int j = 0; j + 4 <= n; j += 4) {
+        __m256i sr = _mm256_setzero_si256(), si = _mm256_setzero_si256();
+        __m256i ovf = _mm256_setzero_si256();
+        for (int r = 0; r < numSegments; ++r) {
+            const __m256i x =
+                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(ppRefRows[r] + k0 + j));
+            const __m256i h =
+                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(ppCoefRows[r] + k0 + j));
+            const __m256i xi = _mm256_srli_epi64(x, 32), hi = _mm256_srli_epi64(h, 32);
+            const __m256i tr = _mm256_sub_epi64(_mm256_mul_epi32(x, h), _mm256_mul_epi32(xi, hi));
+            const __m256i p = _mm256_mul_epi32(x, hi), q = _mm256_mul_epi32(xi, h);
+            const __m256i ti = _mm256_add_epi64(p, q);
+            const __m256i nr = _mm256_add_epi64(sr, tr), ni = _mm256_add_epi64(si, ti);
+            ovf = _mm256_or_si256(
+                ovf, _mm256_and_si256(_mm256_xor_si256(p, ti), _mm256_xor_si256(q, ti)));
+            ovf = _mm256_or_si256(
+                ovf, _mm256_and_si256(_mm256_xor_si256(sr, nr), _mm256_xor_si256(tr, nr)));
+            ovf = _mm256_or_si256(
+                ovf, _mm256_and_si256(_mm256_xor_si256(si, ni), _mm256_xor_si256(ti, ni)));
+            sr = nr;
+            si = ni;
+        }
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(accR + j), sr);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(accI + j), si);
+        mask |= static_cast<Kvo64u>(_mm256_movemask_pd(_mm256_castsi256_pd(ovf))) << j;
+    }
+    return mask;
 }
 
 }  // namespace kvo::ec

@@ -13,6 +13,7 @@
 
 #include "ec/ec_control.h"
 #include "impl.h"
+#include "numeric/cpu.h"
 #include "numeric/fixed.h"
 #include "numeric/vector.h"
 
@@ -136,9 +137,24 @@ KvoStatus kvosSubbandController_EC_16s(const Kvo32sc* pErrAdaptive, const Kvo32s
     using kvo::ec::cpowShift;
     using kvo::ec::smoothQ14;
     Kvo32s saved = 0, restored = 0, total = 0;
+    // Coefficient energies of a chunk of subbands, each row walked once (the integer sums
+    // do not depend on the order).
+    constexpr Kvo32s kChunk = 64;
+    Kvo64u energy[kChunk];
+    const bool avx2 = kvo::cpuHasAvx2();
     for (Kvo32s k = 0; k < n; ++k) {
-        Kvo64s c = 0;
-        for (Kvo32s r = 0; r < rows; ++r) c += cpowShift(ppAdaptiveCoefs[r][k], 10);
+        const Kvo32s j = k % kChunk;
+        if (j == 0) {
+            const Kvo32s m = n - k < kChunk ? n - k : kChunk;
+            const int mv = avx2 ? static_cast<int>(m & ~3) : 0;
+            std::memset(energy, 0, sizeof(energy));
+            for (Kvo32s r = 0; r < rows; ++r) {
+                const Kvo32sc* h = ppAdaptiveCoefs[r] + k;
+                if (mv > 0) kvo::ec::coefEnergyRowAvx2(h, energy, mv);
+                for (Kvo32s i = mv; i < m; ++i) energy[i] += static_cast<Kvo64u>(cpowShift(h[i], 10));
+            }
+        }
+        const Kvo64s c = static_cast<Kvo64s>(energy[j]);
         const Kvo64s old = s->pCoefEnergy[k];
         s->pCoefEnergy[k] = smoothQ14(old, c, s->aCoef);
         s->pErrPowFixed[k] = smoothQ14(s->pErrPowFixed[k], cpowShift(pErrFixed[k], 10), s->aPower);

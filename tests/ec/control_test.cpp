@@ -11,6 +11,7 @@
 
 #include "ec/ec_control.h"
 #include "kvosc.h"
+#include "numeric/cpu.h"
 
 namespace {
 
@@ -37,21 +38,6 @@ struct Rows {
 };
 
 double stepValue(const KvoStepPair& p) { return std::ldexp(double(p.mantissa), -p.exponent); }
-
-// ---- normalised division -----------------------------------------------------------
-
-TEST(EcNormDiv, MatchesTheQuotientToSixPartsIn1e8) {
-    std::mt19937 rng(11);
-    std::uniform_int_distribution<Kvo32s> top(0x40000000, 0x7fffffff);
-    double worst = 0;
-    for (int i = 0; i < 20000; ++i) {
-        const Kvo32s n = top(rng), d = i == 0 ? 0x40000000 : top(rng);
-        const double want = double(n) / double(d) * 1073741824.0;
-        const double got = kvo::ec::normDiv(n, d);
-        worst = std::max(worst, std::fabs(got - want) / want);
-    }
-    EXPECT_LT(worst, 2e-7);
-}
 
 // ---- subband controllers -----------------------------------------------------------
 
@@ -108,12 +94,9 @@ TEST_P(SubbandUpdate, StepFollowsTheSlidingRowEnergy) {
         const float rate = f % 2 ? 0.5f : 0.25f;
         ASSERT_EQ(kvosSubbandAPControllerUpdate_EC_32f(pf.data(), nullptr, stepF.data(), sf, rate),
                   kvoOk);
-        const Kvo32f dummy = 0;
-        const Kvo16s dummy16 = 0;
-        ASSERT_EQ(kvosSubbandControllerUpdate_EC_16s(&dummy16, &dummy16, pi.data(), nullptr,
-                                                     stepI.data(), si),
+        const Kvo16s blk = 0;
+        ASSERT_EQ(kvosSubbandControllerUpdate_EC_16s(&blk, &blk, pi.data(), nullptr, stepI.data(), si),
                   kvoOk);
-        (void)dummy;
         for (int k = 0; k < g.n; ++k) {
             double e = 0;
             for (int r = 0; r < g.segs && r < int(histF.size()); ++r)
@@ -240,58 +223,25 @@ TYPED_TEST(SubbandDecisions, GainMutesOnceTheFilterIsTrusted) {
     EXPECT_LT(gain, 0.05);
 }
 
-// Silence after Init changes nothing: gain 1, no copies, in both families.
-TYPED_TEST(SubbandDecisions, SilenceKeepsFullGain) {
-    SubbandHarness<TypeParam::value> h(5, 3, 44, 16000);
-    std::vector<double> z(5, 0);
-    for (int i = 0; i < 50; ++i) EXPECT_NEAR(h.frame(z, z), 1.0, 1e-4);
-    for (int r = 0; r < 3; ++r)
-        for (int k = 0; k < 5; ++k) EXPECT_EQ(h.fx.data[r][k].re, 0);
-}
-
-TEST(SubbandControl, SmoothingFactorsOfTheFrameRate) {
-    Block m(16 * 17 + 112), mi(5 * 80 + 128);
-    auto* f = m.as<KvoSubbandController32fState>();
-    auto* i = mi.as<KvoSubbandController16sState>();
-    ASSERT_EQ(kvosSubbandControllerInit_EC_32f(f, 17, 24, 4, 8000), kvoOk);
-    ASSERT_EQ(kvosSubbandControllerInit_EC_16s(i, 17, 24, 4, 8000), kvoOk);
-    const auto* rf = kvo::ec::align16(f);
-    const auto* ri = kvo::ec::align16(i);
-    EXPECT_FLOAT_EQ(rf->aPower, 0.82f);
-    EXPECT_EQ(ri->aPower, 13091);
-    EXPECT_EQ(ri->energyFloor, 17 * 4 * 100000 / 1024);
-    EXPECT_EQ(ri->minMantissa, 0x40000000 / ri->energyFloor);
-    // 16-bit step below the floor: exponent 102.
-    std::vector<Kvo32sc> row(17, Kvo32sc{0, 0});
-    std::vector<const Kvo32sc*> rows(4, row.data());
-    std::vector<KvoStepPair> step(17);
-    const Kvo16s d = 0;
-    ASSERT_EQ(kvosSubbandControllerUpdate_EC_16s(&d, &d, rows.data(), nullptr, step.data(), i),
-              kvoOk);
-    EXPECT_EQ(step[3].exponent, 102);
-    EXPECT_EQ(step[3].mantissa, ri->minMantissa);
-}
-
-TEST(SubbandControl, LearningRateBoundsAndThePlainUpdate) {
-    Block m(16 * 2 + 112), m2(16 * 2 + 112);
-    auto* s = m.as<KvoSubbandController32fState>();
-    auto* s2 = m2.as<KvoSubbandController32fState>();
-    ASSERT_EQ(kvosSubbandControllerInit_EC_32f(s, 2, 24, 1, 8000), kvoOk);
-    ASSERT_EQ(kvosSubbandControllerInit_EC_32f(s2, 2, 24, 1, 8000), kvoOk);
-    std::vector<Kvo32fc> row = {{1000, 0}, {0, 2000}};
-    const Kvo32fc* rows[1] = {row.data()};
-    Kvo64f step[2] = {-1, -1}, step2[2] = {-1, -1};
-    EXPECT_EQ(kvosSubbandAPControllerUpdate_EC_32f(rows, nullptr, step, s, 1.0000001f), kvoErrRange);
-    EXPECT_EQ(kvosSubbandAPControllerUpdate_EC_32f(rows, nullptr, step, s, -0.1f), kvoErrRange);
-    EXPECT_EQ(step[0], -1);
-    EXPECT_EQ(kvosSubbandAPControllerUpdate_EC_32f(rows, row.data(), step, s, 0.5f), kvoOk);
-    const Kvo32f blk = 0;
-    EXPECT_EQ(kvosSubbandControllerUpdate_EC_32f(&blk, &blk, rows, row.data(), step2, s2), kvoOk);
-    EXPECT_EQ(step[0], step2[0]);
-    EXPECT_EQ(step[1], step2[1]);
-    EXPECT_NEAR(step[1], 0.5 / 4e6, 1e-15);
-    EXPECT_EQ(kvosSubbandAPControllerUpdate_EC_32f(rows, nullptr, step, s, 0.0f), kvoOk);
-    EXPECT_EQ(step[1], 0.0);
+// The row energy twin of the 16-bit subband controller against the exact power.
+TEST(EcControlTwin, CoefficientEnergyRowsMatchTheExactPower) {
+    if (!kvo::cpuHasAvx2()) GTEST_SKIP() << "no AVX2";
+    std::mt19937 g(5);
+    std::uniform_int_distribution<Kvo32s> any(INT32_MIN, INT32_MAX);
+    const Kvo32s ext[] = {INT32_MIN, INT32_MAX, -1, 0};
+    Rows<Kvo32sc> rows(7, 37);
+    for (int r = 0; r < 7; ++r)
+        for (int k = 0; k < 37; ++k)
+            rows.data[r][k] = r < 3 ? Kvo32sc{any(g), any(g)} : Kvo32sc{ext[(r + k) % 4], ext[k % 4]};
+    std::vector<Kvo64u> a(37, 0), b(37, 0);
+    for (int r = 0; r < 7; ++r) {
+        kvo::ec::coefEnergyRowAvx2(rows.ptr[r], a.data(), 37);
+        for (int k = 0; k < 36; ++k) {  // groups of four only
+            const __int128 re = rows.data[r][k].re, im = rows.data[r][k].im;
+            b[k] += static_cast<Kvo64u>((re * re + im * im + 512) >> 10);
+        }
+    }
+    EXPECT_EQ(a, b);
 }
 
 // ---- fullband controller -----------------------------------------------------------
@@ -356,44 +306,42 @@ TYPED_TEST_SUITE(FullbandDecisions, Families);
 TYPED_TEST(FullbandDecisions, SaveRestoreAndMute) {
     constexpr bool fixed = TypeParam::value;
     using T = std::conditional_t<fixed, Kvo16s, Kvo32f>;
+    using S = std::conditional_t<fixed, KvoFullbandController16sState,
+                                 KvoFullbandController32fState>;
     const int frame = 40, taps = 16;
     Block m(96);
+    S* s = m.as<S>();
     std::vector<T> ad(taps), fx(taps, T(0)), ea(frame), ef(frame), mic(frame + taps);
+    std::vector<std::conditional_t<fixed, Kvo32s, Kvo32f>> st(frame);
     for (int t = 0; t < taps; ++t) ad[t] = T(1000 + 50 * t);
     double gain = 0;
+    Kvo32f gain_f = 0;
     auto run = [&](double aAmp, double fAmp, double micAmp) {
-        for (int i = 0; i < frame; ++i) {
-            const double s = (i % 2 ? 1 : -1);
-            ea[i] = T(aAmp * s);
-            ef[i] = T(fAmp * s);
+        for (int i = 0; i < frame + taps; ++i) {
+            const double sg = i % 2 ? 1 : -1;
+            if (i < frame) ea[i] = T(aAmp * sg), ef[i] = T(fAmp * sg);
+            mic[i] = T(micAmp * sg);
         }
-        for (int i = 0; i < frame + taps; ++i) mic[i] = T(micAmp * (i % 2 ? 1 : -1));
         if constexpr (fixed) {
-            auto* s = m.as<KvoFullbandController16sState>();
-            std::vector<Kvo32s> st(frame);
             Kvo16s g = 0;
             EXPECT_EQ(kvosFullbandControllerUpdate_EC_16s(&mic[taps], &mic[taps], st.data(), s), kvoOk);
             EXPECT_EQ(kvosFullbandController_EC_16s(ea.data(), ef.data(), ad.data(), fx.data(), &g, s),
                       kvoOk);
             gain = g / 32768.0;
         } else {
-            auto* s = m.as<KvoFullbandController32fState>();
-            std::vector<Kvo32f> st(frame);
-            Kvo32f g = 0;
             EXPECT_EQ(kvosFullbandControllerUpdate_EC_32f(&mic[taps], &mic[taps], st.data(), s), kvoOk);
-            EXPECT_EQ(kvosFullbandController_EC_32f(ea.data(), ef.data(), ad.data(), fx.data(), &g, s),
+            EXPECT_EQ(kvosFullbandController_EC_32f(ea.data(), ef.data(), ad.data(), fx.data(), &gain_f, s),
                       kvoOk);
-            gain = g;
+            gain = gain_f;
         }
     };
     if constexpr (fixed)
-        ASSERT_EQ(kvosFullbandControllerInit_EC_16s(m.as<KvoFullbandController16sState>(), frame, taps, 8000), kvoOk);
+        ASSERT_EQ(kvosFullbandControllerInit_EC_16s(s, frame, taps, 8000), kvoOk);
     else
-        ASSERT_EQ(kvosFullbandControllerInit_EC_32f(m.as<KvoFullbandController32fState>(), frame, taps, 8000), kvoOk);
+        ASSERT_EQ(kvosFullbandControllerInit_EC_32f(s, frame, taps, 8000), kvoOk);
 
     for (int i = 0; i < 10; ++i) run(0, 0, 0);  // silent start: no decision
     EXPECT_NEAR(gain, 1.0, 1e-4);
-    EXPECT_EQ(fx[3], T(0));
     // Equal errors while the coefficient energy settles: no copy either way.
     for (int i = 0; i < 30; ++i) run(3000, 3000, 8000);
     EXPECT_EQ(fx[3], T(0));
@@ -493,17 +441,6 @@ TEST(DoubleTalk, NearEndSpeechRaisesTheFlagsEchoAloneDoesNot) {
     }
 }
 
-// startSubband == numSubbands still sets the flags from the carried counts.
-TEST(DoubleTalk, FlagsFromCarriedCounts) {
-    DtRig r(33, 2, 24);
-    r.st->dtSubbands = 8;  // 33 / 4 = 8
-    r.update(0, 0, 0, 33);
-    EXPECT_EQ(r.dt, 1);
-    r.st->dtSubbands = 7;
-    r.update(0, 0, 0, 33);
-    EXPECT_EQ(r.dt, 0);
-}
-
 TEST(DoubleTalk, ControllerSavesAndRestoresWholeRows) {
     DtRig r(6, 3, 40);
     auto fill = [&](Rows<Kvo32sc>& rows, Kvo32s v) {
@@ -530,20 +467,6 @@ TEST(DoubleTalk, ControllerSavesAndRestoresWholeRows) {
     EXPECT_EQ(act, 1);
     EXPECT_EQ(r.ad.data[0][0].re, 11);
     EXPECT_EQ(r.st->goodSave, 0);
-}
-
-TEST(DoubleTalk, HighTestPowerRestoresAfterElevenFrames) {
-    DtRig r(4, 2, 40);
-    for (auto& row : r.ad.data) row.assign(4, Kvo32sc{5, 5});
-    // Settle the tracked average at 2^20 with an ordinary test power.
-    for (int i = 0; i < 100; ++i) r.control(1 << 20, 1 << 10, 0, 1);
-    // testPower above trackedAvg >> 7 each frame: highCount climbs; 10 does not restore.
-    int restoreAt = -1;
-    for (int i = 1; i <= 15 && restoreAt < 0; ++i) {
-        // Equal error powers so that only highCount can restore.
-        if (r.control(1 << 20, 1 << 16, 1, 1, 100, 100) == 1) restoreAt = r.st->highCount;
-    }
-    EXPECT_EQ(restoreAt, 11);
 }
 
 // ---- argument checks ---------------------------------------------------------------
@@ -591,11 +514,11 @@ TEST(EcControlArgs, FrameCallsRejectNullsAndWriteNothing) {
     const Kvo32fc* crow[1] = {c};
     Kvo32f g = -5;
     Kvo64f st[2] = {-5, -5};
-    EXPECT_EQ(kvosSubbandController_EC_32f(nullptr, e, rows, rows, &g, s32), kvoErrNullPtr);
     EXPECT_EQ(kvosSubbandController_EC_32f(e, e, rows, rows, nullptr, s32), kvoErrNullPtr);
-    EXPECT_EQ(kvosSubbandController_EC_32f(e, e, rows, rows, &g, nullptr), kvoErrNullPtr);
     EXPECT_EQ(kvosSubbandControllerUpdate_EC_32f(nullptr, &g, crow, e, st, s32), kvoErrNullPtr);
     EXPECT_EQ(kvosSubbandAPControllerUpdate_EC_32f(nullptr, e, st, s32, 0.5f), kvoErrNullPtr);
+    EXPECT_EQ(kvosSubbandAPControllerUpdate_EC_32f(crow, nullptr, st, s32, 1.0000001f), kvoErrRange);
+    EXPECT_EQ(kvosSubbandAPControllerUpdate_EC_32f(crow, nullptr, st, s32, -0.1f), kvoErrRange);
     EXPECT_EQ(kvosSubbandControllerReset_EC_32f(nullptr), kvoErrNullPtr);
     EXPECT_EQ(g, -5);
     EXPECT_EQ(st[0], -5);
@@ -604,100 +527,20 @@ TEST(EcControlArgs, FrameCallsRejectNullsAndWriteNothing) {
     const Kvo32sc* rr[1] = {r.ref.data()};
     Kvo32s dt = 3, low = 3, act = 3;
     Kvo64s tp = 9;
-    EXPECT_EQ(kvosSubbandControllerDTUpdate_EC_16s(rr, r.mic.data(), nullptr, r.step.data(), &dt,
-                                                   &low, 0, r.st),
-              kvoErrNullPtr);
     EXPECT_EQ(kvosSubbandControllerDTUpdate_EC_16s(rr, r.mic.data(), r.err.data(), r.step.data(),
                                                    &dt, &low, 5, r.st),
-              kvoErrRange);
-    EXPECT_EQ(kvosSubbandControllerDTUpdate_EC_16s(rr, r.mic.data(), r.err.data(), r.step.data(),
-                                                   &dt, &low, -1, r.st),
               kvoErrRange);
     EXPECT_EQ(kvosSubbandControllerDT_EC_16s(r.err.data(), r.err.data(), r.ad.ptr.data(),
                                              r.fx.ptr.data(), &tp, &act, 1, 1, 1, 5, r.st),
               kvoErrRange);
-    EXPECT_EQ(kvosSubbandControllerDT_EC_16s(r.err.data(), r.err.data(), r.ad.ptr.data(),
-                                             r.fx.ptr.data(), nullptr, &act, 1, 1, 1, 0, r.st),
-              kvoErrNullPtr);
     EXPECT_EQ(kvosSubbandControllerDTReset_EC_16s(nullptr), kvoErrNullPtr);
     EXPECT_EQ(dt, 3);
     EXPECT_EQ(act, 3);
     EXPECT_EQ(tp, 9);
-
-    Block fm(96);
-    auto* f16 = fm.as<KvoFullbandController16sState>();
-    ASSERT_EQ(kvosFullbandControllerInit_EC_16s(f16, 4, 4, 8000), kvoOk);
-    Kvo16s x[8] = {}, gg = 5;
-    Kvo32s stp[4] = {};
-    EXPECT_EQ(kvosFullbandController_EC_16s(x, x, x, nullptr, &gg, f16), kvoErrNullPtr);
-    EXPECT_EQ(kvosFullbandControllerUpdate_EC_16s(&x[4], nullptr, stp, f16), kvoErrNullPtr);
-    EXPECT_EQ(kvosFullbandControllerReset_EC_16s(nullptr), kvoErrNullPtr);
-    EXPECT_EQ(gg, 5);
 }
 
-}  // namespace
-
-namespace {
-
-// Boundary decisions, set up by writing the records directly: the gain target at a
-// convergence state of exactly one half differs between the families (float strict,
-// 16-bit inclusive), and the fullband step at an energy exactly on the floor is the
-// floor step.
-TEST(EcControlBoundaries, GainTargetAtHalfConvergence) {
-    struct Case {
-        bool fixed, fullband;
-        double expectTarget;  // 1: the gain rises back to full, 0: it falls
-    };
-    const Case cases[] = {{false, false, 0.0}, {true, false, 1.0}, {false, true, 1.0},
-                          {true, true, 1.0}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(::testing::Message() << "fixed " << c.fixed << " fullband " << c.fullband);
-        Block m(1024);
-        double g = -1;
-        if (c.fullband) {
-            // Errors and microphone silent: no copy, the target is set by conv alone.
-            std::vector<Kvo16s> z16(8, 0);
-            std::vector<Kvo32f> z32(8, 0.0f);
-            if (c.fixed) {
-                auto* s = m.as<KvoFullbandController16sState>();
-                ASSERT_EQ(kvosFullbandControllerInit_EC_16s(s, 8, 4, 8000), kvoOk);
-                kvo::ec::align16(s)->conv = 8192;
-                kvo::ec::align16(s)->gain = 0;
-                Kvo16s gg = 0;
-                ASSERT_EQ(kvosFullbandController_EC_16s(z16.data(), z16.data(), z16.data(), z16.data(), &gg, s), kvoOk);
-                g = gg;
-            } else {
-                auto* s = m.as<KvoFullbandController32fState>();
-                ASSERT_EQ(kvosFullbandControllerInit_EC_32f(s, 8, 4, 8000), kvoOk);
-                kvo::ec::align16(s)->conv = 0.5f;
-                kvo::ec::align16(s)->gain = 0;
-                Kvo32f gg = 0;
-                ASSERT_EQ(kvosFullbandController_EC_32f(z32.data(), z32.data(), z32.data(), z32.data(), &gg, s), kvoOk);
-                g = gg;
-            }
-        } else if (c.fixed) {
-            SubbandHarness<true> h(2, 1, 24, 8000);
-            auto* r = kvo::ec::align16(h.st);
-            r->conv = 8192;
-            r->gain = 0;
-            // Loud equal errors: saved and restored stay 0 but total is large, so only conv
-            // decides; total <= 10*restored fails, conv stays.
-            r->pErrPowFixed[0] = r->pErrPowAdaptive[0] = 1 << 20;
-            g = h.frame({30000, 30000}, {30000, 30000});
-        } else {
-            SubbandHarness<false> h(2, 1, 24, 8000);
-            auto* r = kvo::ec::align16(h.st);
-            r->conv = 0.5f;
-            r->gain = 0;
-            g = h.frame({30000, 30000}, {30000, 30000});
-        }
-        if (c.expectTarget > 0)
-            EXPECT_GT(g, 0);
-        else
-            EXPECT_EQ(g, 0);
-    }
-}
-
+// The fullband step at a window energy exactly on the floor is the floor step; the 16-bit
+// floor of the squares rounded >> 8.
 TEST(EcControlBoundaries, FullbandStepOnTheFloor) {
     // tapLen 4, samples of 1000: float E = 4e6 against the floor 1500000 * 4 = 6e6.
     // With samples of sqrt(1.5e6) the window energy equals the floor exactly.
@@ -720,27 +563,6 @@ TEST(EcControlBoundaries, FullbandStepOnTheFloor) {
     Kvo16s q16[5] = {153, 153, 153, 153, 0};
     ASSERT_EQ(kvosFullbandControllerUpdate_EC_16s(q16 + 4, q16 + 4, &st16, s16), kvoOk);
     EXPECT_EQ(st16, 0x40000000 / 23438);
-}
-
-// Reset clears the error and coefficient powers and keeps the reference sum, the
-// microphone power, the gain and the convergence state.
-TEST(EcControlBoundaries, ResetKeepsTheLongTermState) {
-    SubbandHarness<true> h(3, 2, 24, 8000);
-    for (int i = 0; i < 5; ++i) h.frame({3000, 300, 30}, {20000, 20000, 20000});
-    auto* r = kvo::ec::align16(h.st);
-    r->pRefEnergy[1] = 1234;
-    r->micPower = 77;
-    const Kvo32s gain = r->gain, conv = r->conv;
-    ASSERT_EQ(kvosSubbandControllerReset_EC_16s(h.st), kvoOk);
-    for (int k = 0; k < 3; ++k) {
-        EXPECT_EQ(r->pErrPowAdaptive[k], 0);
-        EXPECT_EQ(r->pErrPowFixed[k], 0);
-        EXPECT_EQ(r->pCoefEnergy[k], 0);
-    }
-    EXPECT_EQ(r->pRefEnergy[1], 1234);
-    EXPECT_EQ(r->micPower, 77);
-    EXPECT_EQ(r->gain, gain);
-    EXPECT_EQ(r->conv, conv);
 }
 
 }  // namespace
