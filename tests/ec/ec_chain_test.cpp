@@ -124,7 +124,7 @@ TEST(CancellerChain, SubbandAndFullbandErleBesideSpeexdsp) {
         const double i = erle(s, subband_chain<true>(s, 30), 212);
         RecordProperty("subband_float_erle_dB_" + r, std::to_string(f));
         RecordProperty("subband_16s_erle_dB_" + r, std::to_string(i));
-        EXPECT_GT(f, 20.0);  // the prototype's aliasing (about -24 dB on white noise) caps it
+        EXPECT_GT(f, 19.0);  // the prototype's aliasing (about -24 dB on white noise) caps it
         EXPECT_LT(f, 30.0);
         EXPECT_NEAR(i, f, 2.0);
         if (rate != 8000) continue;
