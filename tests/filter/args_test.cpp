@@ -78,7 +78,8 @@ const std::vector<Export> kExports = {
 TEST(Arguments, EveryExportRefusesBeforeWriting) {
     for (const Export& e : kExports) {
         auto refused = [&](unsigned m, int v, int s, KvoStatus want) {
-            SCOPED_TRACE(testing::Message() << e.name << " nulls " << m << " v " << v << " s " << s);
+            SCOPED_TRACE(testing::Message()
+                         << e.name << " nulls " << m << " v " << v << " s " << s);
             Bufs b;
             const Bufs before = b;
             EXPECT_EQ(e.call(b, m, v, s), want);

@@ -41,8 +41,8 @@ TEST(Synthesis, EveryFormMatchesItsModel) {
         const Vec b = r.coefs(seed % 3, order), mb = r.vec(order, 32768);
         const Vec wantE = syn(b.data(), order, x.data(), len, mb, 12, &ovf);
         io = x;
-        EXPECT_EQ(kvosSynthesisFilter_G729E_16s_I(b.data(), order + (seed & 1) * 0x10000,
-                                                  io.data(), len, mb.data()),
+        EXPECT_EQ(kvosSynthesisFilter_G729E_16s_I(b.data(), order + (seed & 1) * 0x10000, io.data(),
+                                                  len, mb.data()),
                   ovf ? kvoWarnOverflow : kvoOk);
         EXPECT_EQ(io, wantE);
         EXPECT_EQ(kvosSynthesisFilter_G729E_16s(b.data(), order, x.data(), y.data(), len, nullptr),

@@ -33,8 +33,10 @@ TEST(G7221Args, TransformSteps) {
          [](auto s, auto, auto d, Kvo32s n) { return kvosDCTFwd_G7221_16s(s, d, n); }},
         {"DCTInv_G7221", 0, false,
          [](auto s, auto, auto d, Kvo32s n) { return kvosDCTInv_G7221_16s(s, d, n); }},
-        {"DCTFwd_G722", 0, true, [](auto s, auto, auto d, Kvo32s) { return kvosDCTFwd_G722_16s(s, d); }},
-        {"DCTInv_G722", 0, true, [](auto s, auto, auto d, Kvo32s) { return kvosDCTInv_G722_16s(s, d); }},
+        {"DCTFwd_G722", 0, true,
+         [](auto s, auto, auto d, Kvo32s) { return kvosDCTFwd_G722_16s(s, d); }},
+        {"DCTInv_G722", 0, true,
+         [](auto s, auto, auto d, Kvo32s) { return kvosDCTInv_G722_16s(s, d); }},
     };
     for (const Step& st : steps)
         for (int len : {320, 640}) {
@@ -47,9 +49,12 @@ TEST(G7221Args, TransformSteps) {
             auto dst = t.out<Kvo16s>("pDst", len);
             auto n = st.fixed ? t.value<Kvo32s>("len", len)
                               : t.value<Kvo32s>("len", len,
-                                                {{0, kvoErrSize}, {-320, kvoErrSize},
-                                                 {319, kvoErrSize}, {321, kvoErrSize},
-                                                 {480, kvoErrSize}, {1280, kvoErrSize}});
+                                                {{0, kvoErrSize},
+                                                 {-320, kvoErrSize},
+                                                 {319, kvoErrSize},
+                                                 {321, kvoErrSize},
+                                                 {480, kvoErrSize},
+                                                 {1280, kvoErrSize}});
             t.run([&](const BadArgs::Call& c) { return st.f(c(src), c(mem), c(dst), c(n)); });
         }
 }

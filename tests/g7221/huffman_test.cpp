@@ -22,7 +22,8 @@ constexpr int kMaxBin[7] = {13, 9, 6, 4, 3, 2, 1};
 // (1 for a positive coefficient) per non-zero bin.
 void expectCode(int cat, int pi, const std::vector<Kvo16s>& coef, const std::vector<int>& bin) {
     using namespace kvo::tab;
-#define CTG(k) {cnstMltSqvhBitcountCtg##k##_G722, cnstMltSqvhCodeCtg##k##_G722}
+#define CTG(k) \
+    { cnstMltSqvhBitcountCtg##k##_G722, cnstMltSqvhCodeCtg##k##_G722 }
     const std::pair<const Kvo16s*, const Kvo16u*> tab[7] = {CTG(0), CTG(1), CTG(2), CTG(3),
                                                             CTG(4), CTG(5), CTG(6)};
 #undef CTG

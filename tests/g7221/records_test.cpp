@@ -107,8 +107,9 @@ class Steps : public ::testing::TestWithParam<StepFile> {};
 TEST_P(Steps, MatchEveryRecord) {
     const StepFile& sf = GetParam();
     const auto recs = load(sf.name, sf.kind);
-    const auto pcm = sf.pcm.empty() ? kvosc::test::VectorFile<int16_t>{}
-                                    : kvosc::test::read_words(kvosc::test::vectors_root() + "/" + sf.pcm);
+    const auto pcm = sf.pcm.empty()
+                         ? kvosc::test::VectorFile<int16_t>{}
+                         : kvosc::test::read_words(kvosc::test::vectors_root() + "/" + sf.pcm);
     std::vector<int16_t> own;
     for (size_t f = 0; f < recs.size(); ++f) {
         const StepRecord& r = recs[f];
@@ -124,7 +125,8 @@ TEST_P(Steps, MatchEveryRecord) {
         if (sf.pcm.empty()) continue;
         own.resize(len / 2);
         std::vector<int16_t> out(len);
-        ASSERT_EQ(kvosDecomposeDCTToMLT_G7221_16s(r.src.data(), own.data(), out.data(), len), kvoOk);
+        ASSERT_EQ(kvosDecomposeDCTToMLT_G7221_16s(r.src.data(), own.data(), out.data(), len),
+                  kvoOk);
         ASSERT_EQ(first_mismatch(out, r.dst), -1) << "frame " << f << " from a zero history";
         ASSERT_TRUE(pcm.ok()) << pcm.error;
         ASSERT_GE(pcm.items.size(), (f + 1) * len);

@@ -130,8 +130,7 @@ std::vector<std::vector<int16_t>> fullScaleFrames(int len, uint32_t seed) {
     frames[4][0] = -2, frames[4][2] = frames[4][3] = -32768;
     for (int r = 0; r < 16; ++r) {
         std::vector<int16_t> f(len);
-        for (auto& v : f)
-            v = r % 2 ? static_cast<int16_t>(rng()) : ((rng() & 1) ? 32767 : -32768);
+        for (auto& v : f) v = r % 2 ? static_cast<int16_t>(rng()) : ((rng() & 1) ? 32767 : -32768);
         frames.push_back(f);
     }
     return frames;

@@ -65,7 +65,8 @@ TEST_P(HybridWindow, NormalisedLagsFollowTheDoubleModel) {
             }
         }
         const KvoStatus st =
-            c.block ? kvosWinHybridBlock_G728_16s(0, src.data(), exps.data(), out.data(), mem.data() + 1)
+            c.block ? kvosWinHybridBlock_G728_16s(0, src.data(), exps.data(), out.data(),
+                                                  mem.data() + 1)
                     : kvosWinHybrid_G728_16s(0, src.data(), out.data(), mem.data() + 1);
         // Until the signal reaches back M lags, the last lag may be zero.
         ASSERT_TRUE(st == kvoOk || (call < 3 && st == kvoWarnZeroEnergy)) << st;
@@ -153,7 +154,8 @@ TEST(G728Levinson, MatchesDoubleRecursionAndHandsOver) {
         for (int i = 0; i < order; ++i)
             EXPECT_NEAR(std::ldexp(a[i], -scale), ref[i], 0.02 * (1 + std::fabs(ref[i]))) << i;
         if (order == 10) continue;
-        ASSERT_EQ(kvosLevinsonDurbin_G728_16s_Sfs(R.data(), 10, b.data(), &rc, &res2, &scale2), kvoOk);
+        ASSERT_EQ(kvosLevinsonDurbin_G728_16s_Sfs(R.data(), 10, b.data(), &rc, &res2, &scale2),
+                  kvoOk);
         ASSERT_EQ(kvosLevinsonDurbin_G728_16s_ISfs(R.data(), 10, order, b.data(), &res2, &scale2),
                   kvoOk);
         EXPECT_EQ(a, b);
@@ -166,7 +168,8 @@ TEST(G728Levinson, StopsAndHandOver) {
     // First-order worked value: r1 = r0 / 2 gives k = -0.5 and residual 3/4.
     Kvo16s R1[2] = {16384, 8192}, a1[1], rc, res, scale;
     EXPECT_EQ(kvosLevinsonDurbin_G728_16s_Sfs(R1, 1, a1, &rc, &res, &scale), kvoOk);
-    EXPECT_EQ((std::vector<int>{rc, a1[0], scale, res}), (std::vector<int>{-16384, -16384, 15, 12288}));
+    EXPECT_EQ((std::vector<int>{rc, a1[0], scale, res}),
+              (std::vector<int>{-16384, -16384, 15, 12288}));
     // A perfectly predictable signal: |g| reaches alpha at stage 2.
     Kvo16s R4[4] = {16384, 16384, 16384, 16384}, a3[3] = {};
     EXPECT_EQ(kvosLevinsonDurbin_G728_16s_Sfs(R4, 3, a3, &rc, &res, &scale), kvoErrFilterUnstable);

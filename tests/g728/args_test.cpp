@@ -11,6 +11,7 @@
 namespace {
 
 using kvosc::test::BadArgs;
+#define RUN(...) t.run([&](const BadArgs::Call& c) { return __VA_ARGS__; })
 
 const std::vector<Kvo16s> kWindow(105, 20000), kCoef(50, 100), kWeight(20, 200);
 
@@ -34,9 +35,7 @@ TEST(G728Args, HybridWindow) {
         auto l = t.value<Kvo32s>("frameLen", 20, {{0, kvoErrSize}, {-4, kvoErrSize}});
         auto n = t.value<Kvo32s>("nonRecLen", 35, {{0, kvoErrSize}});
         auto sz = t.out<Kvo32s>("pSize", 1);
-        t.run([&](const BadArgs::Call& c) {
-            return kvosWinHybridGetStateSize_G728_16s(c(m), c(l), c(n), 5, c(sz));
-        });
+        RUN(kvosWinHybridGetStateSize_G728_16s(c(m), c(l), c(n), 5, c(sz)));
     }
     {
         BadArgs t("kvosWinHybridInit_G728_16s");
@@ -44,9 +43,7 @@ TEST(G728Args, HybridWindow) {
         auto m = t.value<Kvo32s>("order", 50, {{51, kvoErrSize}, {0, kvoErrSize}});
         auto l = t.value<Kvo32s>("frameLen", 20, {{40, kvoErrSize}});
         auto st = t.out<Kvo8u>("pState", 400);
-        t.run([&](const BadArgs::Call& c) {
-            return kvosWinHybridInit_G728_16s(c(w), c(m), c(l), 35, 5, 12288, c(st));
-        });
+        RUN(kvosWinHybridInit_G728_16s(c(w), c(m), c(l), 35, 5, 12288, c(st)));
     }
     {
         BadArgs t("kvosWinHybridBlock_G728_16s");
@@ -55,17 +52,13 @@ TEST(G728Args, HybridWindow) {
         auto dst = t.out<Kvo16s>("pDst", 51);
         auto st = t.state("pState", 400, winInit);
         t.valid_status(kvoWarnZeroEnergy);  // 20 samples from rest cannot reach lag 50
-        t.run([&](const BadArgs::Call& c) {
-            return kvosWinHybridBlock_G728_16s(0, c(src), c(ex), c(dst), as<Kvo8u>(c(st)));
-        });
+        RUN(kvosWinHybridBlock_G728_16s(0, c(src), c(ex), c(dst), as<Kvo8u>(c(st))));
     }
     BadArgs t("kvosWinHybrid_G728_16s");
     auto src = t.in<Kvo16s>("pSrc", 20);
     auto dst = t.out<Kvo16s>("pDst", 11);
     auto st = t.state("pState", 400, winInit);
-    t.run([&](const BadArgs::Call& c) {
-        return kvosWinHybrid_G728_16s(1, c(src), c(dst), as<Kvo8u>(c(st)));
-    });
+    RUN(kvosWinHybrid_G728_16s(1, c(src), c(dst), as<Kvo8u>(c(st))));
 }
 
 TEST(G728Args, Levinson) {
@@ -78,9 +71,7 @@ TEST(G728Args, Levinson) {
         auto rc = t.out<Kvo16s>("pDstRC", 1);
         auto res = t.out<Kvo16s>("pResidual", 1);
         auto sc = t.out<Kvo16s>("pScale", 1);
-        t.run([&](const BadArgs::Call& c) {
-            return kvosLevinsonDurbin_G728_16s_Sfs(c(src), c(ord), c(a), c(rc), c(res), c(sc));
-        });
+        RUN(kvosLevinsonDurbin_G728_16s_Sfs(c(src), c(ord), c(a), c(rc), c(res), c(sc)));
     }
     BadArgs t("kvosLevinsonDurbin_G728_16s_ISfs");
     auto src = t.in<Kvo16s>("pSrc", 11, R);
@@ -88,9 +79,7 @@ TEST(G728Args, Levinson) {
     auto a = t.inout<Kvo16s>("pSrcDstLPC", 10, std::vector<Kvo16s>(10, 0));
     auto res = t.inout<Kvo16s>("pResidual", 1, std::vector<Kvo16s>{20000});
     auto sc = t.inout<Kvo16s>("pScale", 1, std::vector<Kvo16s>{15});
-    t.run([&](const BadArgs::Call& c) {
-        return kvosLevinsonDurbin_G728_16s_ISfs(c(src), c(s0), 10, c(a), c(res), c(sc));
-    });
+    RUN(kvosLevinsonDurbin_G728_16s_ISfs(c(src), c(s0), 10, c(a), c(res), c(sc)));
     // Scale outside 0..15 (as unsigned): -1 and 16; zero energy in pSrc[0].
     Kvo16s aa[10] = {}, r = 20000, z[2] = {0, 0}, rc, sz;
     for (Kvo16s bad : {Kvo16s{-1}, Kvo16s{16}}) {
@@ -106,7 +95,7 @@ TEST(G728Args, Search) {
         BadArgs t("kvosImpulseResponseEnergy_G728_16s");
         auto h = t.in<Kvo16s>("pSrc", 5);
         auto e = t.out<Kvo16s>("pDst", 128);
-        t.run([&](const BadArgs::Call& c) { return kvosImpulseResponseEnergy_G728_16s(c(h), c(e)); });
+        RUN(kvosImpulseResponseEnergy_G728_16s(c(h), c(e)));
     }
     BadArgs t("kvosCodebookSearch_G728_16s");
     auto x = t.in<Kvo16s>("pSrc", 5);
@@ -115,9 +104,7 @@ TEST(G728Args, Search) {
     auto g = t.out<Kvo32s>("pGain", 1);
     auto code = t.out<Kvo16s>("pCode", 1);
     auto rate = t.value<Kvo32s>("rate", 17, {{16, kvoErrRange}, {22, kvoErrRange}});
-    t.run([&](const BadArgs::Call& c) {
-        return kvosCodebookSearch_G728_16s(c(x), c(e), c(sh), c(g), c(code), c(rate));
-    });
+    RUN(kvosCodebookSearch_G728_16s(c(x), c(e), c(sh), c(g), c(code), c(rate)));
 }
 
 TEST(G728Args, Filters) {
@@ -129,10 +116,8 @@ TEST(G728Args, Filters) {
         auto ye = t.out<Kvo16s>("pDstExp", 1);
         auto st = t.state("pState", sizeof(KvoG728SynthesisState),
                           init(kvosSynthesisFilterInit_G728_16s));
-        t.run([&](const BadArgs::Call& c) {
-            return kvosSyntesisFilterZeroInput_G728_16s(c(a), c(x), 3, c(y), c(ye),
-                                                        as<KvoG728SynthesisState>(c(st)));
-        });
+        RUN(kvosSyntesisFilterZeroInput_G728_16s(c(a), c(x), 3, c(y), c(ye),
+                                                 as<KvoG728SynthesisState>(c(st))));
     }
     const auto combInit = init(kvosCombinedFilterInit_G728_16s);
     {
@@ -141,10 +126,8 @@ TEST(G728Args, Filters) {
         auto w = t.in<Kvo16s>("pWeight", 20, kWeight);
         auto y = t.out<Kvo16s>("pDst", 5);
         auto st = t.state("pState", sizeof(KvoG728CombinedState), combInit);
-        t.run([&](const BadArgs::Call& c) {
-            return kvosCombinedFilterZeroInput_G728_16s(c(a), c(w), c(y),
-                                                        as<KvoG728CombinedState>(c(st)));
-        });
+        RUN(kvosCombinedFilterZeroInput_G728_16s(c(a), c(w), c(y),
+                                                 as<KvoG728CombinedState>(c(st))));
     }
     {
         BadArgs t("kvosCombinedFilterZeroState_G728_16s");
@@ -154,10 +137,8 @@ TEST(G728Args, Filters) {
         auto y = t.out<Kvo16s>("pDst", 5);
         auto ye = t.out<Kvo16s>("pDstExp", 1);
         auto st = t.state("pState", sizeof(KvoG728CombinedState), combInit);
-        t.run([&](const BadArgs::Call& c) {
-            return kvosCombinedFilterZeroState_G728_16s(c(a), c(w), c(x), 5, c(y), c(ye),
-                                                        as<KvoG728CombinedState>(c(st)));
-        });
+        RUN(kvosCombinedFilterZeroState_G728_16s(c(a), c(w), c(x), 5, c(y), c(ye),
+                                                 as<KvoG728CombinedState>(c(st))));
     }
     {
         BadArgs t("kvosIIR16s_G728_16s");
@@ -166,21 +147,17 @@ TEST(G728Args, Filters) {
         auto y = t.out<Kvo16s>("pDst", 8);
         auto len = t.value<Kvo32s>("len", 8, {{0, kvoErrSize}});
         auto st = t.state("pState", sizeof(KvoG728IIRState), init(kvosIIR16sInit_G728_16s));
-        t.run([&](const BadArgs::Call& c) {
-            return kvosIIR16s_G728_16s(c(w), c(x), c(y), c(len), as<KvoG728IIRState>(c(st)));
-        });
+        RUN(kvosIIR16s_G728_16s(c(w), c(x), c(y), c(len), as<KvoG728IIRState>(c(st))));
     }
     {
         BadArgs t("kvosPostFilter_G728_16s");
         auto a = t.in<Kvo16s>("pCoef", 20, kWeight);
         auto x = t.in<Kvo16s>("pSrc", 5, std::vector<Kvo16s>(45, 300), 40);
         auto y = t.out<Kvo16s>("pDst", 5);
-        auto st = t.state("pState", sizeof(KvoG728PostFilterState),
-                          init(kvosPostFilterInit_G728_16s));
-        t.run([&](const BadArgs::Call& c) {
-            return kvosPostFilter_G728_16s(14000, 2000, 40, -1000, c(a), c(x), c(y),
-                                           as<KvoG728PostFilterState>(c(st)));
-        });
+        auto st =
+            t.state("pState", sizeof(KvoG728PostFilterState), init(kvosPostFilterInit_G728_16s));
+        RUN(kvosPostFilter_G728_16s(14000, 2000, 40, -1000, c(a), c(x), c(y),
+                                    as<KvoG728PostFilterState>(c(st))));
     }
     const auto adInit = init(kvosPostFilterAdapterStateInit_G728);
     {
@@ -189,28 +166,25 @@ TEST(G728Args, Filters) {
         auto a = t.in<Kvo16s>("pCoef", 10);
         auto y = t.out<Kvo16s>("pDst", 5);
         auto st = t.state("pState", sizeof(KvoG728PostFilterAdapterState), adInit);
-        t.run([&](const BadArgs::Call& c) {
-            return kvosLPCInverseFilter_G728_16s(c(x), c(a), c(y),
-                                                 as<KvoG728PostFilterAdapterState>(c(st)));
-        });
+        RUN(kvosLPCInverseFilter_G728_16s(c(x), c(a), c(y),
+                                          as<KvoG728PostFilterAdapterState>(c(st))));
     }
     {
         BadArgs t("kvosPitchPeriodExtraction_G728_16s");
         auto x = t.in<Kvo16s>("pSrc", 100, {}, 140);
         auto p = t.inout<Kvo32s>("pPitch", 1, std::vector<Kvo32s>{60});
         auto st = t.state("pState", sizeof(KvoG728PostFilterAdapterState), adInit);
-        t.run([&](const BadArgs::Call& c) {
-            return kvosPitchPeriodExtraction_G728_16s(c(x), c(p),
-                                                      as<KvoG728PostFilterAdapterState>(c(st)));
-        });
+        RUN(kvosPitchPeriodExtraction_G728_16s(c(x), c(p),
+                                               as<KvoG728PostFilterAdapterState>(c(st))));
     }
     // Size queries and Init functions: null only.
     auto nulls = [](auto... f) { return ((f(nullptr) == kvoErrNullPtr) + ...); };
-    EXPECT_EQ(10, nulls(kvosSynthesisFilterGetStateSize_G728_16s, kvosCombinedFilterGetStateSize_G728_16s,
-                        kvosIIR16sGetStateSize_G728_16s, kvosPostFilterGetStateSize_G728_16s,
-                        kvosPostFilterAdapterGetStateSize_G728, kvosSynthesisFilterInit_G728_16s,
-                        kvosCombinedFilterInit_G728_16s, kvosIIR16sInit_G728_16s,
-                        kvosPostFilterInit_G728_16s, kvosPostFilterAdapterStateInit_G728));
+    EXPECT_EQ(
+        10, nulls(kvosSynthesisFilterGetStateSize_G728_16s, kvosCombinedFilterGetStateSize_G728_16s,
+                  kvosIIR16sGetStateSize_G728_16s, kvosPostFilterGetStateSize_G728_16s,
+                  kvosPostFilterAdapterGetStateSize_G728, kvosSynthesisFilterInit_G728_16s,
+                  kvosCombinedFilterInit_G728_16s, kvosIIR16sInit_G728_16s,
+                  kvosPostFilterInit_G728_16s, kvosPostFilterAdapterStateInit_G728));
 }
 
 }  // namespace

@@ -76,7 +76,8 @@ TEST_P(CodebookSearch, FindsTheBruteForceOptimum) {
         // Integer energies and the truncated correlation leave a little slack.
         EXPECT_LE(got, best + 0.02 * std::fabs(best) + 2.0);
         // Code layout of the rate (rate 10 closes the gaps between its searched rows).
-        const int row = r.code == 17 ? shape : (r.code == 14 ? shape - 64 : (shape - 96) / 8 * 4 + shape % 4);
+        const int row =
+            r.code == 17 ? shape : (r.code == 14 ? shape - 64 : (shape - 96) / 8 * 4 + shape % 4);
         EXPECT_EQ(code, row * (r.code == 17 ? 8 : 4) + gain);
     }
 }

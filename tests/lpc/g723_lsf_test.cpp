@@ -24,7 +24,8 @@ bool productsFit(const std::vector<double>& w) {
         std::vector<double> f{1.0};
         for (int i = h, n = 1; i < 10; i += 2, ++n) {
             f.resize(f.size() + 2, 0.0);
-            for (size_t j = f.size() - 1; j >= 2; --j) f[j] += f[j - 2] - 2 * std::cos(w[i]) * f[j - 1];
+            for (size_t j = f.size() - 1; j >= 2; --j)
+                f[j] += f[j - 2] - 2 * std::cos(w[i]) * f[j - 1];
             f[1] -= 2 * std::cos(w[i]) * f[0];
             for (double v : f)
                 if (n >= 2 && std::fabs(v) > 0.9 * std::ldexp(1.0, n + 1)) return false;
@@ -136,7 +137,8 @@ TEST(LpcToLsfG723, FindsTheLinesOfTheExpandedFilter) {
         const int want = closeOnly ? 20 : 200;
         int checked = 0;
         for (int trial = 0; trial < 20000 && checked < want; ++trial) {
-            SCOPED_TRACE(testing::Message() << "seed 1723 close " << closeOnly << " trial " << trial);
+            SCOPED_TRACE(testing::Message()
+                         << "seed 1723 close " << closeOnly << " trial " << trial);
             Kvo16s lpc[10], lsf[10];
             std::vector<double> w;
             if (!randomFilter(g, closeOnly ? 0.97 : 0.9, lpc, &w)) continue;
@@ -167,9 +169,10 @@ TEST(LpcToLsfG723, FindsTheLinesOfTheExpandedFilter) {
 // A(z) = 1 has its lines at k pi / 11, k = 1 .. 10.
 TEST(LpcToLsfG723, TooFewRootsAndFlatFilter) {
     const Kvo16s prev[10] = {1000, 4000, 7000, 10000, 13000, 16000, 19000, 22000, 25000, 28000};
-    const Kvo16s bad[][10] = {{32767, 32767, 32767, 32767, 32767, 32767, 32767, 32767, 32767, 32767},
-                              {-32768, 0, 0, 0, 0, 0, 0, 0, 0, 0},
-                              {0, 0, 0, 0, 0, 0, 0, 0, 0, 30000}};
+    const Kvo16s bad[][10] = {
+        {32767, 32767, 32767, 32767, 32767, 32767, 32767, 32767, 32767, 32767},
+        {-32768, 0, 0, 0, 0, 0, 0, 0, 0, 0},
+        {0, 0, 0, 0, 0, 0, 0, 0, 0, 30000}};
     Kvo16s out[10];
     for (const auto& a : bad) {
         std::memcpy(out, prev, sizeof out);

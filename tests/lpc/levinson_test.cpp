@@ -94,7 +94,8 @@ TEST(LevinsonG723, BreakdownsAndSineDetector) {
     }
     // A tone with a little noise: k2 close to 1 (or a breakdown), bit 1.
     Kvo16s R[11], lpc[10], res, sine = 3;
-    for (int i = 0; i <= 10; ++i) R[i] = Kvo16s(std::lround(16000 * (std::cos(0.9 * i) + (i ? 0 : 0.002))));
+    for (int i = 0; i <= 10; ++i)
+        R[i] = Kvo16s(std::lround(16000 * (std::cos(0.9 * i) + (i ? 0 : 0.002))));
     ASSERT_EQ(kvoOk, kvosLevinsonDurbin_G723_16s(R, &sine, &res, lpc));
     EXPECT_EQ(7, sine);
 }
