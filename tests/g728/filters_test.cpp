@@ -1,8 +1,8 @@
 // G.728 filters: the block floating point order-50 synthesis filter against a
-// double-precision all-pole filter, the combined filter's synthesis equal to
-// the synthesis filter's and its zero-input response against a double model,
-// the pole-zero and inverse filters by worked impulse responses, the post
-// filter's long-term stage, and the pitch extractor on pulse trains.
+// double-precision all-pole filter, the combined filter's zero-state synthesis
+// equal to the synthesis filter's, the pole-zero and inverse filters by worked
+// impulse responses, the post filter's long-term stage, and the pitch extractor
+// on pulse trains.
 #include <gtest/gtest.h>
 
 #include <cmath>
