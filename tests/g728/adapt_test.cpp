@@ -98,20 +98,19 @@ INSTANTIATE_TEST_SUITE_P(G728, HybridWindow,
 // Silence gives zero lags and the warning; with shortLags an order-50 window leaves lags
 // above 10 alone.  The record sizes hold the window, the signal and the recursive memory.
 TEST(G728HybridWindow, SilenceAndShortLags) {
+    const auto w60 = make_window(60), w105 = make_window(105);  // the record keeps the window
     Kvo32s size = 0;
     ASSERT_EQ(kvosWinHybridGetStateSize_G728_16s(10, 20, 30, 0, &size), kvoOk);
     EXPECT_EQ(size, 32 + 2 * (20 + 20 + 30 + 2) + 16);
     std::vector<Kvo8u> mem(size);
-    ASSERT_EQ(kvosWinHybridInit_G728_16s(make_window(60).data(), 10, 20, 30, 0, 8192, mem.data()),
-              kvoOk);
+    ASSERT_EQ(kvosWinHybridInit_G728_16s(w60.data(), 10, 20, 30, 0, 8192, mem.data()), kvoOk);
     std::vector<Kvo16s> zero(20, 0), out(11, 99);
     EXPECT_EQ(kvosWinHybrid_G728_16s(0, zero.data(), out.data(), mem.data()), kvoWarnZeroEnergy);
     EXPECT_EQ(out, std::vector<Kvo16s>(11, 0));
     ASSERT_EQ(kvosWinHybridGetStateSize_G728_16s(50, 20, 35, 5, &size), kvoOk);
     EXPECT_EQ(size, 32 + 2 * (100 + 20 + 35 + 2) + 2 * 21 + 16);
     mem.resize(size);
-    ASSERT_EQ(kvosWinHybridInit_G728_16s(make_window(105).data(), 50, 20, 35, 5, 12288, mem.data()),
-              kvoOk);
+    ASSERT_EQ(kvosWinHybridInit_G728_16s(w105.data(), 50, 20, 35, 5, 12288, mem.data()), kvoOk);
     std::vector<Kvo16s> src(20), exps(4, 0), o50(51, 1234);
     for (int i = 0; i < 20; ++i) src[i] = static_cast<Kvo16s>((i * 7919) % 4001 - 2000);
     EXPECT_EQ(kvosWinHybridBlock_G728_16s(1, src.data(), exps.data(), o50.data(), mem.data()),
