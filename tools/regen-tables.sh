@@ -8,7 +8,6 @@ $gen "$root/numeric" src/numeric numeric_tables \
     Log2Table tabpow tabsqr tabsqr_d wlag hamwindow w_eval_60 w_eval_50 \
     cos15 slope_cos slope_cos15 acos12
 $gen "$root/g723" src/kernels kernel_tables HammingWindowTbl_G723 BinomWindowCoeffTbl_G723
-$gen "$root/numeric" tests/filter filter_test_tables a140 b140 a100 b100
 $gen "$root/g723" src/kernels lpc_tables CosineTbl_G723 ReorderedCOS BandwidthExpansionTbl
 $gen "$root/g729" src/g729 lsp_tables \
     LSPCode1 LSPCode2 fg fg_sum fg_sum_inv noise_fg noise_fg_sum noise_fg_sum_inv \

@@ -1,6 +1,6 @@
-// Independent models of the filter kernels for the tests: the basic operators of the published
-// fixed-point coders (each one saturating, with a sticky overflow flag), and the filters written
-// in direct form on top of them, or in 64-bit arithmetic for the wrapping forms.
+// Independent models of the filter kernels: the saturating basic operators of the published
+// fixed-point coders (with a sticky overflow flag), the filters in direct form on top of them
+// or in 64-bit arithmetic for the wrapping forms, and the random inputs of the tests.
 #pragma once
 
 #include <cstdint>
@@ -16,58 +16,17 @@ using Vec = std::vector<i16>;
 
 struct Ops {
     bool ovf = false;
-
-    i32 sat(i64 v) {
-        if (v > INT32_MAX) {
-            ovf = true;
-            return INT32_MAX;
-        }
-        if (v < INT32_MIN) {
-            ovf = true;
-            return INT32_MIN;
-        }
-        return static_cast<i32>(v);
+    i64 clamp(i64 v, i64 lo, i64 hi) {
+        if (v < lo || v > hi) ovf = true;
+        return v < lo ? lo : (v > hi ? hi : v);
     }
-    i16 sat_s(i32 v) {
-        if (v > 32767) {
-            ovf = true;
-            return 32767;
-        }
-        if (v < -32768) {
-            ovf = true;
-            return -32768;
-        }
-        return static_cast<i16>(v);
-    }
-    i32 L_add(i32 a, i32 b) { return sat(i64{a} + b); }
-    i32 L_sub(i32 a, i32 b) { return sat(i64{a} - b); }
-    i32 L_mult(i16 a, i16 b) {
-        i32 p = i32{a} * b;
-        if (p == 0x40000000) {
-            ovf = true;
-            return INT32_MAX;
-        }
-        return p * 2;
-    }
-    i32 L_mac(i32 s, i16 a, i16 b) { return L_add(s, L_mult(a, b)); }
-    i32 L_msu(i32 s, i16 a, i16 b) { return L_sub(s, L_mult(a, b)); }
-    // Doubling one step at a time, saturating on the first step that leaves the range.
-    i32 L_shl(i32 x, int n) {
-        for (int i = 0; i < n; ++i) {
-            if (x > 0x3fffffff) {
-                ovf = true;
-                return INT32_MAX;
-            }
-            if (x < -0x40000000) {
-                ovf = true;
-                return INT32_MIN;
-            }
-            x *= 2;
-        }
-        return x;
-    }
-    i16 extract_h(i32 x) { return static_cast<i16>(x >> 16); }
-    i16 round(i32 x) { return extract_h(L_add(x, 0x8000)); }
+    i32 sat(i64 v) { return static_cast<i32>(clamp(v, INT32_MIN, INT32_MAX)); }
+    i16 sat_s(i32 v) { return static_cast<i16>(clamp(v, -32768, 32767)); }
+    i32 L_mult(i16 a, i16 b) { return sat(2 * i64{a} * b); }
+    i32 L_mac(i32 s, i16 a, i16 b) { return sat(i64{s} + L_mult(a, b)); }
+    i32 L_msu(i32 s, i16 a, i16 b) { return sat(i64{s} - L_mult(a, b)); }
+    i32 L_shl(i32 x, int n) { return sat(i64{x} * (i64{1} << n)); }
+    i16 round(i32 x) { return static_cast<i16>(sat(i64{x} + 0x8000) >> 16); }
     i16 add(i16 a, i16 b) { return sat_s(i32{a} + b); }
     i16 mult_r(i16 a, i16 b) { return sat_s((i32{a} * b + 16384) >> 15); }
 };
@@ -83,8 +42,7 @@ inline Vec syn(const i16* a, int order, const i16* x, int len, const Vec& mem, i
     for (int i = 0; i < len; ++i) {
         i32 s = o.L_mult(x[i], a[0]);
         for (int j = 1; j <= order; ++j) s = o.L_msu(s, a[j], yy[yy.size() - j]);
-        s = o.L_shl(s, 15 - sf);
-        yy.push_back(o.round(s));
+        yy.push_back(o.round(o.L_shl(s, 15 - sf)));
     }
     if (ovf) *ovf = o.ovf;
     return Vec(yy.begin() + order, yy.end());
@@ -101,29 +59,21 @@ inline Vec syn_wrap(const i16* a, int order, const i16* x, int len, const Vec& m
     return Vec(yy.begin() + order, yy.end());
 }
 
-// Residual A(z) by the basic-operator chain; x has order samples of history before it.
-inline Vec residu(const i16* a, int order, const i16* x, int len) {
+// Residual A(z) by the basic-operator chain (or wide sums, low 16 bits); x has order samples
+// of history before it.
+inline Vec residu(const i16* a, int order, const i16* x, int len, bool wrap = false) {
     Ops o;
     Vec y(len);
     for (int i = 0; i < len; ++i) {
         i32 s = o.L_mult(x[i], a[0]);
-        for (int j = 1; j <= order; ++j) s = o.L_mac(s, a[j], x[i - j]);
-        y[i] = o.round(o.L_shl(s, 3));
-    }
-    return y;
-}
-
-inline Vec residu_wrap(const i16* a, int order, const i16* x, int len) {
-    Vec y(len);
-    for (int i = 0; i < len; ++i) {
         i64 acc = 2048;
         for (int j = 0; j <= order; ++j) acc += i64{a[j]} * x[i - j];
-        y[i] = low16(acc >> 12);
+        for (int j = 1; j <= order; ++j) s = o.L_mac(s, a[j], x[i - j]);
+        y[i] = wrap ? low16(acc >> 12) : o.round(o.L_shl(s, 3));
     }
     return y;
 }
 
-// Random helpers.
 struct Rng {
     std::mt19937 g;
     explicit Rng(uint32_t seed) : g(seed) {}
@@ -134,17 +84,28 @@ struct Rng {
         for (auto& e : v) e = static_cast<i16>(uni(-amp, amp < 32767 ? amp : 32767));
         return v;
     }
-    // Full-scale square wave of random period, the drive that saturates a filter.
-    Vec square(int n) {
-        Vec v(n);
-        int half = uni(1, 12);
-        for (int i = 0; i < n; ++i) v[i] = ((i / half) & 1) ? -32768 : 32767;
+    // Kinds: quiet, full range, full-scale square wave, constant -32768, alternating full
+    // scale, quiet then full range from a random point.
+    Vec input(int kind, int n) {
+        Vec v = vec(n, kind == 0 ? 2000 : 32768);
+        const int half = uni(1, 12), burst = uni(0, n);
+        for (int i = 0; i < n; ++i) {
+            if (kind == 2) v[i] = ((i / half) & 1) ? -32768 : 32767;
+            if (kind == 3) v[i] = -32768;
+            if (kind == 4) v[i] = (i & 1) ? -32768 : 32767;
+            if (kind == 5 && i < burst) v[i] = static_cast<i16>(v[i] / 1000);
+        }
         return v;
     }
-    // Stable-looking Q12 LP coefficients: a[0] = 4096, taps shrinking with k.
-    Vec lpc(int order, int amp) {
-        Vec a(order + 1);
+    // Kinds: mild LP (a[0] = 4096, taps shrinking with k), strong LP, anything (-32768 likely).
+    Vec coefs(int kind, int order) {
+        Vec a = vec(order + 1, 32768);
+        if (kind == 2) {
+            if (uni(0, 3) == 0) a[uni(0, order)] = -32768;
+            return a;
+        }
         a[0] = 4096;
+        const int amp = kind ? 16000 : 4096;
         for (int k = 1; k <= order; ++k) a[k] = static_cast<i16>(uni(-amp, amp) / k);
         return a;
     }

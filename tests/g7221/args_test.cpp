@@ -1,7 +1,9 @@
-// Argument checks of the G.722.1 exports: each null pointer, lengths other
-// than 320 and 640, categories and power indices outside their tables; a
-// refused call writes nothing, a valid one writes only its outputs.
+// Argument checks of the G.722.1 exports: each null pointer, lengths other than 320 and 640,
+// categories and power indices outside their tables; a refused call writes nothing, a valid
+// one only its outputs.
 #include <gtest/gtest.h>
+
+#include <functional>
 
 #include "kvosc.h"
 #include "support/badargs.h"
@@ -10,58 +12,51 @@ namespace {
 
 using kvosc::test::BadArgs;
 
-constexpr std::initializer_list<std::pair<Kvo32s, KvoStatus>> kBadLengths = {
-    {0, kvoErrSize},   {-320, kvoErrSize}, {319, kvoErrSize},
-    {321, kvoErrSize}, {480, kvoErrSize},  {1280, kvoErrSize}};
-
-// The windowing steps: pMem is len words forward, len/2 inverse.
-template <class F>
-void checkWindowing(const char* name, int len, bool inverse, bool withLen, F f) {
-    SCOPED_TRACE(std::string(name) + " at " + std::to_string(len));
-    BadArgs t(name);
-    auto src = t.in<Kvo16s>("pSrc", len);
-    auto mem = t.inout<Kvo16s>("pMem", inverse ? len / 2 : len);
-    auto dst = t.out<Kvo16s>("pDst", len);
-    auto n = withLen ? t.value<Kvo32s>("len", len, kBadLengths) : t.value<Kvo32s>("len", len);
-    t.run([&](const BadArgs::Call& c) { return f(c(src), c(mem), c(dst), c(n)); });
-}
-
-template <class F>
-void checkTransform(const char* name, int len, bool withLen, F f) {
-    SCOPED_TRACE(std::string(name) + " at " + std::to_string(len));
-    BadArgs t(name);
-    auto src = t.in<Kvo16s>("pSrc", len);
-    auto dst = t.out<Kvo16s>("pDst", len);
-    auto n = withLen ? t.value<Kvo32s>("len", len, kBadLengths) : t.value<Kvo32s>("len", len);
-    t.run([&](const BadArgs::Call& c) { return f(c(src), c(dst), c(n)); });
-}
-
-TEST(G7221Args, WindowingSteps) {
-    for (int len : {320, 640}) {
-        checkWindowing("kvosDecomposeMLTToDCT_G7221_16s", len, false, true,
-                       kvosDecomposeMLTToDCT_G7221_16s);
-        checkWindowing("kvosDecomposeDCTToMLT_G7221_16s", len, true, true,
-                       kvosDecomposeDCTToMLT_G7221_16s);
-    }
-    checkWindowing("kvosDecomposeMLTToDCT_G722_16s", 320, false, false,
-                   [](const Kvo16s* s, Kvo16s* m, Kvo16s* d, Kvo32s) {
-                       return kvosDecomposeMLTToDCT_G722_16s(s, m, d);
-                   });
-    checkWindowing("kvosDecomposeDCTToMLT_G722_16s", 320, true, false,
-                   [](const Kvo16s* s, Kvo16s* m, Kvo16s* d, Kvo32s) {
-                       return kvosDecomposeDCTToMLT_G722_16s(s, m, d);
-                   });
-}
-
-TEST(G7221Args, Transforms) {
-    for (int len : {320, 640}) {
-        checkTransform("kvosDCTFwd_G7221_16s", len, true, kvosDCTFwd_G7221_16s);
-        checkTransform("kvosDCTInv_G7221_16s", len, true, kvosDCTInv_G7221_16s);
-    }
-    checkTransform("kvosDCTFwd_G722_16s", 320, false,
-                   [](const Kvo16s* s, Kvo16s* d, Kvo32s) { return kvosDCTFwd_G722_16s(s, d); });
-    checkTransform("kvosDCTInv_G722_16s", 320, false,
-                   [](const Kvo16s* s, Kvo16s* d, Kvo32s) { return kvosDCTInv_G722_16s(s, d); });
+TEST(G7221Args, TransformSteps) {
+    using Fn = std::function<KvoStatus(const Kvo16s*, Kvo16s*, Kvo16s*, Kvo32s)>;
+    // mem: history words per two samples (0: no history argument); fixed: the 320-sample
+    // G.722 form, without a length.
+    struct Step {
+        const char* name;
+        int mem;
+        bool fixed;
+        Fn f;
+    };
+    const Step steps[] = {
+        {"MLTToDCT_G7221", 2, false, kvosDecomposeMLTToDCT_G7221_16s},
+        {"DCTToMLT_G7221", 1, false, kvosDecomposeDCTToMLT_G7221_16s},
+        {"MLTToDCT_G722", 2, true,
+         [](auto s, auto m, auto d, Kvo32s) { return kvosDecomposeMLTToDCT_G722_16s(s, m, d); }},
+        {"DCTToMLT_G722", 1, true,
+         [](auto s, auto m, auto d, Kvo32s) { return kvosDecomposeDCTToMLT_G722_16s(s, m, d); }},
+        {"DCTFwd_G7221", 0, false,
+         [](auto s, auto, auto d, Kvo32s n) { return kvosDCTFwd_G7221_16s(s, d, n); }},
+        {"DCTInv_G7221", 0, false,
+         [](auto s, auto, auto d, Kvo32s n) { return kvosDCTInv_G7221_16s(s, d, n); }},
+        {"DCTFwd_G722", 0, true,
+         [](auto s, auto, auto d, Kvo32s) { return kvosDCTFwd_G722_16s(s, d); }},
+        {"DCTInv_G722", 0, true,
+         [](auto s, auto, auto d, Kvo32s) { return kvosDCTInv_G722_16s(s, d); }},
+    };
+    for (const Step& st : steps)
+        for (int len : {320, 640}) {
+            if (st.fixed && len == 640) continue;
+            SCOPED_TRACE(testing::Message() << st.name << " at " << len);
+            BadArgs t(st.name);
+            auto src = t.in<Kvo16s>("pSrc", len);
+            auto mem = t.inout<Kvo16s>("pMem", st.mem ? st.mem * len / 2 : 1);
+            if (!st.mem) t.optional(mem);  // not passed
+            auto dst = t.out<Kvo16s>("pDst", len);
+            auto n = st.fixed ? t.value<Kvo32s>("len", len)
+                              : t.value<Kvo32s>("len", len,
+                                                {{0, kvoErrSize},
+                                                 {-320, kvoErrSize},
+                                                 {319, kvoErrSize},
+                                                 {321, kvoErrSize},
+                                                 {480, kvoErrSize},
+                                                 {1280, kvoErrSize}});
+            t.run([&](const BadArgs::Call& c) { return st.f(c(src), c(mem), c(dst), c(n)); });
+        }
 }
 
 TEST(G7221Args, HuffmanEncode) {

@@ -22,14 +22,11 @@ constexpr int kMaxBin[7] = {13, 9, 6, 4, 3, 2, 1};
 // (1 for a positive coefficient) per non-zero bin.
 void expectCode(int cat, int pi, const std::vector<Kvo16s>& coef, const std::vector<int>& bin) {
     using namespace kvo::tab;
-    const Kvo16s* counts[7] = {cnstMltSqvhBitcountCtg0_G722, cnstMltSqvhBitcountCtg1_G722,
-                               cnstMltSqvhBitcountCtg2_G722, cnstMltSqvhBitcountCtg3_G722,
-                               cnstMltSqvhBitcountCtg4_G722, cnstMltSqvhBitcountCtg5_G722,
-                               cnstMltSqvhBitcountCtg6_G722};
-    const Kvo16u* codes[7] = {cnstMltSqvhCodeCtg0_G722, cnstMltSqvhCodeCtg1_G722,
-                              cnstMltSqvhCodeCtg2_G722, cnstMltSqvhCodeCtg3_G722,
-                              cnstMltSqvhCodeCtg4_G722, cnstMltSqvhCodeCtg5_G722,
-                              cnstMltSqvhCodeCtg6_G722};
+#define CTG(k) \
+    { cnstMltSqvhBitcountCtg##k##_G722, cnstMltSqvhCodeCtg##k##_G722 }
+    const std::pair<const Kvo16s*, const Kvo16u*> tab[7] = {CTG(0), CTG(1), CTG(2), CTG(3),
+                                                            CTG(4), CTG(5), CTG(6)};
+#undef CTG
     std::vector<bool> bits;
     auto put = [&](uint32_t v, int n) {
         for (int i = n - 1; i >= 0; --i) bits.push_back((v >> i) & 1);
@@ -39,15 +36,15 @@ void expectCode(int cat, int pi, const std::vector<Kvo16s>& coef, const std::vec
         int index = 0;
         for (int j = 0; j < d; ++j)
             index = index * (kMaxBin[cat] + 1) + std::min(bin[v * d + j], kMaxBin[cat]);
-        put(codes[cat][index], counts[cat][index]);
+        put(tab[cat].second[index], tab[cat].first[index]);
         for (int j = 0; j < d; ++j)
             if (bin[v * d + j] != 0) put(coef[v * d + j] > 0, 1);
     }
     std::vector<Kvo32u> want((bits.size() + 31) / 32, 0);
     for (size_t i = 0; i < bits.size(); ++i)
         if (bits[i]) want[i / 32] |= 1u << (31 - i % 32);
-    Kvo32u words[7];
-    std::fill(std::begin(words), std::end(words), 0xa5a5a5a5u);
+    Kvo32u words[7] = {0xa5a5a5a5u, 0xa5a5a5a5u, 0xa5a5a5a5u, 0xa5a5a5a5u,
+                       0xa5a5a5a5u, 0xa5a5a5a5u, 0xa5a5a5a5u};
     Kvo32s n = -1;
     ASSERT_EQ(kvosHuffmanEncode_G722_16s32u(cat, pi, coef.data(), words, &n), kvoOk);
     ASSERT_EQ(n, static_cast<Kvo32s>(bits.size()));
@@ -100,11 +97,9 @@ TEST(G7221Huffman, WorkedBins) {
     }
     expectCode(0, 24, coef, bin);
     for (auto [x, b] : {std::pair{5461, 5}, {5462, 4}, {-5462, 4}, {-5461, 5}}) {
-        SCOPED_TRACE(x);
         std::vector<Kvo16s> c(20, 0);
         std::vector<int> bn(20, 0);
-        c[4] = static_cast<Kvo16s>(x);
-        bn[4] = b;
+        c[4] = static_cast<Kvo16s>(x), bn[4] = b;
         expectCode(0, 47, c, bn);
     }
     std::vector<Kvo16s> c(20, 0);

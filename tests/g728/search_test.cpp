@@ -75,17 +75,10 @@ TEST_P(CodebookSearch, FindsTheBruteForceOptimum) {
         const double got = dist(shape, gain % signBit, gain & signBit ? -1 : 1);
         // Integer energies and the truncated correlation leave a little slack.
         EXPECT_LE(got, best + 0.02 * std::fabs(best) + 2.0);
-        // Code layout of the rate.
-        if (r.code == 17) {
-            EXPECT_EQ(code, shape * 8 + gain);
-        }
-        if (r.code == 14) {
-            EXPECT_EQ(code, (shape - 64) * 4 + gain);
-        }
-        if (r.code == 10) {
-            const int closed = 96 + (shape - 96) / 8 * 4 + shape % 4;
-            EXPECT_EQ(code, (closed - 96) * 4 + gain);
-        }
+        // Code layout of the rate (rate 10 closes the gaps between its searched rows).
+        const int row =
+            r.code == 17 ? shape : (r.code == 14 ? shape - 64 : (shape - 96) / 8 * 4 + shape % 4);
+        EXPECT_EQ(code, row * (r.code == 17 ? 8 : 4) + gain);
     }
 }
 
@@ -112,6 +105,9 @@ TEST(G728CodebookSearch, ZeroTargetTakesSmallestEnergyAndNegativeSign) {
 
 // A symmetric 64-level uniform scale split into four interleaved subsets, and
 // decision levels halfway between the levels of each subset.
+const int kNext[4][2] = {{0, 1}, {2, 3}, {0, 1}, {2, 3}};  // trellis: next state per branch
+const int kSub[4][2] = {{0, 2}, {1, 3}, {2, 0}, {3, 1}};   // and the subset it takes
+
 struct TcqTables {
     Kvo16s xk[4][16];
     Kvo16s yk[16][4];
@@ -144,8 +140,6 @@ TEST(G728Trellis, PathIsValidAndBeatsEveryOtherPathWithoutPrediction) {
         ASSERT_EQ(kvo::g728TcqSearch(x, coef, codes, mem, quant, &state, inv, gain, t.xk, t.yk),
                   kvoOk);
         // Walk the trellis: a code of 16 or more ends in an odd state.
-        static const int kNext[4][2] = {{0, 1}, {2, 3}, {0, 1}, {2, 3}};
-        static const int kSub[4][2] = {{0, 2}, {1, 3}, {2, 0}, {3, 1}};
         int s = start;
         double cost = 0;
         for (int n = 0; n < 5; ++n) {
@@ -163,12 +157,13 @@ TEST(G728Trellis, PathIsValidAndBeatsEveryOtherPathWithoutPrediction) {
             s = ns;
         }
         EXPECT_EQ(s, state);
-        // No other path from the start state quantises with less error (4^5 paths).
+        // No other path from the start state quantises with less error (2^5 branch choices,
+        // the best level of each branch's subset).
         double best = 1e300;
-        for (int p = 0; p < 1024; ++p) {
+        for (int p = 0; p < 32; ++p) {
             int st = start, q = p;
             double c = 0;
-            for (int n = 0; n < 5; ++n, q >>= 2) {
+            for (int n = 0; n < 5; ++n, q >>= 1) {
                 const int b = q & 1;
                 const int sub = kSub[st][b];
                 double e = 1e300;

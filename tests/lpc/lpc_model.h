@@ -1,9 +1,7 @@
-// Double-precision models for the LPC tests: Levinson-Durbin, the inverse
-// recursion (reflection coefficients to autocorrelation), and the line
-// spectral frequencies of a filter found by a fine scan of its symmetric and
-// antisymmetric polynomials on the unit circle.
-//
-// Convention: A(z) = 1 + sum a[i] z^-i, a[0] = 1.
+// Double-precision models for the LPC tests: the step-up recursion (reflection coefficients
+// to filter and autocorrelation), and the line spectral frequencies of a filter, found by a
+// fine scan of its symmetric and antisymmetric polynomials on the unit circle or multiplied
+// out from them.  Convention: A(z) = 1 + sum a[i] z^-i, a[0] = 1.
 #pragma once
 
 #include <algorithm>
@@ -14,41 +12,19 @@
 
 namespace lpcmodel {
 
-struct Levinson {
-    std::vector<double> a;  // a[0..p]
-    std::vector<double> k;  // k[0..p-1]
-    double err = 0;         // prediction error power
-    bool stable = true;
-};
-
-inline Levinson levinson(const std::vector<double>& r, int p) {
-    Levinson out;
-    out.a.assign(size_t(p) + 1, 0.0);
-    out.a[0] = 1.0;
-    double e = r[0];
-    for (int i = 1; i <= p; ++i) {
-        double acc = r[size_t(i)];
-        for (int j = 1; j < i; ++j) acc += out.a[size_t(j)] * r[size_t(i - j)];
-        double ki = -acc / e;
-        if (std::fabs(ki) >= 1.0) out.stable = false;
-        std::vector<double> an(out.a);
-        for (int j = 1; j < i; ++j) an[size_t(j)] = out.a[size_t(j)] + ki * out.a[size_t(i - j)];
-        an[size_t(i)] = ki;
-        out.a = an;
-        out.k.push_back(ki);
-        e *= 1.0 - ki * ki;
-    }
-    out.err = e;
-    return out;
+inline std::vector<double> randomRC(std::mt19937& g, int p, double kmax) {
+    std::uniform_real_distribution<double> u(-kmax, kmax);
+    std::vector<double> k(static_cast<size_t>(p));
+    for (auto& x : k) x = u(g);
+    return k;
 }
 
-// Autocorrelation r[0..p] (r[0] = 1) of the AR process with the given
-// reflection coefficients.
-inline std::vector<double> autocorrFromRC(const std::vector<double>& k) {
+// Autocorrelation r[0..p] (r[0] = 1) of the AR process with reflection coefficients k, and
+// in *filter its A(z).
+inline std::vector<double> stepUp(const std::vector<double>& k, std::vector<double>* filter) {
     const size_t p = k.size();
     std::vector<double> r(p + 1, 0.0), a(p + 1, 0.0);
-    r[0] = 1.0;
-    a[0] = 1.0;
+    r[0] = a[0] = 1.0;
     double e = 1.0;
     for (size_t i = 1; i <= p; ++i) {
         double s = 0;
@@ -60,33 +36,15 @@ inline std::vector<double> autocorrFromRC(const std::vector<double>& k) {
         a = an;
         e *= 1.0 - k[i - 1] * k[i - 1];
     }
+    if (filter) *filter = a;
     return r;
 }
 
-// Filter from reflection coefficients (step-up).
-inline std::vector<double> stepUp(const std::vector<double>& k) {
-    std::vector<double> a(k.size() + 1, 0.0);
-    a[0] = 1.0;
-    for (size_t i = 1; i <= k.size(); ++i) {
-        std::vector<double> an(a);
-        for (size_t j = 1; j < i; ++j) an[j] = a[j] + k[i - 1] * a[i - j];
-        an[i] = k[i - 1];
-        a = an;
-    }
-    return a;
-}
-
-inline std::vector<double> randomRC(std::mt19937& g, int p, double kmax) {
-    std::uniform_real_distribution<double> u(-kmax, kmax);
-    std::vector<double> k(static_cast<size_t>(p), 0.0);
-    for (auto& x : k) x = u(g);
-    return k;
-}
-
-// Line spectral frequencies (radians, increasing) of an order-10 filter: the
-// zeros in (0, pi) of Re and Im of e^{j 5.5 w} A(e^{jw}).
+// Line spectral frequencies (radians, increasing) of a filter of order m: the zeros in
+// (0, pi) of Re and Im of e^{j (m + 1) w / 2} A(e^{jw}).
 inline std::vector<double> lsf(const std::vector<double>& a) {
-    const int m = int(a.size()) - 1;
+    const int m = int(a.size()) - 1, n = 2048;
+    const double pi = std::acos(-1.0);
     auto f = [&](double w, int part) {
         std::complex<double> s = 0;
         for (int i = 0; i <= m; ++i) s += a[size_t(i)] * std::polar(1.0, -w * i);
@@ -94,22 +52,15 @@ inline std::vector<double> lsf(const std::vector<double>& a) {
         return part == 0 ? s.real() : s.imag();
     };
     std::vector<double> roots;
-    const int n = 2048;
-    const double pi = std::acos(-1.0);
     for (int part = 0; part < 2; ++part) {
         double w0 = 1e-9, y0 = f(w0, part);
         for (int i = 1; i <= n; ++i) {
-            double w1 = pi * i / n - (i == n ? 1e-9 : 0), y1 = f(w1, part);
-            if ((y0 < 0) != (y1 < 0)) {
-                double lo = w0, hi = w1, ylo = y0;
+            const double w1 = pi * i / n - (i == n ? 1e-9 : 0), y1 = f(w1, part);
+            if ((y0 < 0) != (y1 < 0)) {  // bisection
+                double lo = w0, hi = w1;
                 for (int it = 0; it < 60; ++it) {
-                    double mid = 0.5 * (lo + hi), ym = f(mid, part);
-                    if ((ym < 0) == (ylo < 0)) {
-                        lo = mid;
-                        ylo = ym;
-                    } else {
-                        hi = mid;
-                    }
+                    const double mid = 0.5 * (lo + hi);
+                    ((f(mid, part) < 0) == (y0 < 0) ? lo : hi) = mid;
                 }
                 roots.push_back(0.5 * (lo + hi));
             }
@@ -121,9 +72,9 @@ inline std::vector<double> lsf(const std::vector<double>& a) {
     return roots;
 }
 
-// Filter A(z) from its ten LSFs (radians, increasing): the sum polynomial
-// takes the 1st, 3rd ... frequencies and the factor (1 + z^-1), the difference
-// polynomial the others and (1 - z^-1); A = (P + Q) / 2.
+// Filter A(z) from its LSFs (radians, increasing): the sum polynomial takes the 1st, 3rd ...
+// frequencies and the factor (1 + z^-1), the difference polynomial the others and
+// (1 - z^-1); A = (P + Q) / 2.
 inline std::vector<double> lpcFromLsf(const std::vector<double>& w) {
     std::vector<double> P{1.0}, Q{1.0};
     auto mul = [](std::vector<double>& x, const std::vector<double>& f) {
