@@ -1,4 +1,4 @@
-// Double-precision models for the LPC tests: the step-up recursion (reflection coefficients
+// Double-precision models for the LPC tests: Levinson-Durbin, the step-up recursion (reflection coefficients
 // to filter and autocorrelation), and the line spectral frequencies of a filter, found by a
 // fine scan of its symmetric and antisymmetric polynomials on the unit circle or multiplied
 // out from them.  Convention: A(z) = 1 + sum a[i] z^-i, a[0] = 1.
@@ -11,6 +11,30 @@
 #include <vector>
 
 namespace lpcmodel {
+
+// Levinson-Durbin in double precision (the GSM AMR tests' model of the recursion).
+struct Levinson {
+    std::vector<double> a;  // a[0..p]
+    double err = 0;         // prediction error power
+};
+inline Levinson levinson(const std::vector<double>& r, int p) {
+    Levinson out;
+    out.a.assign(size_t(p) + 1, 0.0);
+    out.a[0] = 1.0;
+    double e = r[0];
+    for (int i = 1; i <= p; ++i) {
+        double acc = r[size_t(i)];
+        for (int j = 1; j < i; ++j) acc += out.a[size_t(j)] * r[size_t(i - j)];
+        const double ki = -acc / e;
+        std::vector<double> an(out.a);
+        for (int j = 1; j < i; ++j) an[size_t(j)] = out.a[size_t(j)] + ki * out.a[size_t(i - j)];
+        an[size_t(i)] = ki;
+        out.a = an;
+        e *= 1.0 - ki * ki;
+    }
+    out.err = e;
+    return out;
+}
 
 inline std::vector<double> randomRC(std::mt19937& g, int p, double kmax) {
     std::uniform_real_distribution<double> u(-kmax, kmax);
