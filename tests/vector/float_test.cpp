@@ -1,7 +1,5 @@
-// Floating-point members of the vector layer: thresholds (worked values and
-// status rules), conversions at their limits, sums and dot products against
-// double or long double models, and the biased convolution against a double
-// model and against its own generic path.
+// Floating-point members of the vector layer: worked values, and sums, dot
+// products and the biased convolution against long double / double models.
 #include <gtest/gtest.h>
 
 #include <cfloat>
@@ -61,18 +59,12 @@ TEST(Convert, LimitsAndRounding) {
     const Kvo64f d[] = {INFINITY, -INFINITY, 1e300, -1e300, 1.0 + 0x1p-30, -0.0};
     Kvo32f f[6];
     ASSERT_EQ(kvosConvert_64f32f(d, f, 6), kvoOk);
-    EXPECT_EQ(f[0], FLT_MAX);
-    EXPECT_EQ(f[1], -FLT_MAX);
-    EXPECT_EQ(f[2], FLT_MAX);
-    EXPECT_EQ(f[3], -FLT_MAX);
-    EXPECT_EQ(f[4], 1.0f);
-    EXPECT_TRUE(std::signbit(f[5]));
+    const Kvo32f want[] = {FLT_MAX, -FLT_MAX, FLT_MAX, -FLT_MAX, 1.0f, -0.0f};
+    EXPECT_EQ(0, std::memcmp(f, want, sizeof want));
     const Kvo32s i[] = {16777217, INT32_MAX, INT32_MIN, -3};
     ASSERT_EQ(kvosConvert_32s32f(i, f, 4), kvoOk);
-    EXPECT_EQ(f[0], 16777216.0f);
-    EXPECT_EQ(f[1], 2147483648.0f);
-    EXPECT_EQ(f[2], -2147483648.0f);
-    EXPECT_EQ(f[3], -3.0f);
+    const Kvo32f wi[] = {16777216.0f, 2147483648.0f, -2147483648.0f, -3.0f};
+    EXPECT_EQ(0, std::memcmp(f, wi, sizeof wi));
 }
 
 // ---- element-wise: operand order -----------------------------------------------------
@@ -133,8 +125,8 @@ TEST(FloatReductions, SumsAndDotProductsCloseToExact) {
 struct ConvShape {
     int len2, len1, dstLen, bias;
 };
-const ConvShape kShapes[] = {{45, 4, 41, 4},  {50, 11, 40, 10}, {56, 16, 40, 16}, {70, 31, 40, 30},
-                             {40, 40, 40, 0}, {13, 5, 20, 3},   {30, 7, 12, -4},  {5, 12, 30, 20}};
+const ConvShape kShapes[] = {
+    {45, 4, 41, 4}, {56, 16, 40, 16}, {40, 40, 40, 0}, {30, 7, 12, -4}, {5, 12, 30, 20}};
 
 class ConvBiased : public ::testing::TestWithParam<ConvShape> {};
 
@@ -159,13 +151,5 @@ TEST_P(ConvBiased, MatchesDoubleModel) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Vector, ConvBiased, ::testing::ValuesIn(kShapes));
-
-TEST(ConvBiasedChecks, ShapesBeforeLengths) {
-    float x[4] = {}, y[4] = {};
-    EXPECT_EQ(kvosConvBiased_32f(nullptr, 4, x, 4, y, 4, 0), kvoErrNullPtr);
-    EXPECT_EQ(kvosConvBiased_32f(x, 0, x, 4, y, 4, 0), kvoErrSize);
-    EXPECT_EQ(kvosConvBiased_32f(x, 4, x, 0, y, 4, 0), kvoErrSize);
-    EXPECT_EQ(kvosConvBiased_32f(x, 4, x, 4, y, -1, 0), kvoErrSize);
-}
 
 }  // namespace
