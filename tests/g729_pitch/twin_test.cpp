@@ -21,7 +21,7 @@ void fill(std::mt19937& rng, int kind, Kvo16s* v, int n = 40) {
                                    : kind == 2 ? -32768
                                    : kind == 3 ? alt
                                    : kind == 4 ? alt + (i & 1 ? jit(rng) : -jit(rng))
-                                   : kind == 5 ? (i == 0 ? 4096 : small(rng) >> (i / 4))
+                                   : kind == 5 ? (i == 0 ? 4096 : small(rng) >> ((i % 40) / 4))
                                                : small(rng) >> 4);
     }
 }
