@@ -82,36 +82,17 @@ inline bool autoNormE32(const V16& x, int lags, std::vector<int32_t>& out, int& 
     return true;
 }
 
-// Rounded form; `step` spaces the lags and `holdEnergy` clamps the energy
-// at 0x3fffffff before its doubling (the strided private form).
-inline void autoNormENR(const V16& x, int lags, i64 step, bool holdEnergy,
-                        std::vector<int16_t>& out, int& nrm) {
+// Rounded form of the above.
+inline void autoNormENR(const V16& x, int lags, std::vector<int16_t>& out, int& nrm) {
     const i64 len = static_cast<i64>(x.size());
-    i64 e = s32(dot(x.data(), x.data(), len));
-    if (holdEnergy && e > 0x3fffffff) e = 0x3fffffff;
-    i64 v = s32(2 * e);
+    i64 v = s32(2 * i64{s32(dot(x.data(), x.data(), len))});
     nrm = norm(v);
     v <<= nrm;
     out.assign(lags, 0);
     out[0] = rnd16(v);
     for (int k = 1; k < lags; ++k) {
-        i64 y = tri(x.data(), x.data(), len, k * step) * (i64{1} << (nrm + 1));
+        i64 y = tri(x.data(), x.data(), len, k) * (i64{1} << (nrm + 1));
         out[k] = y >= (i64{1} << 31) ? int16_t{32767} : (y < kMin32 ? int16_t{-32768} : rnd16(y));
-    }
-}
-
-inline void autoNormEG723(const V16& x, const int16_t* binom, std::vector<int16_t>& out, int& nrm) {
-    i64 e = s32(dot(x.data(), x.data(), 180));
-    i64 v = s32(e + (e >> 10));
-    nrm = norm(v);
-    out.assign(11, 0);
-    if (v == 0) return;
-    out[0] = rnd16(v << nrm);
-    for (int k = 1; k < 11; ++k) {
-        i64 y = wrap32(wrap32(tri(x.data(), x.data(), 180, k)) * (i64{1} << nrm));
-        i64 w = binom[k];
-        i64 t = ((w * (y & 0xffff)) >> 15) + 2 * w * (y >> 16);
-        out[k] = t >= (i64{1} << 31) ? int16_t{32767} : (t < kMin32 ? int16_t{-32768} : rnd16(t));
     }
 }
 

@@ -1,7 +1,8 @@
-// Correlation and partial convolution exports and private kernels against the
-// int64 models on random and full-scale data, worked values for the
-// saturation order and overflow bounds, SIMD dot products against their
-// scalar twins, and the argument checks of every export.
+// Correlation and partial convolution exports against int64 models on random
+// and full-scale data (the coder-specific forms are proven by the G.723 and
+// G.729 vector sets), worked values for the saturation order and overflow
+// bounds, SIMD dot products against their scalar twins, and the argument
+// checks of every export.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,9 +12,7 @@
 #include <functional>
 #include "corr_model.h"
 #include "kernels/corr.h"
-#include "kernels/kernel_tables.h"
 #include "kvosc.h"
-#include "numeric/numeric_tables.h"
 
 using namespace corrmodel;
 
@@ -57,7 +56,7 @@ TEST(Corr, AutoCorrelations) {
                 EXPECT_EQ(got, want) << "lags " << lags;
             }
             std::vector<int16_t> w16, g16(static_cast<size_t>(lags));
-            autoNormENR(x, lags, 1, false, w16, wantNorm);
+            autoNormENR(x, lags, w16, wantNorm);
             ASSERT_EQ(kvosAutoCorr_NormE_NR_16s(x.data(), len, g16.data(), lags, &n), kvoOk);
             EXPECT_EQ(n, wantNorm);
             EXPECT_EQ(g16, w16) << "lags " << lags;
@@ -67,26 +66,6 @@ TEST(Corr, AutoCorrelations) {
             ASSERT_EQ(kvosAutoCorr_16s32s(x.data(), len, got.data(), lags), kvoOk);
             EXPECT_EQ(got, want);
         }
-        // Private forms: strided with held energy, shifted from a first lag, backward.
-        std::vector<int16_t> w16, g16(6);
-        int wantNorm = 0;
-        Kvo32s n = -1;
-        autoNormENR(x, 6, 3, true, w16, wantNorm);
-        kvo::kvosAutoCorr_NormE_Step_NR_16s_(x.data(), len, 3, g16.data(), 6, &n);
-        EXPECT_EQ(n, wantNorm);
-        EXPECT_EQ(g16, w16);
-        std::vector<int32_t> g2(5), w2(5);
-        for (int j = 0; j < 5; ++j)
-            w2[size_t(j)] = s32(i64{wrap32(tri(x.data(), x.data(), len, 1 + j))} << 17);
-        kvo::kvosAutoCorr_G729_16s32s_Sfs_(x.data(), len, g2.data(), 5, 17, 1);
-        EXPECT_EQ(g2, w2);
-        V16 buf(3, -32768);  // history read before the pointer
-        buf.insert(buf.end(), x.begin(), x.end());
-        for (int k = 0; k < 4; ++k)
-            w2[size_t(k)] = s32(dot(buf.data() + 3, buf.data() + 3 - k, len));
-        kvo::kvosAutoCorr_Inv_16s32s_(buf.data() + 3, len, g2.data(), 4);
-        EXPECT_EQ(std::vector<int32_t>(g2.begin(), g2.begin() + 4),
-                  std::vector<int32_t>(w2.begin(), w2.begin() + 4));
     });
     EXPECT_GT(overflows, 20);
     // Overflow bound: energy 0x3fffffff passes (2E + 1 = 0x7fffffff), 2^30 does not.
@@ -97,82 +76,20 @@ TEST(Corr, AutoCorrelations) {
     EXPECT_EQ(kvosAutoCorr_NormE_16s32s(big.data(), 1, d, 1, &n), kvoWarnOverflow);
 }
 
-TEST(Corr, G723AndG729BAutoCorrelations) {
-    std::mt19937 g(15);
-    for (Kind kind : kAllKinds)
-        for (int down : {0, 4, 10, 16}) {
-            V16 x = make(kind, 180, g);
-            for (auto& s : x) s = static_cast<int16_t>(down == 16 ? 0 : s >> down);
-            SCOPED_TRACE(::testing::Message() << "kind " << int(kind) << " down " << down);
-            std::vector<int16_t> want, got(11);
-            int nrm = 0;
-            Kvo32s n = -1;
-            autoNormEG723(x, kvo::tab::BinomWindowCoeffTbl_G723, want, nrm);
-            ASSERT_EQ(kvosAutoCorr_NormE_G723_16s(x.data(), got.data(), &n), kvoOk);
-            EXPECT_EQ(n, nrm);
-            EXPECT_EQ(got, want);
-            // Subframe form: three bits of headroom, Q15 Hamming window, then the above.
-            i64 m = 0;
-            for (auto s : x) m = std::max<i64>(m, s == -32768 ? 32767 : std::abs(int(s)));
-            int dbl = 0;
-            while (m != 0 && (m << dbl) < 16384) ++dbl;
-            V16 w(180);
-            for (size_t i = 0; i < 180; ++i)
-                w[i] = s16((i64{static_cast<int16_t>((i64{x[i]} << dbl) >> 3)} *
-                                kvo::tab::HammingWindowTbl_G723[i] +
-                            16384) >>
-                           15);
-            autoNormEG723(w, kvo::tab::BinomWindowCoeffTbl_G723, want, nrm);
-            Kvo16s scale = -1;
-            ASSERT_EQ(kvosAutoCorr_G723_16s(x.data(), &scale, got.data()), kvoOk);
-            EXPECT_EQ(got, want);
-            EXPECT_EQ(scale, want[0] == 0 ? 40 : nrm + 2 * ((m == 0 ? 16 : dbl) - 3));
-        }
-    // G.729 Annex B: window, then retry at a quarter of the level while the energy overflows.
-    for (auto [amp, retries] : {std::pair{0, 0}, {100, 0}, {8000, 1}, {32767, 2}}) {
-        V16 x = make(Kind::Alternate, 240, g), w(240);
-        for (auto& s : x) s = static_cast<int16_t>(i64{s} * amp / 32768);
-        for (size_t i = 0; i < 240; ++i)
-            w[i] = s16((i64{x[i]} * kvo::tab::hamwindow[i] + 16384) >> 15);
-        std::vector<int32_t> want, got(13);
-        int nrm = 0, exp = 1, tries = 0;
-        for (; !autoNormE32(w, 13, want, nrm); exp += 4, ++tries)
-            for (auto& s : w) s = static_cast<int16_t>(s >> 2);
-        EXPECT_EQ(tries, retries);
-        Kvo16s n = -99;
-        ASSERT_EQ(kvosAutoCorr_G729B(x.data(), &n, got.data()), kvoOk);
-        EXPECT_EQ(got, want) << amp;
-        EXPECT_EQ(n, exp - nrm) << amp;
-    }
-}
-
 TEST(Corr, CrossCorrelations) {
     const int lags = 6;
     forEach(21, lags - 1, [&](const V16& a, const V16& b, int len) {
         std::vector<int16_t> g16(lags), w16(lags);
-        std::vector<int32_t> g32(lags), w32(lags), fwd(lags), low(lags), inv(lags), wl(lags),
-            wi(lags);
-        const int16_t* mid = b.data() + lags - 1;  // history before it
+        std::vector<int32_t> g32(lags), w32(lags);
         for (size_t k = 0; k < lags; ++k) {
             i64 s = wrap32(dot(a.data(), b.data() + k, len));
             w16[k] = wrap16((s + 16384) >> 15);
             w32[k] = s32(dot(a.data(), b.data() + k, len));
-            wl[k] = wrap32(2 * s);
-            wi[k] = s32(2 * i64{wrap32(dot(a.data(), mid - k, std::max(len + 1 - lags, 1)))});
         }
         ASSERT_EQ(kvosCrossCorr_NR_16s(a.data(), b.data(), len, g16.data(), lags), kvoOk);
         EXPECT_EQ(g16, w16);
         ASSERT_EQ(kvosCrossCorr_NR_16s32s(a.data(), b.data(), len, g32.data(), lags), kvoOk);
         EXPECT_EQ(g32, w32);
-        kvo::kvosCrossCorr_Fwd_Low_16s32s_(a.data(), b.data(), len, low.data(), lags);
-        EXPECT_EQ(low, wl);
-        kvo::kvosCrossCorr_Fwd_16s32s_(a.data(), b.data(), len, fwd.data(), lags);
-        for (size_t k = 0; k < lags; ++k)
-            wl[k] = s32(2 * i64{wrap32(dot(a.data(), b.data() + k, len))});
-        EXPECT_EQ(fwd, wl);
-        kvo::kvosCrossCorr_Inv_16s32s_(a.data(), mid, std::max(len + 1 - lags, 1), inv.data(),
-                                       lags);
-        EXPECT_EQ(inv, wi);
         for (int sf : {0, 1, 15, 20, 31}) {
             for (size_t k = 0; k < lags; ++k)
                 w16[k] = s16(
@@ -182,7 +99,7 @@ TEST(Corr, CrossCorrelations) {
                       kvoOk);
             EXPECT_EQ(g16, w16) << "scale " << sf;
         }
-        // Triangular, shifted either way; strided private form.
+        // Triangular, shifted either way.
         std::vector<int32_t> gt(static_cast<size_t>(len)), wt(static_cast<size_t>(len));
         for (int sf : {-3, 0, 9}) {
             for (int k = 0; k < len; ++k) {
@@ -193,21 +110,11 @@ TEST(Corr, CrossCorrelations) {
             ASSERT_EQ(kvosCrossCorr_16s32s_Sfs(a.data(), b.data(), len, gt.data(), sf), kvoOk);
             EXPECT_EQ(gt, wt) << "scale " << sf;
         }
-        for (size_t j = 0; j < lags; ++j)
-            w16[j] = wrap16((wrap32(tri(a.data(), b.data(), len, i64(j) * 2)) + 1) >> 1);
-        kvo::kvosCrossCorr_Step_NR_Sfs_16s_(a.data(), b.data(), len, 2, g16.data(), lags, 1);
-        EXPECT_EQ(g16, w16);
-        // Normalised by the maximum; other headrooms through the private core.
+        // Normalised by the maximum.
         std::vector<int16_t> want, got(static_cast<size_t>(len));
         crossNorm(a, b, 2, want);
         ASSERT_EQ(kvosCrossCorr_NormM_16s(a.data(), b.data(), len, got.data()), kvoOk);
         EXPECT_EQ(got, want);
-        for (int hr : {-3, 0, 20}) {
-            Kvo32s shift = hr;
-            kvo::kvosCrossCorr_Norm_16s_(a.data(), b.data(), got.data(), len, &shift);
-            EXPECT_EQ(shift, crossNorm(a, b, hr, want)) << "headroom " << hr;
-            EXPECT_EQ(got, want) << "headroom " << hr;
-        }
     });
     // Doubled sum 2^31 wraps to 0x80000000, counted as 0x7fffffff: shift 18.
     V16 h{1, -32768}, x{0, -32768};

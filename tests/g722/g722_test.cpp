@@ -1,8 +1,8 @@
-// G.722 steps through the exports. The SB-ADPCM coder itself is proven bit for
-// bit by the vector sets (tests/conformance); here: its start state, mode
-// decoding, streaming and record alignment, the QMF bank against a 64-bit
-// model of the filter definition and its scalar twin, the concealment helpers
-// against models and worked values, and the argument checks.
+// G.722 steps through the exports. The SB-ADPCM coder and the QMF bank are
+// proven bit for bit by the vector sets (tests/conformance); here: quantizers
+// on damaged records, mode decoding, streaming and record alignment, the QMF
+// block forms against their scalar twins, the concealment helpers against
+// models and worked values, and the argument checks.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -38,17 +38,6 @@ struct Block {
     }
     KvoG722State* rec() { return kvo::g722State(base); }
 };
-
-TEST(G722Adpcm, StartStateAndFirstPairOfSilence) {
-    Block b;
-    EXPECT_EQ(b.rec()->detl, 32);
-    EXPECT_EQ(b.rec()->deth, 8);
-    const Kvo16s zero[2] = {0, 0};
-    Kvo16s code[2];
-    ASSERT_EQ(kvosSBADPCMEncode_G722_16s(zero, code, 2, b.base), kvoOk);
-    EXPECT_EQ(code[0], 58);  // k = 4: levels 1..3 scale to 0 at DETL 32
-    EXPECT_EQ(code[1], 3);
-}
 
 // The (vectorised) quantizers against a linear scan of the decision levels, at
 // scale factors beyond the coder's range too (a damaged record may hold any).
@@ -118,40 +107,6 @@ TEST(G722Adpcm, StreamIsFrameFreeInPlaceAndAligned) {
 }
 
 // ---- QMF bank ------------------------------------------------------------------
-
-// Sum of coef[k] * x(t - k) over the taps of one parity.
-int64_t branch(const std::vector<int>& x, long newest, int parity) {
-    int64_t s = 0;
-    for (int k = parity; k < 24; k += 2)
-        if (newest - k >= 0) s += int64_t{kvo::kG722QmfCoef[k]} * x[newest - k];
-    return s;
-}
-
-TEST(G722Qmf, BothDirectionsMatchFilterDefinition) {
-    for (int amp : {100, 16384, 32768}) {
-        SCOPED_TRACE(amp);
-        const auto in = noise(2000, amp, amp);
-        std::vector<Kvo16s> a(in.size()), s(in.size());
-        Kvo16s da[24] = {}, ds[24] = {};
-        ASSERT_EQ(kvosQMFEncode_G722_16s(in.data(), a.data(), in.size(), da), kvoOk);
-        ASSERT_EQ(kvosQMFDecode_G722_16s(in.data(), s.data(), in.size(), ds), kvoOk);
-        // analysis: pair i puts src[2i] then src[2i+1]; synthesis: xs = low + high,
-        // then xd = low - high
-        std::vector<int> xa(in.begin(), in.end()), xs(in.size());
-        for (size_t i = 0; i < in.size() / 2; ++i) {
-            xs[2 * i] = std::clamp(in[2 * i] + in[2 * i + 1], -32768, 32767);
-            xs[2 * i + 1] = std::clamp(in[2 * i] - in[2 * i + 1], -32768, 32767);
-        }
-        for (size_t i = 0; i < in.size() / 2; ++i) {
-            const int64_t e = branch(xa, 2 * i + 1, 0), o = branch(xa, 2 * i + 1, 1);
-            ASSERT_EQ(a[2 * i], std::clamp<int64_t>((e + o) >> 15, -16384, 16383)) << i;
-            ASSERT_EQ(a[2 * i + 1], std::clamp<int64_t>((e - o) >> 15, -16384, 16383)) << i;
-            ASSERT_EQ(s[2 * i], std::clamp<int64_t>(branch(xs, 2 * i + 1, 0) >> 12, -32768, 32767));
-            ASSERT_EQ(s[2 * i + 1],
-                      std::clamp<int64_t>(branch(xs, 2 * i + 1, 1) >> 12, -32768, 32767));
-        }
-    }
-}
 
 // The (vectorised) block forms against the per-pair scalar loops, in place, in
 // random pieces, comparing the delay line after every call.
@@ -237,10 +192,7 @@ TEST(G722Plc, StateUpdateRestartsTheLowBand) {
         ASSERT_EQ(kvosSBADPCMDecodeStateUpdate_G722_16s(src, 0x1234F0F1, reset, r.base), kvoOk);
         for (int i = 0; i < 6; ++i) EXPECT_EQ(s.dlt[i], 0);
         EXPECT_EQ(s.dlt0, 0);
-        EXPECT_EQ(s.plt1, 2000);
-        EXPECT_EQ(s.plt2, -151);
-        EXPECT_EQ(s.rlt1, 4001);
-        EXPECT_EQ(s.rlt2, -301);
+        EXPECT_TRUE(s.plt1 == 2000 && s.plt2 == -151 && s.rlt1 == 4001 && s.rlt2 == -301);
         EXPECT_EQ(s.sl, static_cast<Kvo16s>(0xF0F1));  // val read as 16 bits
         EXPECT_EQ(s.szl, static_cast<Kvo16s>(0xF0F1) >> 1);
         EXPECT_EQ(s.nbl, reset ? 0 : 3000);

@@ -53,7 +53,7 @@ std::vector<Pulse> randomE(std::mt19937& g, int n) {
 TEST(G729FcbAnnexE, IndexWordsDecodeToTheCodeVectorAndFilteredVector) {
     std::mt19937 g(118);
     std::uniform_int_distribution<int> xv(-12000, 12000);
-    for (int r = 0; r < 150; ++r) {
+    for (int r = 0; r < 100; ++r) {
         SCOPED_TRACE(r);
         const Vec h = impulse(g);
         Vec x{}, res{};
@@ -61,7 +61,7 @@ TEST(G729FcbAnnexE, IndexWordsDecodeToTheCodeVectorAndFilteredVector) {
             x[i] = static_cast<int16_t>(xv(g));
             res[i] = static_cast<int16_t>(xv(g) >> (r % 5));
         }
-        for (int mode : {0, 1}) {
+        for (int mode : {0, 1, r % 2 ? -1 : 32767}) {  // any non-zero mode: 44 bits
             const OutE o = runE(mode, x, res, h);
             const auto ps = decodeG729E(mode != 0, o.idx);
             ASSERT_EQ(ps.size(), mode ? 12u : 10u);
@@ -81,7 +81,7 @@ TEST(G729FcbAnnexE, FindsTheTenPulseCodeVectorThatMadeTheTarget) {
     // the 44-bit search is checked through its index layout instead.)
     std::mt19937 g(35);
     std::uniform_real_distribution<double> rr(0.0, 0.5), ww(0.3, 2.8);
-    for (int r = 0; r < 150; ++r) {
+    for (int r = 0; r < 100; ++r) {
         SCOPED_TRACE(r);
         Vec h{};
         const double rho = rr(g), om = ww(g);
@@ -92,20 +92,6 @@ TEST(G729FcbAnnexE, FindsTheTenPulseCodeVectorThatMadeTheTarget) {
         const OutE o = runE(0, x, x, h);
         EXPECT_EQ(o.code, code(ps, 4096, -4096));
         EXPECT_EQ(code(decodeG729E(false, o.idx), 4096, -4096), o.code);
-    }
-}
-
-TEST(G729FcbAnnexE, AnyNonZeroModeIsTheFortyFourBitCodebook) {
-    std::mt19937 g(44);
-    const Vec h = impulse(g);
-    const auto ps = randomE(g, 12);
-    const Vec x = target(ps, h, 1500);
-    const OutE a = runE(1, x, x, h);
-    for (int mode : {2, -1, 32767, -32768}) {
-        const OutE b = runE(mode, x, x, h);
-        EXPECT_EQ(a.code, b.code);
-        EXPECT_EQ(a.flt, b.flt);
-        EXPECT_TRUE(std::equal(a.idx, a.idx + 5, b.idx));
     }
 }
 

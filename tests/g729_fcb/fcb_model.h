@@ -18,15 +18,12 @@ using Vec = std::array<int16_t, L>;
 inline int16_t s16(i64 x) {
     return static_cast<int16_t>(x < -32768 ? -32768 : x > 32767 ? 32767 : x);
 }
-// ---- code vectors and targets --------------------------------------------------
-
 struct Pulse {
     int pos;
     int sign;  // +1 or -1
 };
 
-// Impulse responses of weighted synthesis filters: Q12, h[0] = 4096, a
-// decaying resonance.
+// Q12 impulse response, h[0] = 4096, a decaying resonance.
 inline Vec impulse(std::mt19937& g) {
     std::uniform_real_distribution<double> r(0.55, 0.85), w(0.2, 2.8);
     const double rho = r(g), om = w(g);
@@ -36,8 +33,7 @@ inline Vec impulse(std::mt19937& g) {
     return h;
 }
 
-// x = amp * sum of sign h[n - pos] / 4096 over the pulses (a target that is
-// exactly one filtered code vector).
+// Target that is exactly one filtered code vector, scaled by amp / 4096.
 inline Vec target(const std::vector<Pulse>& ps, const Vec& h, int amp) {
     Vec x{};
     for (int n = 0; n < L; ++n) {
@@ -49,15 +45,12 @@ inline Vec target(const std::vector<Pulse>& ps, const Vec& h, int amp) {
     return x;
 }
 
-// Code vector of pulses with the given amplitudes for plus and minus.
 inline Vec code(const std::vector<Pulse>& ps, int plus, int minus) {
     Vec c{};
     for (const Pulse& p : ps)
         c[p.pos] = static_cast<int16_t>(c[p.pos] + (p.sign > 0 ? plus : minus));
     return c;
 }
-
-// ---- index layouts -------------------------------------------------------------
 
 // Annex E: one 7-bit word of two pulses of track t.  The low nibble is a full
 // code (3-bit position, bit 3 = minus); the top 3 bits the other position,

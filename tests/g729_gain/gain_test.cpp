@@ -1,7 +1,5 @@
-// G.729 gain quantisation. The 8 kbit/s encoder and decoder are proven bit for bit by the
-// vector sets; here: both encoders against the best pair of the whole codebook in double
-// precision, the decoders against the encoders through the published index maps, taming,
-// erased frames, and the argument checks.
+// G.729 gain quantisation edges the vector sets do not reach (they prove both rates bit for
+// bit): the index maps with stray high bits, erased frames, taming, and the argument checks.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -13,7 +11,6 @@
 #include "g729_gain/gain_test_tables.h"
 #include "g729_pitch/signals.h"
 #include "kvosc.h"
-#include "numeric/arith.h"
 #include "support/badargs.h"
 
 namespace {
@@ -44,86 +41,6 @@ Subframe make(std::mt19937& rng, double gp, double gc) {
     for (int n = 0; n < 40; ++n)
         s.x[n] = gsig::clip(gp * s.y1[n] + gc * s.y2[n] / 8192.0 + 150 * nd(rng));
     return s;
-}
-
-double residual(const Subframe& s, double gp, double gc) {
-    double e = 0;
-    for (int n = 0; n < 40; ++n) {
-        const double r = s.x[n] - gp * s.y1[n] - gc * s.y2[n] / 8192.0;
-        e += r * r;
-    }
-    return e;
-}
-
-// Both rates: the chosen pair is nearly as good as the best of the whole codebook, and the
-// decoder, given the coded indices through the published maps, returns the encoder's gains and
-// keeps the same predictor memory over 100 subframes.
-TEST(G729Gain, QuantisedGainsAreNearOptimalAndDecodeToTheSame) {
-    for (int rate = 0; rate < 2; ++rate) {
-        SCOPED_TRACE(rate ? "6.4 kbit/s" : "8 kbit/s");
-        std::mt19937 rng(7 + rate);
-        Kvo16s encPast[4] = {-14336, -14336, -14336, -14336};
-        Kvo16s decPast[4] = {-14336, -14336, -14336, -14336};
-        double worst = 0, sumRatio = 0, gcTrack = 4.0;
-        for (int frame = 0; frame < 100; ++frame) {
-            SCOPED_TRACE(frame);
-            // a slowly varying code gain, as in speech: the predictor follows it
-            gcTrack *= std::exp(std::uniform_real_distribution<double>(-0.35, 0.35)(rng));
-            gcTrack = std::min(std::max(gcTrack, 0.5), 20.0);
-            const Subframe s =
-                make(rng, std::uniform_real_distribution<double>(0.2, 1.0)(rng), gcTrack);
-            Kvo32s energy = 0;
-            for (int n = 0; n < 40; ++n) energy += Kvo32s{s.code[n]} * s.code[n];
-            // Predicted code gain of this subframe: gcode0 2^-exp.
-            Kvo16s gcode0, gexp;
-            kvo::ownGainPredict(encPast, energy, &gcode0, &gexp);
-            const double gpred = std::ldexp(gcode0, -gexp);
-            Kvo16s q[2], idx[2];
-            const KvoStatus st =
-                rate ? kvosGainQuant_G729D_16s(s.x.data(), s.y1.data(), s.code.data(), s.y2.data(),
-                                               encPast, q, idx, 0)
-                     : kvosGainQuant_G729_16s(s.x.data(), s.y1.data(), s.code.data(), s.y2.data(),
-                                              encPast, q, idx, 0);
-            ASSERT_EQ(st, kvoOk);
-
-            // Decode through the coded indices.
-            Kvo16s coded[2], dq[2] = {0, 0};
-            if (rate) {
-                coded[0] = kvo::tab::map1_6k[idx[0]];
-                coded[1] = kvo::tab::map2_6k[idx[1]];
-                ASSERT_EQ(kvosDecodeGain_G729I_16s(energy, 32767, decPast, coded, dq), kvoOk);
-            } else {
-                coded[0] = kvo::tab::map1[idx[0]];
-                coded[1] = kvo::tab::map2[idx[1]];
-                ASSERT_EQ(kvosDecodeGain_G729_16s(energy, decPast, coded, dq), kvoOk);
-            }
-            EXPECT_EQ(dq[0], q[0]);
-            EXPECT_EQ(dq[1], q[1]);
-            for (int k = 0; k < 4; ++k) ASSERT_EQ(decPast[k], encPast[k]);
-
-            // Quality against the best pair of the whole codebook, in double precision.
-            const auto& g1 = rate ? gbk1_6k : gbk1;
-            const auto& g2 = rate ? gbk2_6k : gbk2;
-            const int n1 = 8, n2 = rate ? 8 : 16;
-            const double cbScale = rate ? 16384.0 : 8192.0;
-            const double cbChosen = (g1[idx[0]][1] + g2[idx[1]][1]) / cbScale;
-            EXPECT_NEAR(q[1] / 2.0, cbChosen * gpred, 0.5 + 0.01 * cbChosen * gpred);
-            double best = 1e300;
-            for (int i = 0; i < n1; ++i)
-                for (int j = 0; j < n2; ++j) {
-                    const double gp = (g1[i][0] + g2[j][0]) / 16384.0;
-                    const double gc = gpred * (g1[i][1] + g2[j][1]) / cbScale;
-                    best = std::min(best, residual(s, gp, gc));
-                }
-            // Excess error of the chosen pair over the full search, relative to the target.
-            const double got = residual(s, q[0] / 16384.0, q[1] / 2.0);
-            const double excess = (got - best) / (residual(s, 0, 0) + 1);
-            worst = std::max(worst, excess);
-            sumRatio += excess;
-        }
-        EXPECT_LT(sumRatio / 100, 0.01);      // on average within 1% of the target energy
-        EXPECT_LT(worst, rate ? 0.25 : 0.1);  // the 6.4 kbit/s codebook has 64 pairs, not 128
-    }
 }
 
 // Every raw pair decodes, through the published maps, to that pair's pitch gain; only the
@@ -173,7 +90,7 @@ TEST(G729Gain, ErasedFramesDecay) {
 TEST(G729Gain, TamingLimitsThePitchGain) {
     std::mt19937 rng(12);
     for (int rate = 0; rate < 2; ++rate)
-        for (int k = 0; k < 50; ++k) {
+        for (int k = 0; k < 20; ++k) {
             Subframe s = make(rng, 1.2, 0);
             for (int n = 0; n < 40; ++n) s.x[n] = gsig::clip(1.2 * s.y1[n]);
             Kvo16s past[4] = {-14336, -14336, -14336, -14336}, q[2], idx[2];
@@ -204,27 +121,16 @@ TEST(G729Gain, ArgumentChecks) {
                                                  k(tame));
         });
     }
-    {
-        kvosc::test::BadArgs t("kvosDecodeGain_G729_16s");
+    for (int annexD = 0; annexD < 2; ++annexD) {
+        kvosc::test::BadArgs t(annexD ? "kvosDecodeGain_G729I_16s" : "kvosDecodeGain_G729_16s");
         auto en = t.value<Kvo32s>("energy", 1 << 28);
-        auto past = t.inout<Kvo16s>("pSrcDstEnergyErr", 4, {-14336, -14336, -14336, -14336});
-        auto idx = t.in<Kvo16s>("pIdx", 2, {3, 9});
-        auto q = t.inout<Kvo16s>("pSrcDstQGain", 2, {8000, 100});
-        t.optional(idx);
-        t.run([&](const kvosc::test::BadArgs::Call& k) {
-            return kvosDecodeGain_G729_16s(k(en), k(past), k(idx), k(q));
-        });
-    }
-    {
-        kvosc::test::BadArgs t("kvosDecodeGain_G729I_16s");
-        auto en = t.value<Kvo32s>("energy", 1 << 28);
-        auto att = t.value<Kvo16s>("gainAttenuation", 29491);
         auto past = t.inout<Kvo16s>("pSrcDstEnergyErr", 4, {-14336, -14336, -14336, -14336});
         auto idx = t.in<Kvo16s>("pIdx", 2, {3, 7});
         auto q = t.inout<Kvo16s>("pSrcDstQGain", 2, {8000, 100});
-        t.optional(idx);
+        t.optional(idx);  // null: an erased frame
         t.run([&](const kvosc::test::BadArgs::Call& k) {
-            return kvosDecodeGain_G729I_16s(k(en), k(att), k(past), k(idx), k(q));
+            return annexD ? kvosDecodeGain_G729I_16s(k(en), 29491, k(past), k(idx), k(q))
+                          : kvosDecodeGain_G729_16s(k(en), k(past), k(idx), k(q));
         });
     }
     // 6.4 kbit/s indices outside 0 .. 7 are refused and nothing is written.

@@ -4,7 +4,8 @@
 
 #include <cstring>
 #include <functional>
-#include <string>
+#include <iterator>
+#include <utility>
 #include <vector>
 
 #include "kvosc.h"
@@ -26,69 +27,53 @@ struct Bufs {
     bool operator==(const Bufs& o) const { return std::memcmp(this, &o, sizeof *this) == 0; }
 };
 
-struct Case {
-    std::string what;
-    std::function<KvoStatus(Bufs&)> call;
-    KvoStatus want;
-};
+template <class T>
+T* nul(T* p, int k, int i) {
+    return k == i ? nullptr : p;
+}
+
+bool untouched(const Bufs& b, Kvo16s pred) {
+    Bufs ref;
+    ref.idx[0] = pred;  // the case may have set the predictor
+    return b == ref;
+}
 
 }  // namespace
 
 TEST(Arguments, EveryExportRefusesBeforeWriting) {
-    const Kvo16s* N = nullptr;
-    Kvo16s* W = nullptr;
-    auto withPred = [](Bufs& b, Kvo16s p) {
-        b.idx[0] = p;
-        return b.idx;
-    };
+    // Each export with its pointer count; the pointer numbered k is passed null.
+    using Call = std::function<KvoStatus(Bufs&, int)>;
     // clang-format off
-    const std::vector<Case> cases = {
-        {"quant null lsf", [&](Bufs& b) { return kvosLSFQuant_G729_16s(N, b.hist, b.out, b.idx); }, kvoErrNullPtr},
-        {"quant null hist", [&](Bufs& b) { return kvosLSFQuant_G729_16s(b.lsf, W, b.out, b.idx); }, kvoErrNullPtr},
-        {"quant null out", [&](Bufs& b) { return kvosLSFQuant_G729_16s(b.lsf, b.hist, W, b.idx); }, kvoErrNullPtr},
-        {"quant null idx", [&](Bufs& b) { return kvosLSFQuant_G729_16s(b.lsf, b.hist, b.out, W); }, kvoErrNullPtr},
-        {"lspq null lsp", [&](Bufs& b) { return kvosLSPQuant_G729_16s(N, b.hist, b.out, b.code); }, kvoErrNullPtr},
-        {"lspq null hist", [&](Bufs& b) { return kvosLSPQuant_G729_16s(b.lsp, W, b.out, b.code); }, kvoErrNullPtr},
-        {"lspq null out", [&](Bufs& b) { return kvosLSPQuant_G729_16s(b.lsp, b.hist, W, b.code); }, kvoErrNullPtr},
-        {"lspq null code", [&](Bufs& b) { return kvosLSPQuant_G729_16s(b.lsp, b.hist, b.out, W); }, kvoErrNullPtr},
-        {"dec null idx", [&](Bufs& b) { return kvosLSFDecode_G729_16s(N, b.hist, b.out); }, kvoErrNullPtr},
-        {"dec null hist", [&](Bufs& b) { return kvosLSFDecode_G729_16s(b.idx, W, b.out); }, kvoErrNullPtr},
-        {"dec null out", [&](Bufs& b) { return kvosLSFDecode_G729_16s(b.idx, b.hist, W); }, kvoErrNullPtr},
-        {"dec null before range", [&](Bufs& b) { return kvosLSFDecode_G729_16s(withPred(b, 2), b.hist, W); }, kvoErrNullPtr},
-        {"dec predictor 2", [&](Bufs& b) { return kvosLSFDecode_G729_16s(withPred(b, 2), b.hist, b.out); }, kvoErrOutOfRange},
-        {"dec predictor -1", [&](Bufs& b) { return kvosLSFDecode_G729_16s(withPred(b, -1), b.hist, b.out); }, kvoErrOutOfRange},
-        {"dec predictor 128", [&](Bufs& b) { return kvosLSFDecode_G729_16s(withPred(b, 128), b.hist, b.out); }, kvoErrOutOfRange},
-        {"erased null hist", [&](Bufs& b) { return kvosLSFDecodeErased_G729_16s(0, W, b.lsf); }, kvoErrNullPtr},
-        {"erased null lsf", [&](Bufs& b) { return kvosLSFDecodeErased_G729_16s(0, b.hist, N); }, kvoErrNullPtr},
-        {"erased null before range", [&](Bufs& b) { return kvosLSFDecodeErased_G729_16s(2, b.hist, N); }, kvoErrNullPtr},
-        {"erased ma 2", [&](Bufs& b) { return kvosLSFDecodeErased_G729_16s(2, b.hist, b.lsf); }, kvoErrOutOfRange},
-        {"erased ma -1", [&](Bufs& b) { return kvosLSFDecodeErased_G729_16s(-1, b.hist, b.lsf); }, kvoErrOutOfRange},
-        {"erased ma 65538", [&](Bufs& b) { return kvosLSFDecodeErased_G729_16s(65538, b.hist, b.lsf); }, kvoErrOutOfRange},
-        {"E null lsp", [&](Bufs& b) { return kvosLSPQuant_G729E_16s(N, b.hist, b.out2, b.out, b.code); }, kvoErrNullPtr},
-        {"E null hist", [&](Bufs& b) { return kvosLSPQuant_G729E_16s(b.lsp, N, b.out2, b.out, b.code); }, kvoErrNullPtr},
-        {"E null freq", [&](Bufs& b) { return kvosLSPQuant_G729E_16s(b.lsp, b.hist, W, b.out, b.code); }, kvoErrNullPtr},
-        {"E null qlsp", [&](Bufs& b) { return kvosLSPQuant_G729E_16s(b.lsp, b.hist, b.out2, W, b.code); }, kvoErrNullPtr},
-        {"E null code", [&](Bufs& b) { return kvosLSPQuant_G729E_16s(b.lsp, b.hist, b.out2, b.out, W); }, kvoErrNullPtr},
-        {"7291 null idx", [&](Bufs& b) { return kvosLSFDecode_G7291_16s(N, b.hist, b.out); }, kvoErrNullPtr},
-        {"7291 null hist", [&](Bufs& b) { return kvosLSFDecode_G7291_16s(b.idx, W, b.out); }, kvoErrNullPtr},
-        {"7291 null out", [&](Bufs& b) { return kvosLSFDecode_G7291_16s(b.idx, b.hist, W); }, kvoErrNullPtr},
-        {"B quant null lsf", [&](Bufs& b) { return kvosLSFQuant_G729B_16s(N, b.hist, b.out, b.idx); }, kvoErrNullPtr},
-        {"B quant null hist", [&](Bufs& b) { return kvosLSFQuant_G729B_16s(b.lsf, W, b.out, b.idx); }, kvoErrNullPtr},
-        {"B quant null out", [&](Bufs& b) { return kvosLSFQuant_G729B_16s(b.lsf, b.hist, W, b.idx); }, kvoErrNullPtr},
-        {"B quant null idx", [&](Bufs& b) { return kvosLSFQuant_G729B_16s(b.lsf, b.hist, b.out, W); }, kvoErrNullPtr},
-        {"B dec null idx", [&](Bufs& b) { return kvosLSFDecode_G729B_16s(N, b.hist, b.out); }, kvoErrNullPtr},
-        {"B dec null hist", [&](Bufs& b) { return kvosLSFDecode_G729B_16s(b.idx, W, b.out); }, kvoErrNullPtr},
-        {"B dec null out", [&](Bufs& b) { return kvosLSFDecode_G729B_16s(b.idx, b.hist, W); }, kvoErrNullPtr},
+    const std::pair<int, Call> exports[] = {
+        {4, [](Bufs& b, int k) { return kvosLSFQuant_G729_16s(nul(b.lsf, k, 0), nul(b.hist, k, 1), nul(b.out, k, 2), nul(b.idx, k, 3)); }},
+        {4, [](Bufs& b, int k) { return kvosLSPQuant_G729_16s(nul(b.lsp, k, 0), nul(b.hist, k, 1), nul(b.out, k, 2), nul(b.code, k, 3)); }},
+        {3, [](Bufs& b, int k) { return kvosLSFDecode_G729_16s(nul(b.idx, k, 0), nul(b.hist, k, 1), nul(b.out, k, 2)); }},
+        {2, [](Bufs& b, int k) { return kvosLSFDecodeErased_G729_16s(0, nul(b.hist, k, 0), nul(b.lsf, k, 1)); }},
+        {5, [](Bufs& b, int k) { return kvosLSPQuant_G729E_16s(nul(b.lsp, k, 0), nul(b.hist, k, 1), nul(b.out2, k, 2), nul(b.out, k, 3), nul(b.code, k, 4)); }},
+        {3, [](Bufs& b, int k) { return kvosLSFDecode_G7291_16s(nul(b.idx, k, 0), nul(b.hist, k, 1), nul(b.out, k, 2)); }},
+        {4, [](Bufs& b, int k) { return kvosLSFQuant_G729B_16s(nul(b.lsf, k, 0), nul(b.hist, k, 1), nul(b.out, k, 2), nul(b.idx, k, 3)); }},
+        {3, [](Bufs& b, int k) { return kvosLSFDecode_G729B_16s(nul(b.idx, k, 0), nul(b.hist, k, 1), nul(b.out, k, 2)); }},
     };
     // clang-format on
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
+    for (size_t e = 0; e < std::size(exports); ++e)
+        for (int k = 0; k < exports[e].first; ++k) {
+            Bufs b;
+            EXPECT_EQ(exports[e].second(b, k), kvoErrNullPtr) << "export " << e << " null " << k;
+            EXPECT_TRUE(untouched(b, 0)) << "export " << e << " null " << k;
+        }
+    // Ranges, after the nulls: the decoder's predictor bit, the erased frame's predictor.
+    for (Kvo16s pred : {2, -1, 128}) {
         Bufs b;
-        const KvoStatus st = c.call(b);
-        EXPECT_EQ(st, c.want);
-        Bufs ref;
-        std::memcpy(ref.idx, b.idx, sizeof b.idx);  // the case may have set the predictor
-        EXPECT_TRUE(b == ref) << "something was written";
+        b.idx[0] = pred;
+        EXPECT_EQ(kvosLSFDecode_G729_16s(b.idx, b.hist, nullptr), kvoErrNullPtr);
+        EXPECT_EQ(kvosLSFDecode_G729_16s(b.idx, b.hist, b.out), kvoErrOutOfRange) << pred;
+        EXPECT_TRUE(untouched(b, pred));
+    }
+    for (int ma : {2, -1, 65538}) {
+        Bufs b;
+        EXPECT_EQ(kvosLSFDecodeErased_G729_16s(ma, b.hist, nullptr), kvoErrNullPtr);
+        EXPECT_EQ(kvosLSFDecodeErased_G729_16s(ma, b.hist, b.lsf), kvoErrOutOfRange) << ma;
+        EXPECT_TRUE(untouched(b, 0));
     }
 }
 

@@ -10,33 +10,19 @@
 
 namespace {
 
-// Fills v (40 samples) in one of several regimes.
-void fill(std::mt19937& rng, int kind, Kvo16s* v) {
+// Fills v (n samples) in one of seven regimes: small, full range, -32768, alternating full
+// scale, alternating near full scale, a decaying response, quiet.
+void fill(std::mt19937& rng, int kind, Kvo16s* v, int n = 40) {
     std::uniform_int_distribution<int> full(-32768, 32767), small(-2000, 2000), jit(0, 63);
-    for (int i = 0; i < 40; ++i) {
-        switch (kind) {
-            case 0:
-                v[i] = static_cast<Kvo16s>(small(rng));
-                break;
-            case 1:
-                v[i] = static_cast<Kvo16s>(full(rng));
-                break;
-            case 2:
-                v[i] = -32768;
-                break;
-            case 3:
-                v[i] = static_cast<Kvo16s>(i & 1 ? -32768 : 32767);
-                break;
-            case 4:
-                v[i] = static_cast<Kvo16s>(i & 1 ? -32768 + jit(rng) : 32767 - jit(rng));
-                break;
-            case 5:
-                v[i] = static_cast<Kvo16s>(i == 0 ? 4096 : small(rng) >> (i / 4));
-                break;
-            default:
-                v[i] = static_cast<Kvo16s>(small(rng) >> 4);
-                break;
-        }
+    for (int i = 0; i < n; ++i) {
+        const int alt = i & 1 ? -32768 : 32767;
+        v[i] = static_cast<Kvo16s>(kind == 0   ? small(rng)
+                                   : kind == 1 ? full(rng)
+                                   : kind == 2 ? -32768
+                                   : kind == 3 ? alt
+                                   : kind == 4 ? alt + (i & 1 ? jit(rng) : -jit(rng))
+                                   : kind == 5 ? (i == 0 ? 4096 : small(rng) >> ((i % 40) / 4))
+                                               : small(rng) >> 4);
     }
 }
 
@@ -56,43 +42,16 @@ TEST(G729PitchTwin, BackwardTargetMatchesOrderedChains) {
     }
 }
 
-}  // namespace
-
-namespace {
-
-// The adaptive vector at every lag and fraction, on past excitation that is
-// quiet, loud, full-scale, -32768, alternating at full scale or growing; the
-// whole buffer (history, subframe, guard) must match the scalar twin.
+// The adaptive vector at every lag and fraction; the whole buffer (history, subframe, guard)
+// must match the scalar twin.
 TEST(G729PitchTwin, AdaptiveVectorMatchesScalarSums) {
     std::mt19937 rng(2729);
-    std::uniform_int_distribution<int> full(-32768, 32767), small(-3000, 3000);
     constexpr int kHist = 154, kLen = 40, kGuard = 16;
-    for (int kind = 0; kind < 6; ++kind) {
+    for (int kind = 0; kind < 7; ++kind) {
         for (int lag = 1; lag <= 144; ++lag) {
             for (int frac = -1; frac <= 1; ++frac) {
                 Kvo16s a[kHist + kLen + kGuard], b[kHist + kLen + kGuard];
-                for (int i = 0; i < kHist + kLen + kGuard; ++i) {
-                    switch (kind) {
-                        case 0:
-                            a[i] = static_cast<Kvo16s>(small(rng));
-                            break;
-                        case 1:
-                            a[i] = static_cast<Kvo16s>(full(rng));
-                            break;
-                        case 2:
-                            a[i] = -32768;
-                            break;
-                        case 3:
-                            a[i] = static_cast<Kvo16s>(i & 1 ? -32768 : 32767);
-                            break;
-                        case 4:
-                            a[i] = static_cast<Kvo16s>(small(rng) * (i / 10 + 1) / 2);
-                            break;
-                        default:
-                            a[i] = static_cast<Kvo16s>(i < kHist - 60 ? small(rng) : full(rng));
-                            break;
-                    }
-                }
+                fill(rng, kind, a, kHist + kLen + kGuard);
                 std::memcpy(b, a, sizeof a);
                 kvo::pitch::decodeAdaptiveVector(a + kHist, lag, frac);
                 kvo::pitch::decodeAdaptiveVectorPlain(b + kHist, lag, frac);

@@ -102,75 +102,46 @@ TEST(PostArgs, ShortTermFilterAndTilt) {
     }
 }
 
-TEST(PostArgs, Preemphasis) {
-    {
-        BadArgs t("kvosPreemphasize_G729A_16s");
-        auto gamma = t.value<Kvo16s>("gamma", 20000);
-        auto src = t.in<Kvo16s>("pSrc", 40);
-        auto dst = t.out<Kvo16s>("pDst", 40);
-        auto len = t.value<Kvo32s>("len", 40, {{0, kvoErrSize}, {-1, kvoErrSize}});
-        auto mem = t.inout<Kvo16s>("pMem", 1);
-        t.run([&](const BadArgs::Call& c) {
-            return kvosPreemphasize_G729A_16s(c(gamma), c(src), c(dst), c(len), c(mem));
-        });
-    }
-    {
-        BadArgs t("kvosPreemphasize_G729A_16s_I");
+TEST(PostArgs, PreemphasisAndGainControls) {
+    for (int inPlace = 0; inPlace < 2; ++inPlace) {
+        BadArgs t(inPlace ? "kvosPreemphasize_G729A_16s_I" : "kvosPreemphasize_G729A_16s");
         auto gamma = t.value<Kvo16s>("gamma", -20000);
-        auto io = t.inout<Kvo16s>("pSrcDst", 40);
+        auto src = t.in<Kvo16s>("pSrc", 40);
+        auto io = t.inout<Kvo16s>(inPlace ? "pSrcDst" : "pDst", 40);
         auto len = t.value<Kvo32s>("len", 40, {{0, kvoErrSize}, {INT32_MIN, kvoErrSize}});
         auto mem = t.inout<Kvo16s>("pMem", 1);
+        if (inPlace) t.optional(src);  // not an argument of the in-place form
         t.run([&](const BadArgs::Call& c) {
-            return kvosPreemphasize_G729A_16s_I(c(gamma), c(io), c(len), c(mem));
+            return inPlace ? kvosPreemphasize_G729A_16s_I(c(gamma), c(io), c(len), c(mem))
+                           : kvosPreemphasize_G729A_16s(c(gamma), c(src), c(io), c(len), c(mem));
         });
     }
-}
-
-TEST(PostArgs, GainControls) {
-    {
-        BadArgs t("kvosGainControl_G729_16s_I");
+    for (int annexA = 0; annexA < 2; ++annexA) {
+        BadArgs t(annexA ? "kvosGainControl_G729A_16s_I" : "kvosGainControl_G729_16s_I");
         auto src = t.in<Kvo16s>("pSrc", 40);
         auto io = t.inout<Kvo16s>("pSrcDst", 40);
         auto gain = t.inout<Kvo16s>("pGain", 1);
         t.run([&](const BadArgs::Call& c) {
-            return kvosGainControl_G729_16s_I(c(src), c(io), c(gain));
+            return annexA ? kvosGainControl_G729A_16s_I(c(src), c(io), c(gain))
+                          : kvosGainControl_G729_16s_I(c(src), c(io), c(gain));
         });
     }
-    {
-        BadArgs t("kvosGainControl_G729A_16s_I");
-        auto src = t.in<Kvo16s>("pSrc", 40);
-        auto io = t.inout<Kvo16s>("pSrcDst", 40);
-        auto gain = t.inout<Kvo16s>("pGain", 1);
-        t.run([&](const BadArgs::Call& c) {
-            return kvosGainControl_G729A_16s_I(c(src), c(io), c(gain));
-        });
-    }
-}
-
-TEST(PostArgs, PhaseDispersion) {
     auto init = [](void* p) { kvosPhaseDispersionInit_G729D_16s(rec(p)); };
     {
         BadArgs t("kvosPhaseDispersion_G729D_16s");
         auto exc = t.in<Kvo16s>("pSrcExcSignal", 40);
         auto out = t.out<Kvo16s>("pDstFltExcSignal", 40);
-        auto cb = t.value<Kvo16s>("cbGain", 400);
-        auto pitch = t.value<Kvo16s>("pitchGain", 11000);
         auto inno = t.inout<Kvo16s>("pSrcDstInnovation", 40);
         auto st = t.state("pState", 20, init);
         t.run([&](const BadArgs::Call& c) {
-            return kvosPhaseDispersion_G729D_16s(c(exc), c(out), c(cb), c(pitch), c(inno),
-                                                 rec(c(st)));
+            return kvosPhaseDispersion_G729D_16s(c(exc), c(out), 400, 11000, c(inno), rec(c(st)));
         });
     }
-    {
-        BadArgs t("kvosPhaseDispersionUpdate_G729D_16s");
-        auto pitch = t.value<Kvo16s>("pitchGain", 11000);
-        auto cb = t.value<Kvo16s>("cbGain", 400);
-        auto st = t.state("pState", 20, init);
-        t.run([&](const BadArgs::Call& c) {
-            return kvosPhaseDispersionUpdate_G729D_16s(c(pitch), c(cb), rec(c(st)));
-        });
-    }
+    BadArgs t("kvosPhaseDispersionUpdate_G729D_16s");
+    auto st = t.state("pState", 20, init);
+    t.run([&](const BadArgs::Call& c) {
+        return kvosPhaseDispersionUpdate_G729D_16s(11000, 400, rec(c(st)));
+    });
     EXPECT_EQ(kvosPhaseDispersionInit_G729D_16s(nullptr), kvoErrNullPtr);
     EXPECT_EQ(kvosPhaseDispersionGetStateSize_G729D_16s(nullptr), kvoErrNullPtr);
 }

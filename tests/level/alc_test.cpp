@@ -1,7 +1,6 @@
-// G.169 level control: behaviour on generated talkers and noise, measured in
-// numbers, and the argument checks. Levels are measured by a second, fresh
-// level control run over the signal (its talker level does not depend on the
-// first instance's gain).
+// G.169 level control: behaviour on generated talkers and noise, and the
+// argument checks. Levels are measured by a second, fresh instance run over
+// the signal (its talker level does not depend on the first one's gain).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -90,10 +89,9 @@ TEST(ALCBehaviour, TalkersAreBroughtToTheTargetWithinTheGainLimits) {
         if (r.offset != -8.0) continue;
         const double fin = db(g.back());
         EXPECT_NEAR(fin, 8.0, 2.0);
-        size_t first = 0;
-        while (first < g.size() && std::fabs(db(g[first]) - fin) >= 2.0) ++first;
-        EXPECT_GT(first, 10u);  // the first active blocks hold the start gain
-        EXPECT_LT(first, 600u);
+        const auto settled = std::find_if(g.begin(), g.end(),
+                                          [&](double v) { return std::fabs(db(v) - fin) < 2.0; });
+        EXPECT_LT(settled - g.begin(), 600);  // within 0.6 s
         for (size_t b = 1000; b < g.size(); ++b) ASSERT_NEAR(db(g[b]), fin, 2.0) << b;
     }
 }
@@ -146,9 +144,7 @@ TEST(ALCRecord, SilenceClickAndInPlace) {
     KvoALCState s = fresh();
     std::vector<Kvo16s> zeros(800, 0), y(800, 7);
     ASSERT_EQ(kvosALC_G169_16s(zeros.data(), y.data(), 800, &s), kvoOk);
-    EXPECT_EQ(s.talking, 0);
-    EXPECT_FLOAT_EQ(s.gain, 0.03125f);
-    EXPECT_EQ(std::count(y.begin(), y.end(), 0), 800);
+    EXPECT_TRUE(s.talking == 0 && s.gain == 0.03125f && std::count(y.begin(), y.end(), 0) == 800);
     // a three-block click starts a talkspurt that is taken back after the peak
     // envelope decays (about 630 blocks) and the hang (200 blocks) runs out
     KvoALCState c = fresh();
@@ -159,8 +155,7 @@ TEST(ALCRecord, SilenceClickAndInPlace) {
     EXPECT_EQ(c.talkCount, 1);
     ASSERT_EQ(kvosALC_G169_16s(click.data() + 24, out.data() + 24, 8 * 1200, &c), kvoOk);
     EXPECT_EQ(c.talkCount, 0);
-    EXPECT_FLOAT_EQ(c.gainTarget, 0.03125f);
-    EXPECT_FLOAT_EQ(c.rate, 0.1f);
+    EXPECT_TRUE(c.gainTarget == 0.03125f && c.rate == 0.1f);
     // in place in one call equals out of place in calls of 8
     const std::vector<Kvo16s> x = talkerAt(-5.0, 1.0);
     KvoALCState a = fresh(), b = fresh();
@@ -185,10 +180,10 @@ TEST(ALCArgs, ChecksInOrderAndWritesNothingOnFailure) {
     EXPECT_EQ(kvosALCSetGain_G169_16s(&s, -6.0f), kvoErrRange);
     Kvo16s x[16] = {1000, -1000, 1000, -1000, 1000, -1000, 1000, -1000};
     Kvo16s y[16] = {5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5};
-    EXPECT_EQ(kvosALC_G169_16s(nullptr, y, 8, &s), kvoErrNullPtr);
-    EXPECT_EQ(kvosALC_G169_16s(x, nullptr, 8, &s), kvoErrNullPtr);
-    EXPECT_EQ(kvosALC_G169_16s(x, y, 8, nullptr), kvoErrNullPtr);
-    EXPECT_EQ(kvosALC_G169_16s(nullptr, y, 0, &s), kvoErrNullPtr);
+    for (int k = 0; k < 3; ++k)  // nulls before the length
+        EXPECT_EQ(kvosALC_G169_16s(k == 0 ? nullptr : x, k == 1 ? nullptr : y, 0,
+                                   k == 2 ? nullptr : &s),
+                  kvoErrNullPtr);
     for (const int len : {0, -8, 4, 15}) EXPECT_EQ(kvosALC_G169_16s(x, y, len, &s), kvoErrRange);
     EXPECT_EQ(std::memcmp(&s, &before, sizeof s), 0);
     EXPECT_EQ(std::count(y, y + 16, 5), 16);

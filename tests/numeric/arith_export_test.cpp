@@ -172,9 +172,6 @@ TEST(ArithExport, MulPowerCWeighting) {
             for (size_t i = 1; i < 41; ++i, p = scale(p * val))
                 ASSERT_EQ(d[i], scale(i128{src[i]} * p)) << i;
         }
-    std::vector<Kvo16s> ones(11, 16384);  // gamma 0.9 on a constant vector follows 0.9^i
-    ASSERT_EQ(kvosMulPowerC_NR_16s_Sfs(ones.data(), 29491, d.data(), 11, 15), kvoOk);
-    for (int i = 0; i < 11; ++i) EXPECT_NEAR(d[size_t(i)], 16384 * std::pow(0.9, i), 4.0) << i;
 }
 
 TEST(ArithExport, AutoScale) {
@@ -193,8 +190,7 @@ TEST(ArithExport, AutoScale) {
         std::vector<Kvo16s> io(src);
         ASSERT_EQ(kvosAutoScale_16s(src.data(), d.data(), len, &sc), kvoOk);
         ASSERT_EQ(kvosAutoScale_16s_I(io.data(), len, &s2), kvoOk);
-        EXPECT_EQ(io, d);
-        EXPECT_EQ(s2, sc);
+        EXPECT_TRUE(io == d && s2 == sc);
         EXPECT_EQ(sc, (m == 0 ? 16 : n) - s);
         for (size_t i = 0; i < d.size(); ++i)
             ASSERT_EQ(d[i], model::low16(model::floorShift(i128{src[i]} << n, s))) << trial;

@@ -16,10 +16,6 @@
 using namespace kvo;
 using model::i128;
 
-namespace {
-
-}  // namespace
-
 TEST(ArithPrivate, ConversionsAndProducts) {
     const auto xs = model::operands32(20000, 3);
     const int n = int(xs.size());
@@ -45,9 +41,6 @@ TEST(ArithPrivate, ConversionsAndProducts) {
             ASSERT_EQ(d[size_t(i)],
                       model::low16(model::floorShift(i128{a[size_t(i)]} * b[size_t(i)], sf)));
     }
-    const auto ys = model::operands32(20000, 4);
-    ownMul_32s16s(xs.data(), ys.data(), d.data(), n);
-    for (size_t i = 0; i < xs.size(); ++i) ASSERT_EQ(d[i], model::low16(mpy32(xs[i], ys[i])));
 }
 
 // ---- vector paths against the scalar twins ----------------------------------

@@ -30,16 +30,11 @@ inline Kvo16s low16(i128 v) {
 }
 
 inline const std::vector<Kvo32s>& edges32() {
-    static const std::vector<Kvo32s> e = {INT32_MIN,   INT32_MIN + 1,
-                                          INT32_MAX,   INT32_MAX - 1,
-                                          -32768,      32767,
-                                          32768,       -32769,
-                                          0,           -1,
-                                          1,           0x40000000,
-                                          -0x40000000, 0x3fffffff,
-                                          -0x40000001, 0x7fff8000,
-                                          0x7fff7fff,  65535,
-                                          65536};
+    // clang-format off
+    static const std::vector<Kvo32s> e = {
+        INT32_MIN, INT32_MIN + 1, INT32_MAX, INT32_MAX - 1, -32768, 32767, 32768, -32769, 0, -1,
+        1, 0x40000000, -0x40000000, 0x3fffffff, -0x40000001, 0x7fff8000, 0x7fff7fff, 65535, 65536};
+    // clang-format on
     return e;
 }
 
