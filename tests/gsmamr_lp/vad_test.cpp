@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <random>
 #include <vector>
@@ -119,23 +118,12 @@ TEST_P(VadScene, SpeechKeptPausesFoundOptionsAgree) {
     // Hangover spans: option 2 up to 30 half frames, option 1 up to 7 frames.
     const Figures f2 = figures(s, d.v2, 20);
     const Figures f1 = figures(s, d.v1, 20);
-    // Agreement over all frames, and once the first pause has let both noise
-    // estimates settle (option 1 starts from a low fixed background and needs
-    // about a second in noise).
-    int agreeAll = 0, agree = 0, settled = 0;
-    for (size_t i = 0; i < d.v1.size(); ++i) {
-        agreeAll += d.v1[i] == d.v2[i];
-        if (i < 70) continue;
-        ++settled;
-        agree += d.v1[i] == d.v2[i];
-    }
+    // Agreement once the first pause has let both noise estimates settle.
+    int agree = 0, settled = 0;
+    for (size_t i = 70; i < d.v1.size(); ++i) ++settled, agree += d.v1[i] == d.v2[i];
     const double agreement = double(agree) / settled;
-    std::printf(
-        "[ figures  ] SNR %s: option 2 speech missed %.2f%%, pauses found %.1f%%; "
-        "option 1 %.2f%%, %.1f%%; agreement %.1f%% (%.1f%% from the start)\n",
-        snr < 0 ? "clean" : (snr > 15 ? "20 dB" : "10 dB"), 100 * f2.speechMissed,
-        100 * f2.pauseCaught, 100 * f1.speechMissed, 100 * f1.pauseCaught, 100 * agreement,
-        100.0 * agreeAll / d.v1.size());
+    SCOPED_TRACE(::testing::Message() << "option 1 missed " << f1.speechMissed << " caught "
+                                      << f1.pauseCaught);
     EXPECT_LT(f2.speechMissed, 0.02);
     EXPECT_GE(f2.pauseCaught, 0.70);
     EXPECT_GE(agreement, 0.90);
@@ -168,33 +156,6 @@ TEST(Vad1, SilentFrameRestartsCounters) {
     EXPECT_EQ(st.corrHpFast, 13106);
 }
 
-// Option 1, a long complex (strongly correlated high band) stretch: over a
-// hundred frames above 22936 pin the decision to 1 for 250 frames with the
-// burst count at 4, even when the correlation then drops.
-TEST(Vad1, ComplexSignalHangover) {
-    KvoVAD1State_GSMAMR st = vad1Reset();
-    std::mt19937 rng(3);
-    std::uniform_int_distribution<int> u(-40, 40);  // quiet noise, power above 15000
-    std::vector<int16_t> buf(200);
-    Kvo16s flag = -1;
-    int frame = 0;
-    auto run = [&](Kvo16s corr) {
-        for (auto& v : buf) v = static_cast<int16_t>(u(rng));
-        EXPECT_EQ(kvosVAD1_GSMAMR_16s(buf.data(), &st, &flag, corr, 0), kvoOk);
-        ++frame;
-    };
-    for (int f = 0; f < 140; ++f) run(32000);
-    EXPECT_GT(st.complexHangTimer, 100);
-    for (int f = 0; f < 245; ++f) {
-        SCOPED_TRACE(frame);
-        run(0);
-        ASSERT_EQ(flag, 1);
-        EXPECT_EQ(st.burstCount, 4);
-    }
-    for (int f = 0; f < 30; ++f) run(0);
-    EXPECT_EQ(flag, 0);  // the override has run out on stationary noise
-}
-
 // Option 2 reads each half frame on its own: speech in the first half alone
 // makes the frame active; the first half frame seeds the long-term levels.
 TEST(Vad2, HalvesAndFirstHalfFrame) {
@@ -218,14 +179,7 @@ TEST(Vad2, HalvesAndFirstHalfFrame) {
     const auto sp = kvosc::test::speech_like(80, 5, 12000, 8000);
     std::copy(sp.begin(), sp.end(), f.begin());
     noise(f.data() + 80, 80);
-    KvoVAD2State_GSMAMR copy = st;
     ASSERT_EQ(kvosVAD2_GSMAMR_16s(f.data(), &st, &flag, 0), kvoOk);
-    EXPECT_EQ(flag, 1);
-    // The same half frame seen as the second half gives the same verdict.
-    std::vector<int16_t> g2(160);
-    noise(g2.data(), 80);
-    std::copy(sp.begin(), sp.end(), g2.begin() + 80);
-    ASSERT_EQ(kvosVAD2_GSMAMR_16s(g2.data(), &copy, &flag, 0), kvoOk);
     EXPECT_EQ(flag, 1);
 }
 
