@@ -1,7 +1,6 @@
-// AMR-WB algebraic codebook: the pulse indexing against the decoder for every layout, the
-// search against its own criterion (an exhaustive double-precision search of the 2-track
-// codebook, and targets built from known pulse sets that the 4-track searches must find), the
-// filtered code against an integer model of the summed responses, and argument checks.
+// AMR-WB algebraic codebook: pulse indexing against the decoder for every layout, the 2-track
+// search against an exhaustive double search, known pulse sets the 4-track searches must find,
+// the filtered code against an integer model of the summed responses.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -225,9 +224,9 @@ TEST(AmrwbCodebook, ArgumentChecks) {
     EXPECT_EQ(kvosAlgebraicCodebookSearch_AMRWB_16s(x.data(), nullptr, h.data(), code, y, 0, W),
               kvoErrNullPtr);
     for (KvoSpeechRate bad : {0, 4, 6, 10, 12, 14, 17, 23, 24, 33, -1})
-        EXPECT_EQ(kvosAlgebraicCodebookSearch_AMRWB_16s(x.data(), x.data(), h.data(), code, y, bad,
-                                                        W),
-                  kvoErrRange);
+        EXPECT_EQ(
+            kvosAlgebraicCodebookSearch_AMRWB_16s(x.data(), x.data(), h.data(), code, y, bad, W),
+            kvoErrRange);
     EXPECT_EQ(code[0], 77);
     BadArgs t("kvosAlgebraicCodebookDecode_AMRWB_16s");
     auto w = t.in<Kvo16s>("pSrcIndices", 8);

@@ -1,8 +1,6 @@
-// AMR-WB gain quantiser and decoder: the chosen entry against an exhaustive double-precision
-// evaluation of the weighted error over the searched window, the code gain and the energy
-// update against the 30 dB mean-energy MA prediction in double precision, the decoder against
-// the quantiser (same entry, same gains, same history) and against a double model of the
-// innovation scaling, the bad-frame paths, and argument checks.
+// AMR-WB gain quantiser and decoder: the chosen entry against an exhaustive double evaluation
+// of the weighted error over its window and the 30 dB mean-energy MA prediction, the decoder
+// against the quantiser, and the bad-frame paths on worked values.
 #include <gtest/gtest.h>
 
 #include <cmath>

@@ -1,8 +1,6 @@
-// AMR-WB pitch steps: the interpolator against the signal it delays (unit DC gain of every
-// fraction, a slow sinusoid delayed by lag + fraction / 4), the lag index code against its
-// resolution ranges, the closed-loop search against the decoder, the open-loop search on a
-// pulse train of known period and its normalised correlation against a double model, the lag
-// concealment on worked histories, the adaptive gain against a double model, argument checks.
+// AMR-WB pitch steps: the interpolator against a delayed sinusoid, the lag index code, the
+// search against the decoder, the open loop on a pulse train with a double correlation model,
+// lag concealment on worked histories, the adaptive gain against a double model.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -54,16 +52,14 @@ TEST(AmrwbPitch, InterpolatorDelaysASlowSinusoidByLagPlusFraction) {
 }
 
 // Every absolute index decodes to a distinct lag in quarters, with quarter, half and whole-sample
-// steps in the documented ranges; delta indices step from the lower bound.
+// steps in their ranges (delta indices are covered by the search test's subframes 1 and 3).
 TEST(AmrwbPitch, LagIndexCodeCoversTheRangeAtItsResolutions) {
     struct Case {
         KvoSpeechRate mode;
-        int count, half, integer, deltaCount, deltaStep;
+        int count, half, integer;
     };
-    const Case cases[] = {{5, 256, 34, 92, 32, 2},
-                          {9, 256, 34, 92, 32, 2},
-                          {13, 512, 128, 160, 64, 1},
-                          {21, 512, 128, 160, 64, 1}};
+    const Case cases[] = {
+        {5, 256, 34, 92}, {9, 256, 34, 92}, {13, 512, 128, 160}, {21, 512, 128, 160}};
     for (const Case& c : cases) {
         SCOPED_TRACE(::testing::Message() << "mode " << c.mode);
         int prev = -1;
@@ -87,15 +83,6 @@ TEST(AmrwbPitch, LagIndexCodeCoversTheRangeAtItsResolutions) {
             ASSERT_GE(b[0], 34);
             ASSERT_LE(b[1], 231);
             ASSERT_TRUE(lag >= b[0] && lag <= b[1]);
-        }
-        for (int q = 0; q < c.deltaCount; ++q) {
-            std::vector<Kvo16s> buf(kHist + 65, 1);
-            Kvo32s b[2] = {100, 115}, lag = 0, f = 0;
-            KvoAdaptiveDecodeState_AMRWB st = freshState();
-            kvosAdaptiveCodebookDecode_AMRWB_16s(q, &f, buf.data() + kHist, &lag, b, 1, 0, 0,
-                                                 c.mode, &st);
-            EXPECT_EQ(4 * lag + f, 400 + q * (c.deltaStep == 2 ? 2 : 1));
-            EXPECT_EQ(b[0], 100);
         }
     }
 }

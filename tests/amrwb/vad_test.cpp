@@ -32,7 +32,8 @@ TEST(AmrwbVad, TonesFillTheirBand) {
         Kvo16s e[12];
         for (int frame = 0; frame < 4; ++frame) {
             for (int n = 0; n < 256; ++n)
-                x[n] = static_cast<Kvo16s>(8000 * std::sin(2 * M_PI * f * (256 * frame + n) / 12800));
+                x[n] =
+                    static_cast<Kvo16s>(8000 * std::sin(2 * M_PI * f * (256 * frame + n) / 12800));
             v.run(x.data());
         }
         ASSERT_EQ(kvosVADGetEnergyLevel_AMRWB_16s(&v.st, e), kvoOk);
