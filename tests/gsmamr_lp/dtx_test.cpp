@@ -57,9 +57,9 @@ struct HandlerCase {
 
 TEST(DtxHandler, WorkedCases) {
     const HandlerCase cases[] = {
-        {1, 28, 0, 0, 29, 0, kvoRateSID},   // 0 + 29 < 30
-        {1, 29, 0, 0, 30, 0, kvoRate6700},  // 0 + 30: normal coding
-        {5, 100, 0, 4, 101, 0, kvoRate6700},  // hangover frames are coded normally
+        {1, 28, 0, 0, 29, 0, kvoRateSID},         // 0 + 29 < 30
+        {1, 29, 0, 0, 30, 0, kvoRate6700},        // 0 + 30: normal coding
+        {5, 100, 0, 4, 101, 0, kvoRate6700},      // hangover frames are coded normally
         {3, 32767, 1, 7, 32767, 0, kvoRate6700},  // saturates, speech leaves the mode
         {0, 32767, 0, 0, 0, 1, kvoRateSID},
     };

@@ -64,8 +64,8 @@ TEST_P(FftVsDft, WithinSixUnits) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Signals, FftVsDft,
-                         ::testing::Values(FftCase{"noise", 12000, 0},
-                                           FftCase{"tones", 12000, 1}, FftCase{"pulses", 4000, 2}),
+                         ::testing::Values(FftCase{"noise", 12000, 0}, FftCase{"tones", 12000, 1},
+                                           FftCase{"pulses", 4000, 2}),
                          [](const ::testing::TestParamInfo<FftCase>& i) {
                              return std::string(i.param.name);
                          });
