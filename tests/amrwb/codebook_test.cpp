@@ -1,4 +1,4 @@
-// AMR-WB algebraic codebook: pulse indexing against the decoder for every layout, the 2-track
+// AMR-WB algebraic codebook: the search's index words against the decoder, the 2-track
 // search against an exhaustive double search, known pulse sets the 4-track searches must find,
 // the filtered code against an integer model of the summed responses.
 #include <gtest/gtest.h>
@@ -9,7 +9,6 @@
 #include <random>
 #include <vector>
 
-#include "amrwb/codebook.h"
 #include "kvosc.h"
 #include "support/badargs.h"
 #include "support/signals.h"
@@ -45,42 +44,6 @@ std::vector<Kvo16s> response(uint32_t seed, double first) {
         a *= 0.8;
     }
     return h;
-}
-
-// Code vector of per-track entry lists (place + 16 for negative), amplitude 512.
-std::vector<int> codeOf(const int ind[4][6], const int* count) {
-    std::vector<int> c(64, 0);
-    for (int t = 0; t < 4; ++t)
-        for (int k = 0; k < count[t]; ++k)
-            c[4 * (ind[t][k] & 15) + t] += (ind[t][k] & 16) ? -512 : 512;
-    return c;
-}
-
-TEST(AmrwbCodebook, PulseIndexingRoundTripsForEveryLayout) {
-    std::mt19937 g(11);
-    for (const ModeCase& m : kModes) {
-        if (m.pulses == 2) continue;
-        const kvo::CbLayout l = kvo::cbLayout(m.mode);
-        for (int trial = 0; trial < 400; ++trial) {
-            SCOPED_TRACE(::testing::Message() << "mode " << m.mode << " trial " << trial);
-            int ind[4][6];
-            for (int t = 0; t < 4; ++t) {
-                // Pulses of one track that share a place share its sign (the search's rule).
-                int sgn[16];
-                for (int p = 0; p < 16; ++p) sgn[p] = static_cast<int>(g() & 16);
-                for (int k = 0; k < m.perTrack[t]; ++k) {
-                    const int p = static_cast<int>(g() % (trial < 150 ? 4 : 16));
-                    ind[t][k] = p + sgn[p];
-                }
-            }
-            Kvo16s W[8] = {};
-            kvo::cbEncodeWords(l, &ind[0][0], W);
-            Kvo16s code[64];
-            ASSERT_EQ(kvosAlgebraicCodebookDecode_AMRWB_16s(W, code, m.mode), kvoOk);
-            const std::vector<int> want = codeOf(ind, m.perTrack);
-            for (int n = 0; n < 64; ++n) ASSERT_EQ(code[n], want[n]) << "position " << n;
-        }
-    }
 }
 
 // Sum of the shifted, signed responses of a code vector's pulses, the model of the filtered code.

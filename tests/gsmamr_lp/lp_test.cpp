@@ -178,8 +178,9 @@ TEST(AdaptiveCodebookGain, AgainstDoubleModel) {
         // Beyond 2^32 even the correlation with y / 4 saturates, as in the
         // reference arithmetic: only the range is checked there.
         if (std::fabs(exy) >= 4294967296.0) continue;
-        if (std::fabs(exy) > 1e5)
+        if (std::fabs(exy) > 1e5) {
             EXPECT_NEAR(c[2] * std::ldexp(1.0, c[3]), exy, std::fabs(exy) * 2e-3);
+        }
         const double want = exy <= 0 ? 0 : std::min(exy / eyy, 19661 / 16384.0);
         EXPECT_NEAR(gain / 16384.0, want, 2e-3) << "exy " << exy << " eyy " << eyy;
         ++cases;
