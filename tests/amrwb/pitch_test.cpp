@@ -10,12 +10,10 @@
 #include <vector>
 
 #include "kvosc.h"
-#include "support/badargs.h"
 #include "support/signals.h"
 
 namespace {
 
-using kvosc::test::BadArgs;
 
 constexpr int kHist = 231 + 6 * 17 + 16 + 1;  // excitation history the decoders may read
 
@@ -277,23 +275,17 @@ TEST(AmrwbPitch, AdaptiveGainAgainstDoubleModel) {
 }
 
 TEST(AmrwbPitch, ArgumentChecks) {
-    {
-        BadArgs t("kvosOpenLoopPitchSearch_AMRWB_16s");
-        auto wsp = t.in<Kvo16s>("pWsp", 64, {}, 115);
-        auto hp = t.in<Kvo16s>("pHpWsp", 64, {}, 115);
-        auto med = t.inout<Kvo16s>("pMedianLag", 1, {60});
-        auto wg = t.inout<Kvo16s>("pWeightGain", 1, {20000});
-        auto lag = t.out<Kvo32s>("pDstLag", 1);
-        auto tone = t.inout<Kvo16s>("pToneRegister", 1, {0});
-        auto corr = t.out<Kvo16s>("pDstNormCorr", 1);
-        auto hist = t.inout<Kvo16s>("pLagHistory", 5, {60, 60, 60, 60, 60});
-        auto flag = t.inout<Kvo16s>("pWeightFlag", 1, {1});
-        auto len = t.value<Kvo32s>("len", 64, {{0, kvoErrBadArg}, {-3, kvoErrBadArg}});
-        t.run([&](const BadArgs::Call& c) {
-            return kvosOpenLoopPitchSearch_AMRWB_16s(c(wsp), c(hp), c(med), c(wg), c(lag), c(tone),
-                                                     c(corr), c(hist), c(flag), c(len));
-        });
-    }
+    std::vector<Kvo16s> wsp(115 + 64, 100), hist(5, 60);
+    Kvo16s med = 60, wg = 20000, tone = 0, corr = -5, flag = 1;
+    Kvo32s olLag = -5;
+    auto openLoop = [&](Kvo16s* pFlag, Kvo32s len) {
+        return kvosOpenLoopPitchSearch_AMRWB_16s(wsp.data() + 115, wsp.data() + 115, &med, &wg,
+                                                 &olLag, &tone, &corr, hist.data(), pFlag, len);
+    };
+    EXPECT_EQ(openLoop(nullptr, 0), kvoErrNullPtr);
+    for (Kvo32s len : {0, -3}) EXPECT_EQ(openLoop(&flag, len), kvoErrBadArg);
+    EXPECT_EQ(olLag + corr, -10);
+    EXPECT_EQ(wg, 20000);
     std::vector<Kvo16s> h(64, 0), x(64, 100), exc(400, 100);
     h[0] = 4096;
     Kvo16s* e = exc.data() + 340;

@@ -162,34 +162,18 @@ TEST(GsmAmrArgs, Dtx) {
 }
 
 TEST(GsmAmrArgs, Vad) {
-    {
-        BadArgs t("kvosVAD1_GSMAMR_16s");
-        auto s = t.in<Kvo16s>("pSrc", 200);
-        auto st = t.state("pState", sizeof(KvoVAD1State_GSMAMR), [](void* p) {
-            auto* v = static_cast<KvoVAD1State_GSMAMR*>(p);
-            std::memset(v, 0, sizeof *v);
-            for (int i = 0; i < 9; ++i) v->bckrEst[i] = v->oldLevel[i] = v->aveLevel[i] = 150;
-            v->corrHpFast = 13106;
-        });
-        auto f = t.out<Kvo16s>("pVadFlag", 1);
-        auto c1 = t.value<Kvo16s>("bestCorrHp", 20000);
-        auto c2 = t.value<Kvo16s>("toneRegister", 0);
-        t.run([&](const BadArgs::Call& c) {
-            return kvosVAD1_GSMAMR_16s(c(s), static_cast<KvoVAD1State_GSMAMR*>(c(st)), c(f), c(c1),
-                                       c(c2));
-        });
-    }
-    {
-        BadArgs t("kvosVAD2_GSMAMR_16s");
-        auto s = t.in<Kvo16s>("pSrc", 160);
-        auto st = t.state("pState", sizeof(KvoVAD2State_GSMAMR),
-                          [](void* p) { std::memset(p, 0, sizeof(KvoVAD2State_GSMAMR)); });
-        auto f = t.out<Kvo16s>("pVadFlag", 1);
-        auto l = t.value<Kvo16s>("ltpFlag", 0);
-        t.run([&](const BadArgs::Call& c) {
-            return kvosVAD2_GSMAMR_16s(c(s), static_cast<KvoVAD2State_GSMAMR*>(c(st)), c(f), c(l));
-        });
-    }
+    KvoVAD1State_GSMAMR s1{};
+    KvoVAD2State_GSMAMR s2{};
+    const KvoVAD1State_GSMAMR k1{};
+    Kvo16s f = -1, x[200] = {};
+    EXPECT_EQ(kvosVAD1_GSMAMR_16s(nullptr, &s1, &f, 0, 0), kvoErrNullPtr);
+    EXPECT_EQ(kvosVAD1_GSMAMR_16s(x, nullptr, &f, 0, 0), kvoErrNullPtr);
+    EXPECT_EQ(kvosVAD1_GSMAMR_16s(x, &s1, nullptr, 0, 0), kvoErrNullPtr);
+    EXPECT_EQ(kvosVAD2_GSMAMR_16s(nullptr, &s2, &f, 0), kvoErrNullPtr);
+    EXPECT_EQ(kvosVAD2_GSMAMR_16s(x, nullptr, &f, 0), kvoErrNullPtr);
+    EXPECT_EQ(kvosVAD2_GSMAMR_16s(x, &s2, nullptr, 0), kvoErrNullPtr);
+    EXPECT_EQ(f, -1);
+    EXPECT_EQ(std::memcmp(&s1, &k1, sizeof s1), 0) << "state untouched on a refused call";
 }
 
 }  // namespace
