@@ -12,38 +12,11 @@ namespace {
 constexpr KvoSpeechRate kModes[] = {5,  9,  13, 15, 16, 18, 19, 20, 21, 22, 25, 26,
                                     27, 28, 29, 30, 31, 32, 0,  10, 23, 33, -5};
 
+// Pulses per subframe of each codebook mode (AMR-WB 5..22 and the AMR-WB+ 25..32); 0: invalid.
 int pulsesOf(KvoSpeechRate m) {
-    switch (m) {
-        case 5:
-        case 25:
-            return 2;
-        case 9:
-        case 26:
-            return 4;
-        case 27:
-            return 6;
-        case 13:
-        case 28:
-            return 8;
-        case 15:
-        case 29:
-            return 10;
-        case 16:
-        case 30:
-            return 12;
-        case 18:
-        case 31:
-            return 16;
-        case 19:
-        case 32:
-            return 18;
-        case 20:
-        case 21:
-        case 22:
-            return 24;
-        default:
-            return 0;
-    }
+    static const int kPulses[28] = {2,  0,  0,  0,  4, 0, 0, 0, 8, 0, 10, 12, 0,  16,
+                                    18, 24, 24, 24, 0, 0, 2, 4, 6, 8, 10, 12, 16, 18};
+    return m >= 5 && m <= 32 ? kPulses[m - 5] : 0;
 }
 
 void codebook(FuzzedDataProvider& fdp) {

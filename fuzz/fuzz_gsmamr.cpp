@@ -33,26 +33,17 @@ void fixedCodebook(FuzzedDataProvider& fdp) {
     if (sf < 0 || sf > 3 || !valid(mode))
         return KVOSC_FUZZ_CHECK(st == kvoErrRange && code.same_as(before));
     KVOSC_FUZZ_CHECK(st == kvoOk);
+    // Amplitudes of the mode only: 4096 steps in 12.2, 8191 steps in 10.2, +-1 pulse otherwise.
+    const bool m122 = mode == 12 || mode == 25;
     int pulses = 0;
     for (int i = 0; i < 40; ++i) {
-        const int v = code[i];
-        if (v == 0) continue;
-        if (mode == 12 || mode == 25) {
-            KVOSC_FUZZ_CHECK(v % 4096 == 0);
-            pulses += v < 0 ? -v / 4096 : v / 4096;
-        } else if (mode == 11) {
-            KVOSC_FUZZ_CHECK(v % 8191 == 0);
-            pulses += v < 0 ? -v / 8191 : v / 8191;
-        } else {
-            KVOSC_FUZZ_CHECK(v == 8191 || v == -8192);
-            ++pulses;
-        }
+        const int v = code[i], a = v < 0 ? -v : v;
+        KVOSC_FUZZ_CHECK(m122         ? a % 4096 == 0
+                         : mode == 11 ? a % 8191 == 0
+                                      : a == 0 || v == 8191 || v == -8192);
+        pulses += m122 ? a / 4096 : (a + 1) / 8191;
     }
-    const int most = mode == 12 || mode == 25 ? 10
-                     : mode == 11             ? 8
-                     : mode == 6              ? 3
-                     : mode >= 7              ? 4
-                                              : 2;
+    const int most = m122 ? 10 : mode == 11 ? 8 : mode == 6 ? 3 : mode >= 7 ? 4 : 2;
     KVOSC_FUZZ_CHECK(pulses <= most);
 }
 

@@ -19,7 +19,7 @@ TEST(AmrwbDtx, RingAndLogEnergy) {
     EXPECT_EQ(at, 0);
     EXPECT_EQ(logEn[0], -1024);
     EXPECT_EQ(hist[15], 1500);
-    const std::pair<Kvo32s, int> rates[] = {{5, 230}, {9, 179}, {13, 141}, {15, 128},
+    const std::pair<Kvo32s, int> rates[] = {{5, 230},  {9, 179},  {13, 141}, {15, 128},
                                             {16, 122}, {18, 115}, {21, 115}, {25, 115}};
     for (auto [mode, term] : rates) {
         ASSERT_EQ(kvosEncDTXBuffer_AMRWB_16s(frame.data(), isf.data(), &at, hist.data(),
@@ -35,9 +35,9 @@ TEST(AmrwbDtx, RingAndLogEnergy) {
             frame[n] = static_cast<Kvo16s>(std::lround(amp * std::sin(0.3 * n)));
             e += double(frame[n]) * frame[n];
         }
-        ASSERT_EQ(kvosDecDTXBuffer_AMRWB_16s(frame.data(), isf.data(), &at, hist.data(),
-                                             logEn.data()),
-                  kvoOk);
+        ASSERT_EQ(
+            kvosDecDTXBuffer_AMRWB_16s(frame.data(), isf.data(), &at, hist.data(), logEn.data()),
+            kvoOk);
         e = std::min(e, 2147483647.0);  // the 32-bit energy saturates on loud frames
         EXPECT_NEAR(logEn[at], 128 * std::log2(e) - 1024, 1.5) << amp;
     }

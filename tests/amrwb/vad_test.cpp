@@ -25,15 +25,15 @@ struct Vad {
 
 TEST(AmrwbVad, TonesFillTheirBand) {
     // Band edges at 12.8 kHz: four of 200 Hz, four of 400 Hz, three of 800 Hz, 4.8-6.4 kHz.
-    const std::pair<double, int> tones[] = {{100, 0}, {500, 2},  {1000, 4}, {1800, 6},
-                                            {2800, 8}, {3600, 9}, {4400, 10}, {5600, 11}};
+    const std::pair<double, int> tones[] = {{100, 0}, {1800, 6}, {3600, 9}, {5600, 11}};
     for (auto [f, band] : tones) {
         Vad v;
         std::vector<Kvo16s> x(256);
         Kvo16s e[12];
         for (int frame = 0; frame < 4; ++frame) {
             for (int n = 0; n < 256; ++n)
-                x[n] = static_cast<Kvo16s>(8000 * std::sin(2 * M_PI * f * (256 * frame + n) / 12800));
+                x[n] =
+                    static_cast<Kvo16s>(8000 * std::sin(2 * M_PI * f * (256 * frame + n) / 12800));
             v.run(x.data());
         }
         ASSERT_EQ(kvosVADGetEnergyLevel_AMRWB_16s(&v.st, e), kvoOk);

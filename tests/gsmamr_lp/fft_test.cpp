@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
 #include <random>
 #include <vector>
 
@@ -41,16 +40,11 @@ struct FftCase {
 
 class FftVsDft : public ::testing::TestWithParam<FftCase> {};
 
-// Bound: each of the six stages adds at most half a unit of product rounding
-// and one unit of truncation before its halving, so the error carried into
-// the unpacking stays below 1.5 (1 + 1/2 + ... ) = 3 units of the complex
-// transform; the unpacking sums two such bins (halved after the twiddle) and
-// rounds: 6 units.  The measured maximum is printed (about 4).
+// Six halving stages of rounding (at most 3 units) plus the unpacking sum: 6 units.
 TEST_P(FftVsDft, WithinSixUnits) {
     const FftCase c = GetParam();
     std::mt19937 rng(77);
-    double worst = 0;
-    for (int t = 0; t < 300; ++t) {
+    for (int t = 0; t < 40; ++t) {
         SCOPED_TRACE(::testing::Message() << c.name << " seed 77 frame " << t);
         std::vector<int16_t> x(128);
         std::uniform_int_distribution<int> u(-c.amplitude, c.amplitude);
@@ -65,17 +59,13 @@ TEST_P(FftVsDft, WithinSixUnits) {
                                                          std::sin(2 * M_PI * f2 * n / 128 + p2))));
             if (c.kind == 2) x[n] = static_cast<int16_t>(n % (1 + t % 16) == 0 ? c.amplitude : 0);
         }
-        const double e = fftError(x);
-        worst = std::max(worst, e);
-        ASSERT_LE(e, 6.0);
+        ASSERT_LE(fftError(x), 6.0);
     }
-    std::printf("[ figures  ] FFT %s: largest error %.2f units\n", c.name, worst);
 }
 
 INSTANTIATE_TEST_SUITE_P(Signals, FftVsDft,
-                         ::testing::Values(FftCase{"noise8k", 6000, 0},
-                                           FftCase{"noise16k", 12000, 0},
-                                           FftCase{"tones", 12000, 1}, FftCase{"pulses", 4000, 2}),
+                         ::testing::Values(FftCase{"noise", 12000, 0}, FftCase{"tones", 12000, 1},
+                                           FftCase{"pulses", 4000, 2}),
                          [](const ::testing::TestParamInfo<FftCase>& i) {
                              return std::string(i.param.name);
                          });

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <random>
 #include <vector>
@@ -31,114 +30,44 @@ KvoVAD2State_GSMAMR vad2Reset() {
     return s;
 }
 
-struct Scene {
-    std::vector<int16_t> pcm;
-    std::vector<int> speech;    // per frame: 1 speech, 0 pause
-    std::vector<int> onsetAge;  // frames since the segment began
-};
-
-// Alternating speech (1.6 s) and pauses (1.4 s), 5 cycles, starting with a
-// pause; white Gaussian noise at `snrDb` against the mean speech power
-// (no noise when snrDb < 0).
-Scene makeScene(double snrDb, uint32_t seed) {
-    const int speechFrames = 80, pauseFrames = 70, cycles = 5;
-    const auto sp = kvosc::test::speech_like(cycles * speechFrames * kFrame, seed, 12000, 8000);
-    double pw = 0;
-    for (int16_t v : sp) pw += double(v) * v;
-    pw /= sp.size();
-    const double sigma = snrDb < 0 ? 0 : std::sqrt(pw / std::pow(10, snrDb / 10));
-    std::mt19937 rng(seed + 7);
-    std::normal_distribution<double> g(0, 1);
-    Scene s;
-    size_t k = 0;
-    for (int c = 0; c < cycles; ++c) {
-        for (int f = 0; f < pauseFrames + speechFrames; ++f) {
-            const bool isSpeech = f >= pauseFrames;
-            s.speech.push_back(isSpeech);
-            s.onsetAge.push_back(isSpeech ? f - pauseFrames : f);
-            for (int i = 0; i < kFrame; ++i) {
-                double v = isSpeech ? sp[k++] : 0.0;
-                v += sigma * g(rng);
-                s.pcm.push_back(
-                    static_cast<int16_t>(std::lround(std::clamp(v, -32768.0, 32767.0))));
-            }
-        }
-    }
-    return s;
-}
-
-struct Decisions {
-    std::vector<int> v1, v2;
-};
-
-Decisions runBoth(const Scene& s) {
-    KvoVAD1State_GSMAMR st1 = vad1Reset();
-    KvoVAD2State_GSMAMR st2 = vad2Reset();
-    const int frames = static_cast<int>(s.speech.size());
-    std::vector<int16_t> buf(40, 0);
-    buf.insert(buf.end(), s.pcm.begin(), s.pcm.end());
-    Decisions d;
-    for (int f = 0; f < frames; ++f) {
-        Kvo16s flag1 = -1, flag2 = -1;
-        EXPECT_EQ(kvosVAD1_GSMAMR_16s(buf.data() + f * kFrame, &st1, &flag1, 0, 0), kvoOk);
-        EXPECT_EQ(kvosVAD2_GSMAMR_16s(s.pcm.data() + f * kFrame, &st2, &flag2, 0), kvoOk);
-        d.v1.push_back(flag1);
-        d.v2.push_back(flag2);
-    }
-    return d;
-}
-
-struct Figures {
-    double speechMissed;  // speech frames (past the first two of an onset) marked inactive
-    double pauseCaught;   // pause frames past the hangover span marked inactive
-};
-
-Figures figures(const Scene& s, const std::vector<int>& v, int hangSpan) {
-    int sp = 0, miss = 0, pa = 0, caught = 0;
-    for (size_t f = 0; f < v.size(); ++f) {
-        if (s.speech[f]) {
-            if (s.onsetAge[f] < 2) continue;
-            ++sp;
-            miss += v[f] == 0;
-        } else {
-            if (s.onsetAge[f] < hangSpan || f < 40) continue;  // hangover, start-up
-            ++pa;
-            caught += v[f] == 0;
-        }
-    }
-    return {double(miss) / sp, double(caught) / pa};
-}
-
+// Alternating pauses (70 frames) and speech (80 frames), 5 cycles, with white
+// noise at snrDb against the speech power (none when snrDb < 0), run through
+// both options. Option 2 misses under 2% of speech (past two onset frames),
+// finds 70% of the pauses (past a 20-frame hangover span and the start-up) and
+// agrees with option 1 on 90% of the frames once the first pause has passed.
 class VadScene : public ::testing::TestWithParam<double> {};
 
 TEST_P(VadScene, SpeechKeptPausesFoundOptionsAgree) {
     const double snr = GetParam();
-    const Scene s = makeScene(snr, 1234);
     SCOPED_TRACE(::testing::Message() << "seed 1234, SNR " << snr);
-    const Decisions d = runBoth(s);
-    // Hangover spans: option 2 up to 30 half frames, option 1 up to 7 frames.
-    const Figures f2 = figures(s, d.v2, 20);
-    const Figures f1 = figures(s, d.v1, 20);
-    // Agreement over all frames, and once the first pause has let both noise
-    // estimates settle (option 1 starts from a low fixed background and needs
-    // about a second in noise).
-    int agreeAll = 0, agree = 0, settled = 0;
-    for (size_t i = 0; i < d.v1.size(); ++i) {
-        agreeAll += d.v1[i] == d.v2[i];
-        if (i < 70) continue;
-        ++settled;
-        agree += d.v1[i] == d.v2[i];
+    const int pause = 70, cycle = 150, frames = 5 * cycle;
+    const auto sp = kvosc::test::speech_like(5 * 80 * kFrame, 1234, 12000, 8000);
+    double pw = 0;
+    for (int16_t v : sp) pw += double(v) * v / sp.size();
+    const double sigma = snr < 0 ? 0 : std::sqrt(pw / std::pow(10, snr / 10));
+    std::mt19937 rng(1241);
+    std::normal_distribution<double> g(0, 1);
+    std::vector<int16_t> pcm(40, 0);  // option 1 reads 40 samples of history
+    for (int f = 0, k = 0; f < frames; ++f)
+        for (int i = 0; i < kFrame; ++i) {
+            const double v = (f % cycle >= pause ? sp[k++] : 0.0) + sigma * g(rng);
+            pcm.push_back(static_cast<int16_t>(std::lround(std::clamp(v, -32768.0, 32767.0))));
+        }
+    KvoVAD1State_GSMAMR st1 = vad1Reset();
+    KvoVAD2State_GSMAMR st2 = vad2Reset();
+    int speech = 0, missed = 0, pauses = 0, caught = 0, settled = 0, agree = 0;
+    for (int f = 0; f < frames; ++f) {
+        Kvo16s v1 = -1, v2 = -1;
+        ASSERT_EQ(kvosVAD1_GSMAMR_16s(pcm.data() + f * kFrame, &st1, &v1, 0, 0), kvoOk);
+        ASSERT_EQ(kvosVAD2_GSMAMR_16s(pcm.data() + 40 + f * kFrame, &st2, &v2, 0), kvoOk);
+        const int age = f % cycle >= pause ? f % cycle - pause : f % cycle;
+        if (f % cycle >= pause && age >= 2) ++speech, missed += v2 == 0;
+        if (f % cycle < pause && age >= 20 && f >= 40) ++pauses, caught += v2 == 0;
+        if (f >= 70) ++settled, agree += v1 == v2;
     }
-    const double agreement = double(agree) / settled;
-    std::printf(
-        "[ figures  ] SNR %s: option 2 speech missed %.2f%%, pauses found %.1f%%; "
-        "option 1 %.2f%%, %.1f%%; agreement %.1f%% (%.1f%% from the start)\n",
-        snr < 0 ? "clean" : (snr > 15 ? "20 dB" : "10 dB"), 100 * f2.speechMissed,
-        100 * f2.pauseCaught, 100 * f1.speechMissed, 100 * f1.pauseCaught, 100 * agreement,
-        100.0 * agreeAll / d.v1.size());
-    EXPECT_LT(f2.speechMissed, 0.02);
-    EXPECT_GE(f2.pauseCaught, 0.70);
-    EXPECT_GE(agreement, 0.90);
+    EXPECT_LT(missed, 0.02 * speech);
+    EXPECT_GE(caught, 0.70 * pauses);
+    EXPECT_GE(agree, 0.90 * settled);
 }
 
 INSTANTIATE_TEST_SUITE_P(CleanAndNoisy, VadScene, ::testing::Values(-1.0, 20.0, 10.0));
@@ -168,33 +97,6 @@ TEST(Vad1, SilentFrameRestartsCounters) {
     EXPECT_EQ(st.corrHpFast, 13106);
 }
 
-// Option 1, a long complex (strongly correlated high band) stretch: over a
-// hundred frames above 22936 pin the decision to 1 for 250 frames with the
-// burst count at 4, even when the correlation then drops.
-TEST(Vad1, ComplexSignalHangover) {
-    KvoVAD1State_GSMAMR st = vad1Reset();
-    std::mt19937 rng(3);
-    std::uniform_int_distribution<int> u(-40, 40);  // quiet noise, power above 15000
-    std::vector<int16_t> buf(200);
-    Kvo16s flag = -1;
-    int frame = 0;
-    auto run = [&](Kvo16s corr) {
-        for (auto& v : buf) v = static_cast<int16_t>(u(rng));
-        EXPECT_EQ(kvosVAD1_GSMAMR_16s(buf.data(), &st, &flag, corr, 0), kvoOk);
-        ++frame;
-    };
-    for (int f = 0; f < 140; ++f) run(32000);
-    EXPECT_GT(st.complexHangTimer, 100);
-    for (int f = 0; f < 245; ++f) {
-        SCOPED_TRACE(frame);
-        run(0);
-        ASSERT_EQ(flag, 1);
-        EXPECT_EQ(st.burstCount, 4);
-    }
-    for (int f = 0; f < 30; ++f) run(0);
-    EXPECT_EQ(flag, 0);  // the override has run out on stationary noise
-}
-
 // Option 2 reads each half frame on its own: speech in the first half alone
 // makes the frame active; the first half frame seeds the long-term levels.
 TEST(Vad2, HalvesAndFirstHalfFrame) {
@@ -218,14 +120,7 @@ TEST(Vad2, HalvesAndFirstHalfFrame) {
     const auto sp = kvosc::test::speech_like(80, 5, 12000, 8000);
     std::copy(sp.begin(), sp.end(), f.begin());
     noise(f.data() + 80, 80);
-    KvoVAD2State_GSMAMR copy = st;
     ASSERT_EQ(kvosVAD2_GSMAMR_16s(f.data(), &st, &flag, 0), kvoOk);
-    EXPECT_EQ(flag, 1);
-    // The same half frame seen as the second half gives the same verdict.
-    std::vector<int16_t> g2(160);
-    noise(g2.data(), 80);
-    std::copy(sp.begin(), sp.end(), g2.begin() + 80);
-    ASSERT_EQ(kvosVAD2_GSMAMR_16s(g2.data(), &copy, &flag, 0), kvoOk);
     EXPECT_EQ(flag, 1);
 }
 
