@@ -1,112 +1,26 @@
-// Multi-rate G.729 coders (6.4 kbit/s Annex D, 8 kbit/s, 11.8 kbit/s Annex E):
-// - every Annex D vector set (all 6.4, all 8, and alternating rates), encoder
-//   and decoder, bit for bit;
-// - the Annex E encoder sets that stay in forward mode, bit for bit, and the
-//   others up to their first backward-mode frame; the decoder sets are
-//   reported as pending while the Annex E post filter is missing;
-// - the two stream formats against an independent bit-string model, frame
-//   lengths by rate, and the option checks.
+// Multi-rate G.729 coders (6.4 kbit/s Annex D, 8 kbit/s, 11.8 kbit/s Annex E),
+// beside the vector sets checked with the other coders': the two stream
+// formats against an independent bit-string model, frame lengths by rate,
+// 8 kbit/s frames against the main body, and the option checks.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
 #include <cstdint>
-#include <cstdlib>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "coders/coder.h"
-#include "support/paths.h"
+#include "support/signals.h"
 
 namespace {
 
 using namespace kvosc::coders;
 
-TEST(G729DVectors, EverySetIsBitExact) {
-    const std::string dir = kvosc::test::vector_dir_or_skip("g729d");
-    if (dir.empty()) return;
-    for (const char* name : {"g729d", "g729i"}) {
-        const Coder* coder = find_coder(name);
-        ASSERT_NE(coder, nullptr);
-        int compared = 0;
-        for (const VerifyRow& row : coder->verify(dir)) {
-            SCOPED_TRACE(std::string(name) + " " + row.set + ": " + row.note);
-            if (row.skipped) continue;
-            ++compared;
-            EXPECT_EQ(row.frames, 1176);
-            EXPECT_EQ(row.mismatched, 0);
-        }
-        EXPECT_EQ(compared, 6);
-    }
-}
-
-// The 11.8 kbit/s encoder codes every frame in forward mode, as the
-// reference does on speech that never favours the backward-adaptive filter:
-// those sets are bit-exact in full, and the sets where the reference switches
-// to backward mode are bit-exact up to the first backward frame.  The decoder
-// rows (the Annex E post filter and backward mode are not built) are reported
-// as pending.
-int first_difference(const std::string& note) {
-    const std::string key = "first difference: frame ";
-    const size_t at = note.find(key);
-    return at == std::string::npos ? -1 : std::atoi(note.c_str() + at + key.size());
-}
-
-TEST(G729EVectors, ForwardModeEncoderIsBitExact) {
-    const std::string dir = kvosc::test::vector_dir_or_skip("g729e");
-    if (dir.empty()) return;
-    const Coder* coder = find_coder("g729e");
-    ASSERT_NE(coder, nullptr);
-    // Set, and the first frame the reference codes in backward mode (-1: none).
-    const std::pair<std::string, int> kSets[] = {{"algthme", -1}, {"fixed35", -1}, {"lspe", -1},
-                                                 {"ovpitch", -1}, {"fixed44", 54}, {"pitche", 20},
-                                                 {"switch", 197}};
-    std::string pending;
-    int encoders = 0;
-    for (const VerifyRow& row : coder->verify(dir)) {
-        SCOPED_TRACE(row.set + ": " + row.note);
-        if (row.skipped) continue;
-        EXPECT_GT(row.frames, 0);
-        if (row.set.find(" encoder") == std::string::npos) {
-            if (row.mismatched != 0) pending += "\n  " + row.set + ": " + row.note;
-            continue;
-        }
-        const std::string set = row.set.substr(0, row.set.find(' '));
-        const auto it = std::find_if(std::begin(kSets), std::end(kSets),
-                                     [&](const auto& e) { return e.first == set; });
-        ASSERT_NE(it, std::end(kSets));
-        ++encoders;
-        if (it->second < 0)
-            EXPECT_EQ(row.mismatched, 0);
-        else
-            EXPECT_EQ(first_difference(row.note), it->second);
-    }
-    EXPECT_EQ(encoders, 7);
-    if (!pending.empty()) GTEST_SKIP() << "11.8 kbit/s decoder sets not yet bit-exact:" << pending;
-}
-
-// A voiced, noisy, pausing test signal.
 std::vector<int16_t> test_signal(int frames) {
-    std::mt19937 rng(64);
-    std::normal_distribution<double> nd(0.0, 1.0);
-    std::vector<int16_t> pcm(80 * frames);
-    double y1 = 0, y2 = 0;
-    for (size_t i = 0; i < pcm.size(); ++i) {
-        const double env = (i / 1600) % 4 == 3 ? 0.0 : 1.0;
-        const double pulse = (i % 57) == 0 ? 6000.0 : 0.0;
-        const double x = pulse + 300 * nd(rng);
-        const double y = x + 1.6 * y1 - 0.85 * y2;
-        y2 = y1, y1 = y;
-        pcm[i] = static_cast<int16_t>(std::clamp(env * y, -32768.0, 32767.0));
-    }
-    return pcm;
+    return kvosc::test::speech_like(80 * frames, 64, 12000, 8000);
 }
 
-Options opts(std::initializer_list<std::pair<std::string, std::string>> kv) {
-    Options o;
-    for (const auto& p : kv) o.values.push_back(p);
-    return o;
+Options opts(std::vector<std::pair<std::string, std::string>> kv) {
+    return Options{std::move(kv)};
 }
 
 // The packed stream holds, per frame, a length octet and the same bits as the
