@@ -54,6 +54,15 @@ std::vector<int16_t> our_decode(KvoSpeechRate rate, int law, const std::vector<u
     return y;
 }
 
+// The peer's encoder reads G.711 bytes through its sample pointer.
+std::vector<uint8_t> peer_encode(int bps, int coding, const int16_t* x, size_t n) {
+    g726_state_t* s = g726_init(nullptr, bps, coding, G726_PACKING_NONE);
+    std::vector<uint8_t> c(n);
+    g726_encode(s, c.data(), x, static_cast<int>(n));
+    g726_free(s);
+    return c;
+}
+
 // The peer's decoder writes G.711 bytes, one per byte, into its sample buffer.
 std::vector<int> peer_decode(int bps, int coding, const std::vector<uint8_t>& c) {
     g726_state_t* s = g726_init(nullptr, bps, coding, G726_PACKING_NONE);
@@ -68,19 +77,19 @@ std::vector<int> peer_decode(int bps, int coding, const std::vector<uint8_t>& c)
     return out;
 }
 
+std::vector<int16_t> fourteen_bits(const std::vector<int16_t>& x) {
+    std::vector<int16_t> x14(x.size());
+    for (size_t i = 0; i < x.size(); ++i) x14[i] = static_cast<int16_t>(x[i] >> 2);
+    return x14;
+}
+
 TEST(G726Peer, EncoderMatchesOnLinearAndCompandedInput) {
-    const std::vector<int16_t> x = test_signal();
+    const std::vector<int16_t> x = test_signal(), x14 = fourteen_bits(x);
     for (const auto& r : kRates) {
         SCOPED_TRACE(r.kbps);
         // Linear: the peer takes 16-bit samples and drops the two low bits.
-        std::vector<int16_t> x14(x.size());
-        for (size_t i = 0; i < x.size(); ++i) x14[i] = static_cast<int16_t>(x[i] >> 2);
-        g726_state_t* s =
-            g726_init(nullptr, r.kbps * 1000, G726_ENCODING_LINEAR, G726_PACKING_NONE);
-        std::vector<uint8_t> peer(x.size());
-        g726_encode(s, peer.data(), x.data(), static_cast<int>(x.size()));
-        g726_free(s);
-        EXPECT_EQ(our_encode(r.code, x14), peer);
+        EXPECT_EQ(our_encode(r.code, x14),
+                  peer_encode(r.kbps * 1000, G726_ENCODING_LINEAR, x.data(), x.size()));
 
         // G.711 input: the peer expands the bytes itself; we give it the same
         // expansion (the peer's own A-law / mu-law round trip) on 14 bits.
@@ -90,23 +99,21 @@ TEST(G726Peer, EncoderMatchesOnLinearAndCompandedInput) {
             std::vector<int16_t> in14(x.size());
             for (size_t i = 0; i < x.size(); ++i) {
                 in8[i] = a ? linear_to_alaw(x[i]) : linear_to_ulaw(x[i]);
-                in14[i] = static_cast<int16_t>((a ? alaw_to_linear(in8[i]) : ulaw_to_linear(in8[i])) >> 2);
+                in14[i] = static_cast<int16_t>(
+                    (a ? alaw_to_linear(in8[i]) : ulaw_to_linear(in8[i])) >> 2);
             }
-            g726_state_t* t = g726_init(nullptr, r.kbps * 1000, coding, G726_PACKING_NONE);
-            g726_encode(t, peer.data(), reinterpret_cast<const int16_t*>(in8.data()),
-                        static_cast<int>(in8.size()));
-            g726_free(t);
-            EXPECT_EQ(our_encode(r.code, in14), peer) << "coding " << coding;
+            EXPECT_EQ(our_encode(r.code, in14),
+                      peer_encode(r.kbps * 1000, coding,
+                                  reinterpret_cast<const int16_t*>(in8.data()), in8.size()))
+                << "coding " << coding;
         }
     }
 }
 
 TEST(G726Peer, DecoderMatchesExceptLinearBeyondFourteenBits) {
-    const std::vector<int16_t> x = test_signal();
+    const std::vector<int16_t> x14 = fourteen_bits(test_signal());
     for (const auto& r : kRates) {
         SCOPED_TRACE(r.kbps);
-        std::vector<int16_t> x14(x.size());
-        for (size_t i = 0; i < x.size(); ++i) x14[i] = static_cast<int16_t>(x[i] >> 2);
         const std::vector<uint8_t> codes = our_encode(r.code, x14);
 
         // A-law and mu-law outputs, tandem adjustment included: bit for bit.

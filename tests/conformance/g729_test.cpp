@@ -61,7 +61,8 @@ std::vector<int16_t> speech_with_pauses(int seconds, unsigned seed) {
             if (phase >= 1) phase -= 1;
             for (int k = 0; k < 2; ++k) {
                 const double r = std::exp(-M_PI * 100 / 8000);
-                const double y = x + 2 * r * std::cos(2 * M_PI * f[k] / 8000) * y1[k] - r * r * y2[k];
+                const double y =
+                    x + 2 * r * std::cos(2 * M_PI * f[k] / 8000) * y1[k] - r * r * y2[k];
                 y2[k] = y1[k];
                 y1[k] = y;
                 s += y * 3000 / (k + 1);
@@ -95,7 +96,8 @@ std::vector<Frame> our_encode(bool dtx, const std::vector<int16_t>& pcm) {
         int16_t prm[g729::kParams];
         uint8_t b[g729::kPackedBytes];
         int type = 1;
-        EXPECT_TRUE(dtx ? encB.frame(pcm.data() + at, prm, &type) : enc.frame(pcm.data() + at, prm));
+        EXPECT_TRUE(dtx ? encB.frame(pcm.data() + at, prm, &type)
+                        : enc.frame(pcm.data() + at, prm));
         Frame f{type, {}};
         if (type == 1) g729::pack(prm, b), f.bytes.assign(b, b + g729::kPackedBytes);
         if (type == 2) g729b::packSid(prm, b), f.bytes.assign(b, b + g729b::kSidBytes);
@@ -353,8 +355,8 @@ TEST(G729Coder, DtxOnStationaryNoise) {
                     eout += double(out[i]) * out[i];
                 }
             }
-            const size_t inactive = std::count_if(types.begin() + 200, types.end(),
-                                                  [](int t) { return t != 1; });
+            const size_t inactive =
+                std::count_if(types.begin() + 200, types.end(), [](int t) { return t != 1; });
             EXPECT_GT(inactive, (types.size() - 200) * 9 / 10);
             ASSERT_GT(ein, 0);
             EXPECT_LT(std::abs(10 * std::log10(eout / ein)), 3.0);

@@ -21,9 +21,9 @@ using namespace kvosc::coders;
 struct VectorCase {
     const char* coder;
     const char* folder;
-    int min_sets;             // sets that must have been compared
-    long frames = 0;          // exact frame count of every set, 0: any
-    const long* at_least{};   // per set: frames that must match (null: all of them)
+    int min_sets;            // sets that must have been compared
+    long frames = 0;         // exact frame count of every set, 0: any
+    const long* at_least{};  // per set: frames that must match (null: all of them)
 };
 
 // G.728: the excitation gain is computed in double precision where the
@@ -60,7 +60,8 @@ TEST_P(Vectors, EverySetMatches) {
 INSTANTIATE_TEST_SUITE_P(
     Coders, Vectors,
     ::testing::Values(VectorCase{"g722", "g722", 5},  // encoder twice, decoder at modes 1..3
-                      VectorCase{"g726", "g726", 100}, VectorCase{"g728", "g728", 11, 0, kG728AtLeast},
+                      VectorCase{"g726", "g726", 100},
+                      VectorCase{"g728", "g728", 11, 0, kG728AtLeast},
                       VectorCase{"g729", "g729", 10}, VectorCase{"g729a", "g729a", 10},
                       VectorCase{"g729b", "g729b", 8}, VectorCase{"g729ab", "g729b", 8},
                       VectorCase{"g729d", "g729d", 6, 1176}, VectorCase{"g729i", "g729d", 6, 1176},

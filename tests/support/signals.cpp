@@ -43,7 +43,8 @@ std::vector<int16_t> white_noise(int n, int amp, uint32_t seed) {
 
 std::vector<int16_t> square(int n, int period, int amp) {
     std::vector<int16_t> s(n);
-    for (int i = 0; i < n; ++i) s[i] = static_cast<int16_t>((i / (period / 2)) % 2 ? -amp - 1 : amp);
+    for (int i = 0; i < n; ++i)
+        s[i] = static_cast<int16_t>((i / (period / 2)) % 2 ? -amp - 1 : amp);
     return s;
 }
 
