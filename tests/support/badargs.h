@@ -52,33 +52,29 @@ class BadArgs {
     BadArgs(const BadArgs&) = delete;
     BadArgs& operator=(const BadArgs&) = delete;
 
-    // ---- pointer arguments ----------------------------------------------
-    // Read-only vector of `count` elements, pseudo-random unless data is given.
-    // `lead` elements before the pointer belong to the argument too (history
-    // that the function reads before its input pointer); data then holds
-    // lead + count elements.
+    // Pointers: an input of `count` elements (pseudo-random unless data is
+    // given; `lead` elements before the pointer belong to it too, data then
+    // holds lead + count), a canary-filled output, a vector read and written,
+    // a state record of `bytes` prepared by init(record) before every call.
+    // clang-format off
     template <class T>
     Ptr<T> in(const char* name, size_t count, std::vector<T> data = {}, size_t lead = 0) {
         return add_ptr<T>(name, Kind::In, count, std::move(data), lead);
     }
-    // Output vector: canary-filled before each call.
     template <class T>
-    Ptr<T> out(const char* name, size_t count) {
-        return add_ptr<T>(name, Kind::Out, count, {}, 0);
-    }
-    // Vector read and written (the _I forms, history buffers).
+    Ptr<T> out(const char* name, size_t count) { return add_ptr<T>(name, Kind::Out, count, {}, 0); }
     template <class T>
     Ptr<T> inout(const char* name, size_t count, std::vector<T> data = {}, size_t lead = 0) {
         return add_ptr<T>(name, Kind::InOut, count, std::move(data), lead);
     }
-    // State record of `bytes` bytes, prepared by init(record) before every call.
+    // clang-format on
     Ptr<void> state(const char* name, size_t bytes, std::function<void(void*)> init) {
         Ptr<void> p = add_ptr<uint8_t, void>(name, Kind::State, bytes, {}, 0);
         args_[p.id].init = std::move(init);
         return p;
     }
 
-    // ---- value arguments ---------------------------------------------------
+    // A value argument: its good value and each bad value with its status.
     template <class T>
     Val<T> value(const char* name, T good,
                  std::initializer_list<std::pair<T, KvoStatus>> bad = {}) {
@@ -96,7 +92,6 @@ class BadArgs {
         return Val<T>{args_.size() - 1};
     }
 
-    // ---- cases ---------------------------------------------------------------
     // clang-format off
     template <class P> Fault null(P p) const { return {p.id, -1}; }
     template <class T> Fault bad(Val<T> v, int k) const { return {v.id, k}; }
@@ -146,7 +141,8 @@ class BadArgs {
         for (const Case& c : cases()) {
             ++rep.cases;
             prepare();
-            std::vector<std::vector<uint8_t>> before = snapshot();
+            std::vector<std::vector<uint8_t>> before;
+            for (const Arg& a : args_) before.push_back(a.storage);
             int got = static_cast<int>(f(Call(this, c.faults)));
             if (!verify(c, got, before)) ++rep.failures;
         }
@@ -160,8 +156,7 @@ class BadArgs {
     struct Arg {
         std::string name;
         Kind kind = Kind::In;
-        // pointers
-        size_t elem = 1, count = 0, lead = 0;  // lead elements before the pointer
+        size_t elem = 1, count = 0, lead = 0;  // pointers: lead elements before the pointer
         std::vector<uint8_t> data;             // initial contents (lead + count elements)
         std::function<void(void*)> init;
         bool nullable = true;
@@ -169,8 +164,7 @@ class BadArgs {
         std::vector<uint8_t> storage;  // guard | lead+count elements | guard
         uint8_t* region = nullptr;     // start of the argument's bytes (at lead)
         uint8_t* ptr = nullptr;        // what the function receives
-        // values
-        std::vector<uint8_t> good;
+        std::vector<uint8_t> good;     // values
         std::vector<std::vector<uint8_t>> bad;
         std::vector<KvoStatus> bad_status;
         std::vector<std::string> bad_text;
@@ -196,19 +190,14 @@ class BadArgs {
         a.count = count;
         a.lead = lead;
         size_t bytes = (lead + count) * sizeof(E);
+        a.data.resize(bytes);
         if (!data.empty()) {
             EXPECT_EQ(data.size(), lead + count) << function_ << ": data of " << name;
             data.resize(lead + count);
-            a.data.resize(bytes);
             std::memcpy(a.data.data(), data.data(), bytes);
-        } else {
-            // Deterministic pseudo-random contents, different for each argument.
-            a.data.resize(bytes);
+        } else {  // deterministic pseudo-random contents, different for each argument
             uint32_t s = 0x9e3779b9u * static_cast<uint32_t>(args_.size() + 1);
-            for (auto& x : a.data) {
-                s = s * 1664525u + 1013904223u;
-                x = static_cast<uint8_t>(s >> 24);
-            }
+            for (auto& x : a.data) x = static_cast<uint8_t>((s = s * 1664525u + 1013904223u) >> 24);
         }
         // 64-byte aligned start after the front guard.
         a.storage.resize(kGuard + bytes + kGuard + 64);
@@ -233,12 +222,6 @@ class BadArgs {
                 std::memcpy(a.region, a.data.data(), a.data.size());
             if (a.kind == Kind::State && a.init) a.init(a.ptr);
         }
-    }
-
-    std::vector<std::vector<uint8_t>> snapshot() const {
-        std::vector<std::vector<uint8_t>> s;
-        for (const Arg& a : args_) s.push_back(a.storage);
-        return s;
     }
 
     std::vector<Case> cases() const {
