@@ -246,61 +246,26 @@ TEST(G729Coder, PackingFollowsTheTransmissionOrder) {
     }
 }
 
-TEST(G729Coder, StreamFormatsAndOptions) {
-    const Coder* coder = find_coder("g729a");
-    const std::vector<int16_t> pcm = speech_with_pauses(1, 3);
-    const Options itu{{{"format", "itu"}}};
-    std::vector<uint8_t> packed, words;
-    std::string error;
-    ASSERT_TRUE(coder->encode(Options{}, pcm, packed, error)) << error;
-    ASSERT_TRUE(coder->encode(itu, pcm, words, error)) << error;
-    EXPECT_EQ(packed.size(), pcm.size() / 80 * 10);
-    EXPECT_EQ(words.size(), pcm.size() / 80 * 164);
-    // The same frames either way, and the same decoded signal.
-    std::vector<int16_t> a, b;
-    ASSERT_TRUE(coder->decode(Options{}, packed, a, error)) << error;
-    ASSERT_TRUE(coder->decode(itu, words, b, error)) << error;
-    EXPECT_EQ(a, b);
-    // A frame flagged bad by its sync word is concealed like one with missing bits.
-    std::vector<int16_t> flagged = words_from_bytes(words), zeroed = flagged;
-    flagged[5 * 82] = 0x6b20;
-    std::fill(zeroed.begin() + 5 * 82 + 2, zeroed.begin() + 6 * 82, 0);
-    const std::vector<int16_t> clean = a;
-    ASSERT_TRUE(coder->decode(itu, bytes_from_words(flagged), a, error));
-    ASSERT_TRUE(coder->decode(itu, bytes_from_words(zeroed), b, error));
-    EXPECT_EQ(a, b);
-    EXPECT_TRUE(std::equal(a.begin(), a.begin() + 400, clean.begin()));
-    EXPECT_FALSE(std::equal(a.begin() + 400, a.begin() + 480, clean.begin() + 400));
-    // A partial last frame is padded with zeros.
-    ASSERT_TRUE(coder->encode(Options{}, std::vector<int16_t>(pcm.begin(), pcm.begin() + 123),
-                              packed, error));
-    EXPECT_EQ(packed.size(), 20u);
-    EXPECT_FALSE(coder->encode(Options{{{"format", "rtp"}}}, pcm, packed, error));
-    EXPECT_FALSE(error.empty());
-    error.clear();
-    packed.pop_back();
-    EXPECT_FALSE(coder->decode(Options{}, packed, a, error));
-    EXPECT_FALSE(error.empty());
-}
-
-// With DTX the packed stream holds a type octet per frame and 10, 2 or 0
-// octets after it, the ITU stream the same types through its size words.
-TEST(G729Coder, DtxFormatsCarryTheSameFramesAndRejectBadInput) {
+// The ITU stream holds a sync word, a size word (80 speech, 16 SID, 0
+// untransmitted) and the bit words per frame; the packed stream 10 octets per
+// frame, or with DTX a type octet per frame and 10, 2 or 0 octets after it.
+TEST(G729Coder, StreamFormatsCarryTheSameFramesAndRejectBadInput) {
     const std::vector<int16_t> pcm = speech_with_pauses(6, 5);
     const Options itu{{{"format", "itu"}}}, packed{{{"format", "packed"}}};
-    for (const char* name : {"g729b", "g729ab"}) {
+    for (const char* name : {"g729a", "g729b", "g729ab"}) {
         SCOPED_TRACE(name);
         const Coder* coder = find_coder(name);
+        const bool dtx = name[4] == 'b' || name[5] == 'b';
         std::vector<uint8_t> sItu, sPacked;
         std::string error;
         ASSERT_TRUE(coder->encode(itu, pcm, sItu, error)) << error;
         ASSERT_TRUE(coder->encode(packed, pcm, sPacked, error)) << error;
         std::vector<int> typesPacked, typesItu;
         for (size_t at = 0; at < sPacked.size();) {
-            const int t = sPacked[at];
+            const int t = dtx ? sPacked[at++] : 1;
             ASSERT_LE(t, 2);
             typesPacked.push_back(t);
-            at += 1 + (t == 1 ? 10 : t == 2 ? 2 : 0);
+            at += t == 1 ? 10 : t == 2 ? 2 : 0;
         }
         const std::vector<int16_t> words = words_from_bytes(sItu);
         for (size_t at = 0; at < words.size(); at += 2 + words[at + 1]) {
@@ -309,20 +274,37 @@ TEST(G729Coder, DtxFormatsCarryTheSameFramesAndRejectBadInput) {
         }
         EXPECT_EQ(typesPacked, typesItu);
         EXPECT_EQ(typesPacked.size(), pcm.size() / 80);
-        for (int t : {0, 1, 2}) EXPECT_NE(std::count(typesPacked.begin(), typesPacked.end(), t), 0);
-        std::vector<int16_t> aItu, aPacked;
-        ASSERT_TRUE(coder->decode(itu, sItu, aItu, error)) << error;
-        ASSERT_TRUE(coder->decode(packed, sPacked, aPacked, error)) << error;
-        EXPECT_EQ(aItu, aPacked);
-        EXPECT_EQ(aItu.size(), pcm.size());
+        for (int t : {0, 1, 2})
+            EXPECT_EQ(std::count(typesPacked.begin(), typesPacked.end(), t) != 0, dtx || t == 1);
+        std::vector<int16_t> a, b;
+        ASSERT_TRUE(coder->decode(itu, sItu, a, error)) << error;
+        ASSERT_TRUE(coder->decode(packed, sPacked, b, error)) << error;
+        EXPECT_EQ(a, b);
+        EXPECT_EQ(a.size(), pcm.size());
         std::vector<uint8_t> bad;
         EXPECT_FALSE(coder->encode(Options{{{"format", "rtp"}}}, pcm, bad, error));
         EXPECT_FALSE(error.empty());
         error.clear();
-        EXPECT_FALSE(coder->decode(packed, {sPacked.begin(), sPacked.begin() + 5}, aPacked, error));
+        EXPECT_FALSE(coder->decode(packed, {sPacked.begin(), sPacked.begin() + 5}, b, error));
         EXPECT_FALSE(error.empty());
-        sPacked[0] = 7;
-        EXPECT_FALSE(coder->decode(packed, sPacked, aPacked, error));
+        if (dtx) {
+            sPacked[0] = 7;
+            EXPECT_FALSE(coder->decode(packed, sPacked, b, error));
+            continue;
+        }
+        // A frame flagged bad by its sync word is concealed like one with missing bits.
+        error.clear();
+        std::vector<int16_t> flagged = words, zeroed = words, c;
+        flagged[5 * 82] = 0x6b20;
+        std::fill(zeroed.begin() + 5 * 82 + 2, zeroed.begin() + 6 * 82, 0);
+        ASSERT_TRUE(coder->decode(itu, bytes_from_words(flagged), b, error));
+        ASSERT_TRUE(coder->decode(itu, bytes_from_words(zeroed), c, error));
+        EXPECT_EQ(b, c);
+        EXPECT_TRUE(std::equal(b.begin(), b.begin() + 400, a.begin()));
+        EXPECT_FALSE(std::equal(b.begin() + 400, b.begin() + 480, a.begin() + 400));
+        // A partial last frame is padded with zeros.
+        ASSERT_TRUE(coder->encode(packed, {pcm.begin(), pcm.begin() + 123}, bad, error));
+        EXPECT_EQ(bad.size(), 20u);
     }
 }
 

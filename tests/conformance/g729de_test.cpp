@@ -1,7 +1,7 @@
 // Multi-rate G.729 coders (6.4 kbit/s Annex D, 8 kbit/s, 11.8 kbit/s Annex E),
 // beside the vector sets checked with the other coders': the two stream
 // formats against an independent bit-string model, frame lengths by rate,
-// 8 kbit/s frames against the main body, and the option checks.
+// 8 kbit/s frames against the main body.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -84,26 +84,6 @@ TEST(G729Multirate, EightKbitFramesMatchTheMainBody) {
     ASSERT_TRUE(main->decode(opts({{"format", "itu"}}), s1, d1, err)) << err;
     ASSERT_TRUE(multi->decode(opts({{"format", "itu"}}), s1, d2, err)) << err;
     EXPECT_EQ(d1, d2);
-}
-
-TEST(G729Multirate, RejectsBadOptionsAndStreams) {
-    const Coder* coder = find_coder("g729i");
-    const std::vector<int16_t> pcm(160, 0);
-    std::vector<uint8_t> out;
-    std::vector<int16_t> dec;
-    std::string err;
-    EXPECT_FALSE(coder->encode(opts({{"rate", "7"}}), pcm, out, err));
-    EXPECT_NE(err.find("--rate"), std::string::npos);
-    err.clear();
-    EXPECT_FALSE(coder->encode(opts({{"format", "wav"}}), pcm, out, err));
-    EXPECT_NE(err.find("--format"), std::string::npos);
-    err.clear();
-    EXPECT_FALSE(coder->decode(opts({}), {9, 0, 0}, dec, err));  // no 9-octet rate
-    EXPECT_FALSE(err.empty());
-    err.clear();
-    const std::vector<uint8_t> truncated = {8, 1, 2, 3};
-    EXPECT_FALSE(coder->decode(opts({}), truncated, dec, err));
-    EXPECT_FALSE(err.empty());
 }
 
 }  // namespace

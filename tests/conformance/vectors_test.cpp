@@ -2,6 +2,7 @@
 // one row per coder: each set the coder's verify step finds (encoder and
 // decoder) must match bit for bit, and at least the listed number of sets must
 // have been compared.  A missing vector folder skips, or fails under CI=true.
+// Then the coders' rejection of bad options and ragged streams.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -123,6 +124,38 @@ TEST(G726Vectors, ItuFormatMapsVectorFileToVectorFile) {
             ASSERT_TRUE(find_coder("g726")->decode(opt, codes, pcm, err)) << err;
             EXPECT_EQ(bytes_from_words(pcm), out);
         }
+    }
+}
+
+// Each row: a coder, its options and a stream to decode (none: encode 160
+// zero samples); the call must fail with a message naming the fault.
+TEST(Coders, RejectBadOptionsAndRaggedStreams) {
+    const struct {
+        const char* coder;
+        Options opt;
+        std::vector<uint8_t> stream;
+        const char* message = "";
+    } rows[] = {{"g722", {{{"mode", "4"}}}, {}},
+                {"g722", {{{"format", "rtp"}}}, {1, 2}},
+                {"g726", {{{"rate", "33"}}}, {}},
+                {"g728", {{{"postfilter", "maybe"}}}, {}},
+                {"g729i", {{{"rate", "7"}}}, {}, "--rate"},
+                {"g729i", {{{"format", "wav"}}}, {}, "--format"},
+                {"g729i", {}, {9, 0, 0}},  // no 9-octet rate
+                {"g729i", {}, {8, 1, 2, 3}},
+                {"gsmfr", {{{"format", "amr"}}}, {}},
+                {"gsmfr", {{{"format", "rtp"}}}, std::vector<uint8_t>(32)},
+                {"gsmfr", {{{"format", "etsi"}}}, std::vector<uint8_t>(151)},
+                {"gsmfr", {{{"format", "wav49"}}}, std::vector<uint8_t>(66)}};
+    for (const auto& r : rows) {
+        SCOPED_TRACE(std::string(r.coder) + " " + ::testing::PrintToString(r.opt.values));
+        std::vector<int16_t> pcm(160);
+        std::vector<uint8_t> stream;
+        std::string err;
+        EXPECT_FALSE(r.stream.empty() ? find_coder(r.coder)->encode(r.opt, pcm, stream, err)
+                                      : find_coder(r.coder)->decode(r.opt, r.stream, pcm, err));
+        EXPECT_NE(err.find(r.message), std::string::npos) << err;
+        EXPECT_FALSE(err.empty());
     }
 }
 
