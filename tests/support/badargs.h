@@ -12,8 +12,8 @@
 //   auto len = t.value<Kvo32s>("len", 40, {{0, kvoErrSize}, {-1, kvoErrSize}});
 //   t.run([&](const kvosc::test::BadArgs::Call& c) { return f(c(a), c(y), c(len)); });
 //
-// Options: t.optional(p) (null is legal), t.null_status(p, st), t.valid_status(st),
-// t.skip_valid_call(), t.nulls_first(false), t.combo(st, {t.null(p), t.bad(v, k)})
+// Options: t.optional(p) (null is legal), t.valid_status(st),
+// t.combo(st, {t.null(p), t.bad(v, k)})
 // (k: index of the bad value in its list), t.state("pState", bytes, init) for a
 // record prepared by init before every case.
 #pragma once
@@ -25,7 +25,6 @@
 #include <cstring>
 #include <functional>
 #include <initializer_list>
-#include <optional>
 #include <sstream>
 #include <string>
 #include <type_traits>
@@ -96,14 +95,11 @@ class BadArgs {
     template <class P> Fault null(P p) const { return {p.id, -1}; }
     template <class T> Fault bad(Val<T> v, int k) const { return {v.id, k}; }
     template <class P> void optional(P p) { args_[p.id].nullable = false; }
-    template <class P> void null_status(P p, KvoStatus st) { args_[p.id].null_status = st; }
     // clang-format on
     void combo(KvoStatus expected, std::vector<Fault> faults) {
         extra_.push_back({std::move(faults), expected});
     }
     void valid_status(KvoStatus st) { valid_ = st; }
-    void skip_valid_call() { valid_.reset(); }
-    void nulls_first(bool on) { nulls_first_ = on; }
 
     // What the callable receives: c(ptr) and c(value) give the argument of
     // the current case.
@@ -160,7 +156,6 @@ class BadArgs {
         std::vector<uint8_t> data;             // initial contents (lead + count elements)
         std::function<void(void*)> init;
         bool nullable = true;
-        KvoStatus null_status = kvoErrNullPtr;
         std::vector<uint8_t> storage;  // guard | lead+count elements | guard
         uint8_t* region = nullptr;     // start of the argument's bytes (at lead)
         uint8_t* ptr = nullptr;        // what the function receives
@@ -225,21 +220,19 @@ class BadArgs {
     }
 
     std::vector<Case> cases() const {
-        std::vector<Case> out;
-        if (valid_) out.push_back({{}, *valid_});
+        std::vector<Case> out{Case{{}, valid_}};
         for (size_t k = 0; k < args_.size(); ++k)
             if (args_[k].kind != Kind::Value && args_[k].nullable)
-                out.push_back({{{k, -1}}, args_[k].null_status});
+                out.push_back({{{k, -1}}, kvoErrNullPtr});
         for (size_t k = 0; k < args_.size(); ++k)
             for (size_t b = 0; b < args_[k].bad.size(); ++b)
                 out.push_back({{{k, static_cast<int>(b)}}, args_[k].bad_status[b]});
-        if (nulls_first_)
-            for (size_t p = 0; p < args_.size(); ++p) {
-                if (args_[p].kind == Kind::Value || !args_[p].nullable) continue;
-                for (size_t k = 0; k < args_.size(); ++k)
-                    for (size_t b = 0; b < args_[k].bad.size(); ++b)
-                        out.push_back({{{p, -1}, {k, static_cast<int>(b)}}, args_[p].null_status});
-            }
+        for (size_t p = 0; p < args_.size(); ++p) {  // a null pointer wins over a bad value
+            if (args_[p].kind == Kind::Value || !args_[p].nullable) continue;
+            for (size_t k = 0; k < args_.size(); ++k)
+                for (size_t b = 0; b < args_[k].bad.size(); ++b)
+                    out.push_back({{{p, -1}, {k, static_cast<int>(b)}}, kvoErrNullPtr});
+        }
         for (const Case& c : extra_) out.push_back(c);
         return out;
     }
@@ -293,8 +286,7 @@ class BadArgs {
     std::string function_;
     std::vector<Arg> args_;
     std::vector<Case> extra_;
-    std::optional<KvoStatus> valid_ = kvoOk;
-    bool nulls_first_ = true;
+    KvoStatus valid_ = kvoOk;
 };
 
 }  // namespace kvosc::test
