@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "coders/coder.h"
+#include "conformance/coding.h"
 #include "support/paths.h"
 #include "support/signals.h"
 #include "support/vectors.h"
@@ -22,22 +22,11 @@ namespace {
 using namespace kvosc::coders;
 namespace kt = kvosc::test;
 
-const Coder& g722() {
-    return *find_coder("g722");
-}
-
 std::vector<uint8_t> our_encode(const std::vector<int16_t>& pcm, const Options& opt = {}) {
-    std::vector<uint8_t> codes;
-    std::string err;
-    EXPECT_TRUE(g722().encode(opt, pcm, codes, err)) << err;
-    return codes;
+    return kvosc::conformance::encode("g722", opt, pcm);
 }
-
 std::vector<int16_t> our_decode(const std::vector<uint8_t>& codes, const Options& opt = {}) {
-    std::vector<int16_t> pcm;
-    std::string err;
-    EXPECT_TRUE(g722().decode(opt, codes, pcm, err)) << err;
-    return pcm;
+    return kvosc::conformance::decode("g722", opt, codes);
 }
 
 TEST(G722Coder, ItuFormatHoldsOneCodePerWord) {

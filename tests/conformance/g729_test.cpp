@@ -369,7 +369,7 @@ TEST(G729Coder, DecodersAcceptAnyBitsAndErasures) {
 
 TEST(G729Coder, FramesAllocateNothing) {
     ASSERT_TRUE(kvosc::test::allocation_counting_available());
-    const std::vector<int16_t> pcm = speech_with_pauses(1, 3);
+    const std::vector<int16_t> pcm = kvosc::test::speech_like(8000, 3, 12000, 8000);
     for (bool annexA : {false, true}) {
         g729::Encoder enc(annexA);
         g729::Decoder dec(annexA);

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "coders/coder.h"
+#include "conformance/coding.h"
 #include "support/signals.h"
 #include "support/vectors.h"
 
@@ -20,17 +20,13 @@
 
 namespace {
 
-using kvosc::coders::Coder;
-using kvosc::coders::Options;
-
 namespace kt = kvosc::test;
 
-const Coder& gsmfr() {
-    return *kvosc::coders::find_coder("gsmfr");
+std::vector<uint8_t> encode(const char* format, const std::vector<int16_t>& pcm) {
+    return kvosc::conformance::encode("gsmfr", {{{"format", format}}}, pcm);
 }
-
-Options format(const std::string& f) {
-    return Options{{{"format", f}}};
+std::vector<int16_t> decode(const char* format, const std::vector<uint8_t>& stream) {
+    return kvosc::conformance::decode("gsmfr", {{{"format", format}}}, stream);
 }
 
 // Homing frames in mid-stream bring encoder and decoder back to their start
@@ -44,18 +40,15 @@ TEST(GsmFrHoming, MidStreamHomingFramesResetEveryState) {
         for (const auto* p : parts) v.insert(v.end(), p->begin(), p->end());
         return v;
     };
-    std::vector<uint8_t> s1, s2;
-    std::vector<int16_t> d1, d2;
-    std::string err;
     // Two homing frames: the first resets the encoder, the second is then
     // coded from the start state as the decoder homing frame.
-    ASSERT_TRUE(gsmfr().encode(format("etsi"), concat({&before, &ehf, &ehf, &after}), s1, err));
-    ASSERT_TRUE(gsmfr().encode(format("etsi"), concat({&ehf, &after}), s2, err));
+    const auto s1 = encode("etsi", concat({&before, &ehf, &ehf, &after})),
+               s2 = encode("etsi", concat({&ehf, &after}));
     ASSERT_EQ(s1.size(), 52 * 152u);
     EXPECT_TRUE(std::equal(s2.begin(), s2.end(), s1.end() - s2.size()));
     // The decoder homes on that frame and then follows a fresh one.
-    ASSERT_TRUE(gsmfr().decode(format("etsi"), s1, d1, err));
-    ASSERT_TRUE(gsmfr().decode(format("etsi"), s2, d2, err));
+    const auto d1 = decode("etsi", s1), d2 = decode("etsi", s2);
+    ASSERT_EQ(d2.size(), 21 * 160u);
     EXPECT_TRUE(std::equal(d2.begin() + 160, d2.end(), d1.end() - (d2.size() - 160)));
     // A decoder in its start state answers the homing frame with the encoder homing frame.
     EXPECT_TRUE(std::equal(d2.begin(), d2.begin() + 160, ehf.begin()));
@@ -113,15 +106,11 @@ TEST(GsmFrPeer, StreamsAndSamplesEqualLibgsm) {
                    {"sweep -20 dB", kt::sweep(n, 3277, 8000)}};
     for (const auto& sig : signals) {
         SCOPED_TRACE(sig.name);
-        std::vector<uint8_t> ours, wav49;
-        std::vector<int16_t> ourPcm;
-        std::string err;
-        ASSERT_TRUE(gsmfr().encode(format("rtp"), sig.pcm, ours, err)) << err;
-        ASSERT_TRUE(gsmfr().encode(format("wav49"), sig.pcm, wav49, err)) << err;
-        ASSERT_TRUE(gsmfr().decode(format("rtp"), ours, ourPcm, err)) << err;
+        const auto ours = encode("rtp", sig.pcm);
         EXPECT_EQ(kt::first_mismatch(ours, peer_encode(sig.pcm, false)), -1) << "stream octet";
-        EXPECT_EQ(kt::first_mismatch(wav49, peer_encode(sig.pcm, true)), -1) << "wav49 octet";
-        EXPECT_EQ(kt::first_mismatch(ourPcm, peer_decode(ours)), -1) << "decoded sample";
+        EXPECT_EQ(kt::first_mismatch(encode("wav49", sig.pcm), peer_encode(sig.pcm, true)), -1)
+            << "wav49 octet";
+        EXPECT_EQ(kt::first_mismatch(decode("rtp", ours), peer_decode(ours)), -1) << "sample";
     }
 }
 
@@ -131,10 +120,7 @@ TEST(GsmFrPeer, RandomFramesDecodeAsLibgsm) {
     std::vector<uint8_t> stream(2000 * 33);
     for (size_t i = 0; i < stream.size(); ++i)
         stream[i] = static_cast<uint8_t>(i % 33 ? rng() : 0xD0 | (rng() & 0x0F));
-    std::vector<int16_t> ours;
-    std::string err;
-    ASSERT_TRUE(gsmfr().decode(format("rtp"), stream, ours, err)) << err;
-    EXPECT_EQ(kt::first_mismatch(ours, peer_decode(stream)), -1) << "decoded sample";
+    EXPECT_EQ(kt::first_mismatch(decode("rtp", stream), peer_decode(stream)), -1) << "sample";
 }
 #else
 TEST(GsmFrPeer, Libgsm) {
