@@ -1,19 +1,18 @@
-// GSM 06.10 full-rate coder assembled from the exports: bit-exact against the
-// standard's test sequences, and against libgsm (an independent bit-exact
-// implementation) on generated signals and on frames of random bits.
+// GSM 06.10 full-rate coder assembled from the exports against libgsm (an
+// independent bit-exact implementation) on generated signals and on frames of
+// random bits, and homing frames.
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <initializer_list>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "coders/coder.h"
-#include "support/paths.h"
+#include "conformance/coding.h"
 #include "support/signals.h"
+#include "support/vectors.h"
 
 #ifdef KVOSC_HAVE_LIBGSM
 #include <gsm.h>
@@ -21,119 +20,35 @@
 
 namespace {
 
-using kvosc::coders::Coder;
-using kvosc::coders::Options;
+namespace kt = kvosc::test;
 
-const Coder& gsmfr() {
-    const Coder* c = kvosc::coders::find_coder("gsmfr");
-    EXPECT_NE(c, nullptr);
-    return *c;
+std::vector<uint8_t> encode(const char* format, const std::vector<int16_t>& pcm) {
+    return kvosc::conformance::encode("gsmfr", {{{"format", format}}}, pcm);
 }
-
-Options format(const std::string& f) {
-    return Options{{{"format", f}}};
-}
-
-TEST(GsmFrVectors, EverySetBitExact) {
-    const std::string dir = kvosc::test::vector_dir_or_skip("gsmfr");
-    if (dir.empty()) return;
-    const auto rows = gsmfr().verify(dir);
-    int checked = 0;
-    for (const auto& r : rows) {
-        SCOPED_TRACE(r.set);
-        std::printf("  %-9s %5ld frames, %ld mismatched%s%s\n", r.set.c_str(), r.frames,
-                    r.mismatched, r.note.empty() ? "" : ": ", r.note.c_str());
-        if (r.skipped) continue;
-        ++checked;
-        EXPECT_GT(r.frames, 0);
-        EXPECT_EQ(r.mismatched, 0) << r.note;
-    }
-    EXPECT_GE(checked, 5);
-}
-
-// ---- generated test signals (8 kHz) ------------------------------------
-
-std::vector<int16_t> noise(int n, uint32_t seed, int amp) {
-    std::mt19937 rng(seed);
-    std::uniform_int_distribution<int> d(-amp, amp);
-    std::vector<int16_t> out(n);
-    for (auto& v : out) v = static_cast<int16_t>(std::clamp(d(rng), -32768, 32767));
-    return out;
-}
-
-std::vector<int16_t> square(int n, int period) {
-    std::vector<int16_t> out(n);
-    for (int i = 0; i < n; ++i) out[i] = (i / (period / 2)) % 2 ? -32768 : 32767;
-    return out;
-}
-
-std::vector<int16_t> sweep(int n, double amp) {
-    std::vector<int16_t> out(n);
-    double phase = 0;
-    for (int i = 0; i < n; ++i) {
-        const double f = 50 + 3900.0 * i / n;
-        phase += 2 * M_PI * f / 8000;
-        out[i] =
-            static_cast<int16_t>(std::lround(std::clamp(amp * std::sin(phase), -32768.0, 32767.0)));
-    }
-    return out;
-}
-
-struct Signal {
-    const char* name;
-    std::vector<int16_t> pcm;
-};
-
-std::vector<Signal> signals() {
-    const int n = 3 * 8000;
-    return {
-        {"speech", kvosc::test::speech_like(n, 1, 8000, 8000)},
-        {"noise", noise(n, 2, 32768)},
-        {"quiet noise", noise(n, 3, 40)},
-        {"silence", std::vector<int16_t>(n, 0)},
-        {"square 100 Hz", square(n, 80)},
-        {"square 2 kHz", square(n, 4)},
-        {"sweep full scale", sweep(n, 32767)},
-        {"sweep -20 dB", sweep(n, 3277)},
-    };
-}
-
-TEST(GsmFrFormats, RejectsUnknownFormatAndRaggedStreams) {
-    std::vector<uint8_t> s;
-    std::vector<int16_t> pcm(160);
-    std::string err;
-    EXPECT_FALSE(gsmfr().encode(format("amr"), pcm, s, err));
-    EXPECT_FALSE(err.empty());
-    err.clear();
-    EXPECT_FALSE(gsmfr().decode(format("rtp"), std::vector<uint8_t>(32), pcm, err));
-    EXPECT_FALSE(err.empty());
-    EXPECT_FALSE(gsmfr().decode(format("etsi"), std::vector<uint8_t>(151), pcm, err));
-    EXPECT_FALSE(gsmfr().decode(format("wav49"), std::vector<uint8_t>(66), pcm, err));
+std::vector<int16_t> decode(const char* format, const std::vector<uint8_t>& stream) {
+    return kvosc::conformance::decode("gsmfr", {{{"format", format}}}, stream);
 }
 
 // Homing frames in mid-stream bring encoder and decoder back to their start
 // state: what follows codes and decodes exactly as from a fresh coder.
 TEST(GsmFrHoming, MidStreamHomingFramesResetEveryState) {
-    const std::vector<int16_t> before = kvosc::test::speech_like(160 * 30, 21, 8000, 8000),
-                               after = kvosc::test::speech_like(160 * 20, 22, 8000, 8000);
+    const std::vector<int16_t> before = kt::speech_like(160 * 30, 21, 8000, 8000),
+                               after = kt::speech_like(160 * 20, 22, 8000, 8000);
     const std::vector<int16_t> ehf(160, 0x0008);
     auto concat = [](std::initializer_list<const std::vector<int16_t>*> parts) {
         std::vector<int16_t> v;
         for (const auto* p : parts) v.insert(v.end(), p->begin(), p->end());
         return v;
     };
-    std::vector<uint8_t> s1, s2;
-    std::vector<int16_t> d1, d2;
-    std::string err;
     // Two homing frames: the first resets the encoder, the second is then
     // coded from the start state as the decoder homing frame.
-    ASSERT_TRUE(gsmfr().encode(format("etsi"), concat({&before, &ehf, &ehf, &after}), s1, err));
-    ASSERT_TRUE(gsmfr().encode(format("etsi"), concat({&ehf, &after}), s2, err));
+    const auto s1 = encode("etsi", concat({&before, &ehf, &ehf, &after})),
+               s2 = encode("etsi", concat({&ehf, &after}));
     ASSERT_EQ(s1.size(), 52 * 152u);
     EXPECT_TRUE(std::equal(s2.begin(), s2.end(), s1.end() - s2.size()));
     // The decoder homes on that frame and then follows a fresh one.
-    ASSERT_TRUE(gsmfr().decode(format("etsi"), s1, d1, err));
-    ASSERT_TRUE(gsmfr().decode(format("etsi"), s2, d2, err));
+    const auto d1 = decode("etsi", s1), d2 = decode("etsi", s2);
+    ASSERT_EQ(d2.size(), 21 * 160u);
     EXPECT_TRUE(std::equal(d2.begin() + 160, d2.end(), d1.end() - (d2.size() - 160)));
     // A decoder in its start state answers the homing frame with the encoder homing frame.
     EXPECT_TRUE(std::equal(d2.begin(), d2.begin() + 160, ehf.begin()));
@@ -151,63 +66,61 @@ struct Peer {
     ~Peer() { gsm_destroy(g); }
 };
 
-TEST(GsmFrPeer, StreamsAndSamplesEqualLibgsm) {
-    for (const Signal& sig : signals()) {
-        SCOPED_TRACE(sig.name);
-        std::vector<uint8_t> ours;
-        std::vector<int16_t> ourPcm;
-        std::string err;
-        ASSERT_TRUE(gsmfr().encode(format("rtp"), sig.pcm, ours, err)) << err;
-        ASSERT_TRUE(gsmfr().decode(format("rtp"), ours, ourPcm, err)) << err;
-        Peer enc, dec;
-        const size_t frames = sig.pcm.size() / 160;
-        ASSERT_EQ(ours.size(), frames * 33);
-        for (size_t f = 0; f < frames; ++f) {
-            gsm_signal in[160], out[160];
-            gsm_byte frame[33];
-            std::copy(&sig.pcm[f * 160], &sig.pcm[f * 160] + 160, in);
-            gsm_encode(enc.g, in, frame);
-            ASSERT_TRUE(std::equal(frame, frame + 33, &ours[f * 33])) << "stream frame " << f;
-            ASSERT_EQ(gsm_decode(dec.g, frame, out), 0);
-            ASSERT_TRUE(std::equal(out, out + 160, &ourPcm[f * 160])) << "decoded frame " << f;
-        }
-    }
-}
-
-TEST(GsmFrPeer, Wav49PackingEqualsLibgsm) {
-    const auto pcm = kvosc::test::speech_like(160 * 40, 11, 8000, 8000);
-    std::vector<uint8_t> ours, theirs;
-    std::string err;
-    ASSERT_TRUE(gsmfr().encode(format("wav49"), pcm, ours, err)) << err;
-    Peer enc(true);
-    for (size_t f = 0; f < 40; ++f) {
+// libgsm's stream: 33-octet frames, or 32 + 33 octets per frame pair in wav49.
+std::vector<uint8_t> peer_encode(const std::vector<int16_t>& pcm, bool wav49) {
+    Peer enc(wav49);
+    std::vector<uint8_t> out;
+    for (size_t f = 0; f < pcm.size() / 160; ++f) {
         gsm_signal in[160];
         gsm_byte frame[33];
-        std::copy(&pcm[f * 160], &pcm[f * 160] + 160, in);
+        std::copy_n(&pcm[f * 160], 160, in);
         gsm_encode(enc.g, in, frame);
-        theirs.insert(theirs.end(), frame, frame + (f % 2 ? 33 : 32));
+        out.insert(out.end(), frame, frame + (wav49 && f % 2 == 0 ? 32 : 33));
     }
-    EXPECT_EQ(ours, theirs);
+    return out;
 }
 
+std::vector<int16_t> peer_decode(std::vector<uint8_t> stream) {
+    Peer dec;
+    std::vector<int16_t> out;
+    for (size_t at = 0; at + 33 <= stream.size(); at += 33) {
+        gsm_signal pcm[160];
+        EXPECT_EQ(gsm_decode(dec.g, &stream[at], pcm), 0);
+        out.insert(out.end(), pcm, pcm + 160);
+    }
+    return out;
+}
+
+TEST(GsmFrPeer, StreamsAndSamplesEqualLibgsm) {
+    const int n = 3 * 8000;
+    const struct {
+        const char* name;
+        std::vector<int16_t> pcm;
+    } signals[] = {{"speech", kt::speech_like(n, 1, 8000, 8000)},
+                   {"noise", kt::white_noise(n, 32768, 2)},
+                   {"quiet noise", kt::white_noise(n, 40, 3)},
+                   {"silence", std::vector<int16_t>(n, 0)},
+                   {"square 100 Hz", kt::square(n, 80, 32767)},
+                   {"square 2 kHz", kt::square(n, 4, 32767)},
+                   {"sweep full scale", kt::sweep(n, 32767, 8000)},
+                   {"sweep -20 dB", kt::sweep(n, 3277, 8000)}};
+    for (const auto& sig : signals) {
+        SCOPED_TRACE(sig.name);
+        const auto ours = encode("rtp", sig.pcm);
+        EXPECT_EQ(kt::first_mismatch(ours, peer_encode(sig.pcm, false)), -1) << "stream octet";
+        EXPECT_EQ(kt::first_mismatch(encode("wav49", sig.pcm), peer_encode(sig.pcm, true)), -1)
+            << "wav49 octet";
+        EXPECT_EQ(kt::first_mismatch(decode("rtp", ours), peer_decode(ours)), -1) << "sample";
+    }
+}
+
+// Frames of random bits (with the 0xD signature) decode as libgsm decodes them.
 TEST(GsmFrPeer, RandomFramesDecodeAsLibgsm) {
     std::mt19937 rng(20261123);
-    std::uniform_int_distribution<int> byte(0, 255);
-    const int frames = 2000;
-    std::vector<uint8_t> stream(frames * 33);
-    for (int f = 0; f < frames; ++f) {
-        for (int i = 0; i < 33; ++i) stream[f * 33 + i] = static_cast<uint8_t>(byte(rng));
-        stream[f * 33] = static_cast<uint8_t>(0xD0 | (stream[f * 33] & 0x0F));
-    }
-    std::vector<int16_t> ours;
-    std::string err;
-    ASSERT_TRUE(gsmfr().decode(format("rtp"), stream, ours, err)) << err;
-    Peer dec;
-    for (int f = 0; f < frames; ++f) {
-        gsm_signal out[160];
-        ASSERT_EQ(gsm_decode(dec.g, &stream[f * 33], out), 0);
-        ASSERT_TRUE(std::equal(out, out + 160, &ours[f * 160])) << "frame " << f;
-    }
+    std::vector<uint8_t> stream(2000 * 33);
+    for (size_t i = 0; i < stream.size(); ++i)
+        stream[i] = static_cast<uint8_t>(i % 33 ? rng() : 0xD0 | (rng() & 0x0F));
+    EXPECT_EQ(kt::first_mismatch(decode("rtp", stream), peer_decode(stream)), -1) << "sample";
 }
 #else
 TEST(GsmFrPeer, Libgsm) {

@@ -32,19 +32,10 @@ inline void note_alloc(size_t) {
 
 #ifdef KVOSC_ALLOC_HOOKS
 
-namespace {
-void on_malloc(const volatile void*, size_t n) {
-    note_alloc(n);
-}
-void on_free(const volatile void*) {}
-bool install_hooks() {
-    return __sanitizer_install_malloc_and_free_hooks(on_malloc, on_free) != 0;
-}
-}  // namespace
-
 namespace kvosc::test {
 bool allocation_counting_available() {
-    static const bool installed = install_hooks();
+    static const bool installed = __sanitizer_install_malloc_and_free_hooks(
+        [](const volatile void*, size_t n) { note_alloc(n); }, [](const volatile void*) {});
     return installed;
 }
 }  // namespace kvosc::test
@@ -59,38 +50,31 @@ void* __libc_calloc(size_t, size_t);
 void* __libc_realloc(void*, size_t);
 void* __libc_memalign(size_t, size_t);
 
-void* malloc(size_t n) {
-    void* p = __libc_malloc(n);
-    if (p) note_alloc(n);
+static void* counted(void* p) {
+    if (p) note_alloc(0);
     return p;
+}
+void* malloc(size_t n) {
+    return counted(__libc_malloc(n));
 }
 void* calloc(size_t n, size_t m) {
-    void* p = __libc_calloc(n, m);
-    if (p) note_alloc(n * m);
-    return p;
+    return counted(__libc_calloc(n, m));
 }
 void* realloc(void* old, size_t n) {
-    void* p = __libc_realloc(old, n);
-    if (p) note_alloc(n);  // a resize is an allocation
-    return p;
+    return counted(__libc_realloc(old, n));
+}  // a resize too
+void* aligned_alloc(size_t align, size_t n) {
+    return counted(__libc_memalign(align, n));
+}
+void* memalign(size_t align, size_t n) {
+    return counted(__libc_memalign(align, n));
 }
 int posix_memalign(void** out, size_t align, size_t n) {
     if (align < sizeof(void*) || (align & (align - 1))) return EINVAL;
-    void* p = __libc_memalign(align, n);
+    void* p = counted(__libc_memalign(align, n));
     if (!p) return ENOMEM;
-    note_alloc(n);
     *out = p;
     return 0;
-}
-void* aligned_alloc(size_t align, size_t n) {
-    void* p = __libc_memalign(align, n);
-    if (p) note_alloc(n);
-    return p;
-}
-void* memalign(size_t align, size_t n) {
-    void* p = __libc_memalign(align, n);
-    if (p) note_alloc(n);
-    return p;
 }
 }  // extern "C"
 

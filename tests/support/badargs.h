@@ -12,8 +12,8 @@
 //   auto len = t.value<Kvo32s>("len", 40, {{0, kvoErrSize}, {-1, kvoErrSize}});
 //   t.run([&](const kvosc::test::BadArgs::Call& c) { return f(c(a), c(y), c(len)); });
 //
-// Options: t.optional(p) (null is legal), t.null_status(p, st), t.valid_status(st),
-// t.skip_valid_call(), t.nulls_first(false), t.combo(st, {t.null(p), t.bad(v, k)})
+// Options: t.optional(p) (null is legal), t.valid_status(st),
+// t.combo(st, {t.null(p), t.bad(v, k)})
 // (k: index of the bad value in its list), t.state("pState", bytes, init) for a
 // record prepared by init before every case.
 #pragma once
@@ -25,7 +25,6 @@
 #include <cstring>
 #include <functional>
 #include <initializer_list>
-#include <optional>
 #include <sstream>
 #include <string>
 #include <type_traits>
@@ -52,33 +51,29 @@ class BadArgs {
     BadArgs(const BadArgs&) = delete;
     BadArgs& operator=(const BadArgs&) = delete;
 
-    // ---- pointer arguments ----------------------------------------------
-    // Read-only vector of `count` elements, pseudo-random unless data is given.
-    // `lead` elements before the pointer belong to the argument too (history
-    // that the function reads before its input pointer); data then holds
-    // lead + count elements.
+    // Pointers: an input of `count` elements (pseudo-random unless data is
+    // given; `lead` elements before the pointer belong to it too, data then
+    // holds lead + count), a canary-filled output, a vector read and written,
+    // a state record of `bytes` prepared by init(record) before every call.
+    // clang-format off
     template <class T>
     Ptr<T> in(const char* name, size_t count, std::vector<T> data = {}, size_t lead = 0) {
         return add_ptr<T>(name, Kind::In, count, std::move(data), lead);
     }
-    // Output vector: canary-filled before each call.
     template <class T>
-    Ptr<T> out(const char* name, size_t count) {
-        return add_ptr<T>(name, Kind::Out, count, {}, 0);
-    }
-    // Vector read and written (the _I forms, history buffers).
+    Ptr<T> out(const char* name, size_t count) { return add_ptr<T>(name, Kind::Out, count, {}, 0); }
     template <class T>
     Ptr<T> inout(const char* name, size_t count, std::vector<T> data = {}, size_t lead = 0) {
         return add_ptr<T>(name, Kind::InOut, count, std::move(data), lead);
     }
-    // State record of `bytes` bytes, prepared by init(record) before every call.
+    // clang-format on
     Ptr<void> state(const char* name, size_t bytes, std::function<void(void*)> init) {
         Ptr<void> p = add_ptr<uint8_t, void>(name, Kind::State, bytes, {}, 0);
         args_[p.id].init = std::move(init);
         return p;
     }
 
-    // ---- value arguments ---------------------------------------------------
+    // A value argument: its good value and each bad value with its status.
     template <class T>
     Val<T> value(const char* name, T good,
                  std::initializer_list<std::pair<T, KvoStatus>> bad = {}) {
@@ -96,19 +91,15 @@ class BadArgs {
         return Val<T>{args_.size() - 1};
     }
 
-    // ---- cases ---------------------------------------------------------------
     // clang-format off
     template <class P> Fault null(P p) const { return {p.id, -1}; }
     template <class T> Fault bad(Val<T> v, int k) const { return {v.id, k}; }
     template <class P> void optional(P p) { args_[p.id].nullable = false; }
-    template <class P> void null_status(P p, KvoStatus st) { args_[p.id].null_status = st; }
     // clang-format on
     void combo(KvoStatus expected, std::vector<Fault> faults) {
         extra_.push_back({std::move(faults), expected});
     }
     void valid_status(KvoStatus st) { valid_ = st; }
-    void skip_valid_call() { valid_.reset(); }
-    void nulls_first(bool on) { nulls_first_ = on; }
 
     // What the callable receives: c(ptr) and c(value) give the argument of
     // the current case.
@@ -146,7 +137,8 @@ class BadArgs {
         for (const Case& c : cases()) {
             ++rep.cases;
             prepare();
-            std::vector<std::vector<uint8_t>> before = snapshot();
+            std::vector<std::vector<uint8_t>> before;
+            for (const Arg& a : args_) before.push_back(a.storage);
             int got = static_cast<int>(f(Call(this, c.faults)));
             if (!verify(c, got, before)) ++rep.failures;
         }
@@ -160,17 +152,14 @@ class BadArgs {
     struct Arg {
         std::string name;
         Kind kind = Kind::In;
-        // pointers
-        size_t elem = 1, count = 0, lead = 0;  // lead elements before the pointer
+        size_t elem = 1, count = 0, lead = 0;  // pointers: lead elements before the pointer
         std::vector<uint8_t> data;             // initial contents (lead + count elements)
         std::function<void(void*)> init;
         bool nullable = true;
-        KvoStatus null_status = kvoErrNullPtr;
         std::vector<uint8_t> storage;  // guard | lead+count elements | guard
         uint8_t* region = nullptr;     // start of the argument's bytes (at lead)
         uint8_t* ptr = nullptr;        // what the function receives
-        // values
-        std::vector<uint8_t> good;
+        std::vector<uint8_t> good;     // values
         std::vector<std::vector<uint8_t>> bad;
         std::vector<KvoStatus> bad_status;
         std::vector<std::string> bad_text;
@@ -196,19 +185,14 @@ class BadArgs {
         a.count = count;
         a.lead = lead;
         size_t bytes = (lead + count) * sizeof(E);
+        a.data.resize(bytes);
         if (!data.empty()) {
             EXPECT_EQ(data.size(), lead + count) << function_ << ": data of " << name;
             data.resize(lead + count);
-            a.data.resize(bytes);
             std::memcpy(a.data.data(), data.data(), bytes);
-        } else {
-            // Deterministic pseudo-random contents, different for each argument.
-            a.data.resize(bytes);
+        } else {  // deterministic pseudo-random contents, different for each argument
             uint32_t s = 0x9e3779b9u * static_cast<uint32_t>(args_.size() + 1);
-            for (auto& x : a.data) {
-                s = s * 1664525u + 1013904223u;
-                x = static_cast<uint8_t>(s >> 24);
-            }
+            for (auto& x : a.data) x = static_cast<uint8_t>((s = s * 1664525u + 1013904223u) >> 24);
         }
         // 64-byte aligned start after the front guard.
         a.storage.resize(kGuard + bytes + kGuard + 64);
@@ -235,28 +219,20 @@ class BadArgs {
         }
     }
 
-    std::vector<std::vector<uint8_t>> snapshot() const {
-        std::vector<std::vector<uint8_t>> s;
-        for (const Arg& a : args_) s.push_back(a.storage);
-        return s;
-    }
-
     std::vector<Case> cases() const {
-        std::vector<Case> out;
-        if (valid_) out.push_back({{}, *valid_});
+        std::vector<Case> out{Case{{}, valid_}};
         for (size_t k = 0; k < args_.size(); ++k)
             if (args_[k].kind != Kind::Value && args_[k].nullable)
-                out.push_back({{{k, -1}}, args_[k].null_status});
+                out.push_back({{{k, -1}}, kvoErrNullPtr});
         for (size_t k = 0; k < args_.size(); ++k)
             for (size_t b = 0; b < args_[k].bad.size(); ++b)
                 out.push_back({{{k, static_cast<int>(b)}}, args_[k].bad_status[b]});
-        if (nulls_first_)
-            for (size_t p = 0; p < args_.size(); ++p) {
-                if (args_[p].kind == Kind::Value || !args_[p].nullable) continue;
-                for (size_t k = 0; k < args_.size(); ++k)
-                    for (size_t b = 0; b < args_[k].bad.size(); ++b)
-                        out.push_back({{{p, -1}, {k, static_cast<int>(b)}}, args_[p].null_status});
-            }
+        for (size_t p = 0; p < args_.size(); ++p) {  // a null pointer wins over a bad value
+            if (args_[p].kind == Kind::Value || !args_[p].nullable) continue;
+            for (size_t k = 0; k < args_.size(); ++k)
+                for (size_t b = 0; b < args_[k].bad.size(); ++b)
+                    out.push_back({{{p, -1}, {k, static_cast<int>(b)}}, kvoErrNullPtr});
+        }
         for (const Case& c : extra_) out.push_back(c);
         return out;
     }
@@ -310,8 +286,7 @@ class BadArgs {
     std::string function_;
     std::vector<Arg> args_;
     std::vector<Case> extra_;
-    std::optional<KvoStatus> valid_ = kvoOk;
-    bool nulls_first_ = true;
+    KvoStatus valid_ = kvoOk;
 };
 
 }  // namespace kvosc::test

@@ -53,8 +53,7 @@ class ElfImage {
 
   private:
     void parse();
-    std::vector<Symbol> read_symbols(const Section& s) const;
-    std::string dynstr(uint64_t off) const;
+    std::string dynstr(std::optional<uint64_t> off) const;
 
     std::vector<uint8_t> file_;
     std::string error_;

@@ -26,28 +26,24 @@ std::string built_library() {
 }
 
 std::string vectors_root() {
-    if (const char* env = std::getenv("KVOSC_VECTORS"); env && *env) return is_dir(env) ? env : "";
-    std::string beside = source_dir() + "/../shared/vectors";
-    return is_dir(beside) ? beside : "";
+    const char* env = std::getenv("KVOSC_VECTORS");
+    const std::string root = env && *env ? env : source_dir() + "/../shared/vectors";
+    return is_dir(root) ? root : "";
 }
 
 std::string vector_dir_or_skip(const std::string& set) {
-    std::string root = vectors_root();
-    std::string dir = root.empty() ? "" : root + "/" + set;
-    if (is_dir(dir)) return dir;
     const char* env = std::getenv("KVOSC_VECTORS");
-    std::string where = !root.empty()   ? root
-                        : (env && *env) ? std::string(env) + " ($KVOSC_VECTORS)"
-                                        : source_dir() + "/../shared/vectors";
+    const std::string where =
+        env && *env ? std::string(env) + " ($KVOSC_VECTORS)" : source_dir() + "/../shared/vectors";
+    const std::string dir = vectors_root().empty() ? "" : vectors_root() + "/" + set;
+    if (is_dir(dir)) return dir;
+    const std::string msg = "vector folder '" + set + "' not found under " + where;
     const char* ci = std::getenv("CI");
-    if (ci && std::strcmp(ci, "true") == 0) {
-        ADD_FAILURE() << "vector folder '" << set << "' not found under " << where
-                      << " (required when CI=true)";
-    } else {
-        std::string msg = "vector folder '" + set + "' not found under " + where + ": skipped";
+    if (ci && std::strcmp(ci, "true") == 0)
+        ADD_FAILURE() << msg << " (required when CI=true)";
+    else
         ::testing::internal::AssertHelper(::testing::TestPartResult::kSkip, __FILE__, __LINE__,
-                                          msg.c_str()) = ::testing::Message();
-    }
+                                          (msg + ": skipped").c_str()) = ::testing::Message();
     return "";
 }
 

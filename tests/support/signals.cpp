@@ -33,4 +33,38 @@ std::vector<int16_t> speech_like(int n, uint32_t seed, double peak, double fs) {
     return s;
 }
 
+std::vector<int16_t> white_noise(int n, int amp, uint32_t seed) {
+    std::mt19937 rng(seed);
+    std::uniform_int_distribution<int> d(-amp, amp);
+    std::vector<int16_t> s(n);
+    for (auto& v : s) v = static_cast<int16_t>(std::clamp(d(rng), -32768, 32767));
+    return s;
+}
+
+std::vector<int16_t> square(int n, int period, int amp) {
+    std::vector<int16_t> s(n);
+    for (int i = 0; i < n; ++i)
+        s[i] = static_cast<int16_t>((i / (period / 2)) % 2 ? -amp - 1 : amp);
+    return s;
+}
+
+std::vector<int16_t> sweep(int n, double amp, double fs) {
+    std::vector<int16_t> s(n);
+    double ph = 0;
+    for (int i = 0; i < n; ++i) {
+        ph += 2 * M_PI * (50 + (fs / 2 - 100) * i / n) / fs;
+        s[i] = static_cast<int16_t>(std::lround(std::clamp(amp * std::sin(ph), -32768.0, 32767.0)));
+    }
+    return s;
+}
+
+double snr_db(const std::vector<int16_t>& ref, const std::vector<int16_t>& x) {
+    double sig = 0, err = 0;
+    for (size_t i = 0; i < ref.size() && i < x.size(); ++i) {
+        sig += double(ref[i]) * ref[i];
+        err += (double(ref[i]) - x[i]) * (double(ref[i]) - x[i]);
+    }
+    return err == 0 ? 200.0 : 10 * std::log10(sig / err);
+}
+
 }  // namespace kvosc::test
