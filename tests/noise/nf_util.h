@@ -105,38 +105,6 @@ inline std::vector<float> pink(size_t n, double rms, unsigned seed) {
     return v;
 }
 
-// Speech-like signal: a 120 Hz pulse train through three formant resonators (700, 1220,
-// 2600 Hz), in 0.3 s syllables with a raised-sine envelope, alternating with 0.3 s
-// pauses after 0.9 s of silence.  on[i] marks the syllables.  Peak about 1.
-inline std::vector<double> speech_like(size_t n, int rate, std::vector<char>& on) {
-    std::vector<double> s(n);
-    const int period = rate / 120;
-    for (size_t i = 0; i < n; ++i) s[i] = i % static_cast<size_t>(period) == 0 ? 1.0 : 0.0;
-    const double F[3] = {700, 1220, 2600}, Bw[3] = {90, 110, 160};
-    for (int f = 0; f < 3; ++f) {
-        const double r = std::exp(-M_PI * Bw[f] / rate), th = 2 * M_PI * F[f] / rate;
-        const double a1 = 2 * r * std::cos(th), a2 = -r * r;
-        double y1 = 0, y2 = 0, peak = 0;
-        for (size_t i = 0; i < n; ++i) {
-            const double y = s[i] + a1 * y1 + a2 * y2;
-            y2 = y1;
-            y1 = y;
-            s[i] = y;
-            peak = std::max(peak, std::fabs(y));
-        }
-        for (double& v : s) v /= peak;
-    }
-    const size_t seg = static_cast<size_t>(rate) * 3 / 10;
-    on.assign(n, 0);
-    for (size_t i = 0; i < n; ++i) {
-        const size_t k = i / seg;
-        on[i] = k >= 3 && k % 2 == 1;
-        s[i] *=
-            on[i] ? std::sin(M_PI * static_cast<double>(i % seg) / static_cast<double>(seg)) : 0.0;
-    }
-    return s;
-}
-
 inline double power(const std::vector<float>& x, size_t from, size_t to) {
     double e = 0;
     for (size_t i = from; i < to; ++i) e += static_cast<double>(x[i]) * x[i];
