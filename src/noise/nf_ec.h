@@ -96,6 +96,11 @@ Kvo64f meanSquare(const Kvo32f* x, Kvo32s n);
 int filterNoise_EC_32f_low(const Kvo32f* frame, KvoFilterNoise32fState* s);
 int filterNoise_EC_32f_high(const Kvo32f* frame, KvoFilterNoise32fState* s);
 
+// Sign changes between neighbours of x[0 .. n-1] less an offset (SSE2), and the scalar
+// twin.
+Kvo32s zeroCrossings(const Kvo32f* x, Kvo32s n, Kvo32f offset);
+Kvo32s zeroCrossingsScalar(const Kvo32f* x, Kvo32s n, Kvo32f offset);
+
 // The low rule's gain per bin (updating snrAvg) with SSE2, and its scalar twin.
 void lowGains(KvoFilterNoise32fState* s, Kvo32f* G);
 void lowGainsScalar(KvoFilterNoise32fState* s, Kvo32f* G);

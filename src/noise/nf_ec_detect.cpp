@@ -18,29 +18,42 @@
 #include <cstdint>
 #include <cstring>
 
+#include <emmintrin.h>
+
 #include "impl.h"
 #include "noise/nf_ec.h"
 
 namespace kvo::nf {
 
-namespace {
-
 // Counts the sign changes between neighbours of x[0 .. n-1] less an offset: the places
 // where the product of neighbours is negative.  The product of two floats is exact in
 // double precision and never rounds to zero, so its sign is that of the two factors
-// compared with zero (zeros and NaN count as no change either way).
-// (Two branch-free passes: the sign of each sample as -1, 0 or +1, then the neighbours
-// whose signs multiply to -1.  n is at most the short window, 512 samples.)
-Kvo32s zeroCrossings(const Kvo32f* x, Kvo32s n, Kvo32f offset) {
-    alignas(16) std::int32_t sign[512];
-    for (Kvo32s i = 0; i < n; ++i) {
-        const Kvo32f v = x[i] - offset;
-        sign[i] = static_cast<std::int32_t>(v > 0.0f) - static_cast<std::int32_t>(v < 0.0f);
-    }
+// compared with zero (zeros and NaN count as no change either way).  Scalar form, the
+// twin of the SSE2 one below.
+Kvo32s zeroCrossingsScalar(const Kvo32f* x, Kvo32s n, Kvo32f offset) {
     Kvo32s z = 0;
-    for (Kvo32s i = 1; i < n; ++i) z += sign[i - 1] * sign[i] < 0 ? 1 : 0;
+    for (Kvo32s i = 1; i < n; ++i) {
+        const Kvo32f a = x[i - 1] - offset, b = x[i] - offset;
+        z += (a > 0.0f && b < 0.0f) || (a < 0.0f && b > 0.0f) ? 1 : 0;
+    }
     return z;
 }
+
+// Four neighbour pairs per step: one above and the other below zero.
+Kvo32s zeroCrossings(const Kvo32f* x, Kvo32s n, Kvo32f offset) {
+    const __m128 off = _mm_set1_ps(offset), zero = _mm_setzero_ps();
+    Kvo32s z = 0, i = 0;
+    for (; i + 4 < n; i += 4) {
+        const __m128 a = _mm_sub_ps(_mm_loadu_ps(x + i), off);
+        const __m128 b = _mm_sub_ps(_mm_loadu_ps(x + i + 1), off);
+        const __m128 c = _mm_or_ps(_mm_and_ps(_mm_cmpgt_ps(a, zero), _mm_cmplt_ps(b, zero)),
+                                   _mm_and_ps(_mm_cmplt_ps(a, zero), _mm_cmpgt_ps(b, zero)));
+        z += __builtin_popcount(static_cast<unsigned>(_mm_movemask_ps(c)));
+    }
+    return i + 1 < n ? z + zeroCrossingsScalar(x + i, n - i, offset) : z;
+}
+
+namespace {
 
 Kvo64f mean(const Kvo32f* x, Kvo32s n) {
     Kvo64f acc = 0.0;

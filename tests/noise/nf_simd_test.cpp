@@ -15,16 +15,20 @@ namespace {
 
 constexpr float kInf = std::numeric_limits<float>::infinity();
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
-const float kExtremes[] = {0.0f, -0.0f, 0.5f, -0.5f, 0.49999997f, -0.49999997f, 0.05f, -0.05f,
-                           32767.0f, 32767.5f, -32768.0f, -32768.5f, 1e30f, -1e30f, kInf,
-                           -kInf, kNan, 1e-40f, -1e-40f};
+const float kExtremes[] = {0.0f,   -0.0f,    0.5f,     -0.5f,     0.49999997f, -0.49999997f, 0.05f,
+                           -0.05f, 32767.0f, 32767.5f, -32768.0f, -32768.5f,   1e30f,        -1e30f,
+                           kInf,   -kInf,    kNan,     1e-40f,    -1e-40f};
 
 float draw(std::mt19937& g, int mode) {
     switch (mode) {
-        case 0: return std::uniform_real_distribution<float>(-40000.0f, 40000.0f)(g);
-        case 1: return static_cast<float>(std::uniform_int_distribution<int>(-32768, 32767)(g));
-        case 2: return std::uniform_real_distribution<float>(-1.0f, 1.0f)(g);
-        default: return kExtremes[g() % (sizeof(kExtremes) / sizeof(float))];
+        case 0:
+            return std::uniform_real_distribution<float>(-40000.0f, 40000.0f)(g);
+        case 1:
+            return static_cast<float>(std::uniform_int_distribution<int>(-32768, 32767)(g));
+        case 2:
+            return std::uniform_real_distribution<float>(-1.0f, 1.0f)(g);
+        default:
+            return kExtremes[g() % (sizeof(kExtremes) / sizeof(float))];
     }
 }
 
@@ -42,6 +46,15 @@ TEST(NoiseSimdTwins, KernelsMatchTheirScalarForms) {
                     int64_t e = 0;
                     for (int i = 0; i < n; ++i) e += static_cast<int64_t>(x[i]) * int64_t(x[i]);
                     EXPECT_EQ(a, static_cast<double>(e)) << n;
+                }
+            }
+            for (float off : {0.0f, 37.5f, -1e-40f, kNan}) {
+                for (int n : {0, 1, 2, 4, 5, 8, 127, 128, 512}) {
+                    int want = 0;  // the product of neighbours below zero
+                    for (int i = 1; i < n; ++i)
+                        want += double(x[i - 1] - off) * double(x[i] - off) < 0.0 ? 1 : 0;
+                    EXPECT_EQ(kvo::nf::zeroCrossings(x, n, off), want) << n << " " << off;
+                    EXPECT_EQ(kvo::nf::zeroCrossingsScalar(x, n, off), want) << n << " " << off;
                 }
             }
             for (bool high : {false, true}) {
