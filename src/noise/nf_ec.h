@@ -86,7 +86,11 @@ void resolveLevel(KvoFilterNoise32fState* s, Kvo64f power);
 
 // Sum of the squares of n samples in double precision (SSE2), and its scalar twin with
 // the same partial sums.
+// sumSquares dispatches to the AVX2 form where the processor has it; all three forms keep
+// sixteen partial sums in the same order and agree bit for bit.
 Kvo64f sumSquares(const Kvo32f* x, Kvo32s n);
+Kvo64f sumSquaresSse2(const Kvo32f* x, Kvo32s n);
+Kvo64f sumSquaresAvx2(const Kvo32f* x, Kvo32s n);
 Kvo64f sumSquaresScalar(const Kvo32f* x, Kvo32s n);
 // Mean square of n samples in double precision, held at 1.0 from below.
 Kvo64f meanSquare(const Kvo32f* x, Kvo32s n);

@@ -48,7 +48,8 @@ Kvo32s zeroCrossings(const Kvo32f* x, Kvo32s n, Kvo32f offset) {
         const __m128 b = _mm_sub_ps(_mm_loadu_ps(x + i + 1), off);
         const __m128 c = _mm_or_ps(_mm_and_ps(_mm_cmpgt_ps(a, zero), _mm_cmplt_ps(b, zero)),
                                    _mm_and_ps(_mm_cmplt_ps(a, zero), _mm_cmpgt_ps(b, zero)));
-        z += __builtin_popcount(static_cast<unsigned>(_mm_movemask_ps(c)));
+        static constexpr Kvo8u kBits[16] = {0, 1, 1, 2, 1, 2, 2, 3, 1, 2, 2, 3, 2, 3, 3, 4};
+        z += kBits[_mm_movemask_ps(c)];
     }
     return i + 1 < n ? z + zeroCrossingsScalar(x + i, n - i, offset) : z;
 }

@@ -18,6 +18,7 @@
 #include "fft/fft.h"
 #include "impl.h"
 #include "noise/nf_ec.h"
+#include "numeric/cpu.h"
 #include "numeric/vector.h"
 
 namespace kvo::nf {
@@ -176,7 +177,7 @@ Kvo64f sumSquaresScalar(const Kvo32f* x, Kvo32s n) {
     return a[0];
 }
 
-Kvo64f sumSquares(const Kvo32f* x, Kvo32s n) {
+Kvo64f sumSquaresSse2(const Kvo32f* x, Kvo32s n) {
     // The same sixteen partial sums in eight SSE2 registers (lanes 2r and 2r + 1 in
     // register r), so the result is that of the scalar loop bit for bit, with eight
     // independent addition chains instead of one per partial sum in turn.
@@ -198,6 +199,11 @@ Kvo64f sumSquares(const Kvo32f* x, Kvo32s n) {
     for (int w = 8; w >= 1; w /= 2)
         for (int j = 0; j < w; ++j) a[j] += a[j + w];
     return a[0];
+}
+
+Kvo64f sumSquares(const Kvo32f* x, Kvo32s n) {
+    static_assert(sizeof(Kvo64f) == 8);
+    return cpuHasAvx2() ? sumSquaresAvx2(x, n) : sumSquaresSse2(x, n);
 }
 
 Kvo64f meanSquare(const Kvo32f* x, Kvo32s n) {

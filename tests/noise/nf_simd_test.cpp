@@ -10,6 +10,7 @@
 #include <random>
 
 #include "noise/nf_ec.h"
+#include "numeric/cpu.h"
 
 namespace {
 
@@ -41,7 +42,13 @@ TEST(NoiseSimdTwins, KernelsMatchTheirScalarForms) {
             for (float& v : x) v = draw(g, mode);
             for (int n : {0, 1, 3, 4, 7, 128, 256, 4096, 4099}) {
                 const double a = kvo::nf::sumSquares(x, n), b = kvo::nf::sumSquaresScalar(x, n);
+                const double c = kvo::nf::sumSquaresSse2(x, n);
                 EXPECT_EQ(std::memcmp(&a, &b, sizeof a), 0) << n;
+                EXPECT_EQ(std::memcmp(&c, &b, sizeof c), 0) << n;
+                if (kvo::cpuHasAvx2()) {
+                    const double d = kvo::nf::sumSquaresAvx2(x, n);
+                    EXPECT_EQ(std::memcmp(&d, &b, sizeof d), 0) << n;
+                }
                 if (mode == 1) {  // 16-bit values: the exact sum whatever the order
                     int64_t e = 0;
                     for (int i = 0; i < n; ++i) e += static_cast<int64_t>(x[i]) * int64_t(x[i]);
