@@ -88,10 +88,24 @@ bool spectralCandidate(const KvoFilterNoise32fState* s) {
         Kvo64f sum = 0.0;
         for (Kvo32s k = 0; k < B; ++k) sum += p[k];
         M[b] = (sum + 1.0) * s->invBandWidth[b];
+        // The window sums, two neighbouring windows per SSE2 operation, each added from
+        // 0.0 in the order of its bins; then the largest and the total in window order.
+        alignas(16) Kvo64f win[kBins + 1];
+        const Kvo32s nw = B - L + 1;
+        for (Kvo32s j = 0; j < nw; j += 2) {
+            __m128d w = _mm_setzero_pd();
+            if (j + 1 < nw) {
+                for (Kvo32s k = 0; k < L; ++k) w = _mm_add_pd(w, _mm_loadu_pd(p + j + k));
+                _mm_store_pd(win + j, w);
+            } else {
+                Kvo64f w1 = 0.0;
+                for (Kvo32s k = 0; k < L; ++k) w1 += p[j + k];
+                win[j] = w1;
+            }
+        }
         Kvo64f largest = 0.0, total = 0.0;
-        for (Kvo32s j = 0; j + L <= B; ++j) {
-            Kvo64f w = 0.0;
-            for (Kvo32s k = 0; k < L; ++k) w += p[j + k];
+        for (Kvo32s j = 0; j < nw; ++j) {
+            const Kvo64f w = win[j];
             if (j == 0 || w > largest) largest = w;
             total += w;
         }
