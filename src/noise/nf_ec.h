@@ -84,8 +84,14 @@ void takeNoiseSpectrum(KvoFilterNoise32fState* s);
 // (sqrt(1 + power) < 4), else 2.
 void resolveLevel(KvoFilterNoise32fState* s, Kvo64f power);
 
-// Sum of the squares of n samples in double precision.
+// Sum of the squares of n samples in double precision (SSE2), and its scalar twin with
+// the same partial sums.
+// sumSquares dispatches to the AVX2 form where the processor has it; all three forms keep
+// sixteen partial sums in the same order and agree bit for bit.
 Kvo64f sumSquares(const Kvo32f* x, Kvo32s n);
+Kvo64f sumSquaresSse2(const Kvo32f* x, Kvo32s n);
+Kvo64f sumSquaresAvx2(const Kvo32f* x, Kvo32s n);
+Kvo64f sumSquaresScalar(const Kvo32f* x, Kvo32s n);
 // Mean square of n samples in double precision, held at 1.0 from below.
 Kvo64f meanSquare(const Kvo32f* x, Kvo32s n);
 
@@ -93,6 +99,17 @@ Kvo64f meanSquare(const Kvo32f* x, Kvo32s n);
 // high rule (level 4).  frame: the 16 input samples (read only on the start-up path).
 int filterNoise_EC_32f_low(const Kvo32f* frame, KvoFilterNoise32fState* s);
 int filterNoise_EC_32f_high(const Kvo32f* frame, KvoFilterNoise32fState* s);
+
+// Sign changes between neighbours of x[0 .. n-1] less an offset (SSE2), and the scalar
+// twin.
+Kvo32s zeroCrossings(const Kvo32f* x, Kvo32s n, Kvo32f offset);
+Kvo32s zeroCrossingsScalar(const Kvo32f* x, Kvo32s n, Kvo32f offset);
+
+// The low rule's gain per bin (updating snrAvg) with SSE2, and its scalar twin.
+void lowGains(KvoFilterNoise32fState* s, Kvo32f* G);
+void lowGainsScalar(KvoFilterNoise32fState* s, Kvo32f* G);
+// The saturation and dead zone (or floor) of 64 overlap-added samples: SSE2 or scalar.
+void finishOlaTwins(Kvo32f* ola, bool high, bool simd);
 
 // Synthesis windows of 64 taps: levels 1, 2 and 5, and levels 3 and 4.
 extern const std::array<Kvo32f, 64> ec_isbf_hann64_32f;

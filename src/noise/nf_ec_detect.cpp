@@ -18,29 +18,43 @@
 #include <cstdint>
 #include <cstring>
 
+#include <emmintrin.h>
+
 #include "impl.h"
 #include "noise/nf_ec.h"
 
 namespace kvo::nf {
 
-namespace {
-
 // Counts the sign changes between neighbours of x[0 .. n-1] less an offset: the places
 // where the product of neighbours is negative.  The product of two floats is exact in
 // double precision and never rounds to zero, so its sign is that of the two factors
-// compared with zero (zeros and NaN count as no change either way).
-// (Two branch-free passes: the sign of each sample as -1, 0 or +1, then the neighbours
-// whose signs multiply to -1.  n is at most the short window, 512 samples.)
-Kvo32s zeroCrossings(const Kvo32f* x, Kvo32s n, Kvo32f offset) {
-    alignas(16) std::int32_t sign[512];
-    for (Kvo32s i = 0; i < n; ++i) {
-        const Kvo32f v = x[i] - offset;
-        sign[i] = static_cast<std::int32_t>(v > 0.0f) - static_cast<std::int32_t>(v < 0.0f);
-    }
+// compared with zero (zeros and NaN count as no change either way).  Scalar form, the
+// twin of the SSE2 one below.
+Kvo32s zeroCrossingsScalar(const Kvo32f* x, Kvo32s n, Kvo32f offset) {
     Kvo32s z = 0;
-    for (Kvo32s i = 1; i < n; ++i) z += sign[i - 1] * sign[i] < 0 ? 1 : 0;
+    for (Kvo32s i = 1; i < n; ++i) {
+        const Kvo32f a = x[i - 1] - offset, b = x[i] - offset;
+        z += (a > 0.0f && b < 0.0f) || (a < 0.0f && b > 0.0f) ? 1 : 0;
+    }
     return z;
 }
+
+// Four neighbour pairs per step: one above and the other below zero.
+Kvo32s zeroCrossings(const Kvo32f* x, Kvo32s n, Kvo32f offset) {
+    const __m128 off = _mm_set1_ps(offset), zero = _mm_setzero_ps();
+    Kvo32s z = 0, i = 0;
+    for (; i + 4 < n; i += 4) {
+        const __m128 a = _mm_sub_ps(_mm_loadu_ps(x + i), off);
+        const __m128 b = _mm_sub_ps(_mm_loadu_ps(x + i + 1), off);
+        const __m128 c = _mm_or_ps(_mm_and_ps(_mm_cmpgt_ps(a, zero), _mm_cmplt_ps(b, zero)),
+                                   _mm_and_ps(_mm_cmplt_ps(a, zero), _mm_cmpgt_ps(b, zero)));
+        static constexpr Kvo8u kBits[16] = {0, 1, 1, 2, 1, 2, 2, 3, 1, 2, 2, 3, 2, 3, 3, 4};
+        z += kBits[_mm_movemask_ps(c)];
+    }
+    return i + 1 < n ? z + zeroCrossingsScalar(x + i, n - i, offset) : z;
+}
+
+namespace {
 
 Kvo64f mean(const Kvo32f* x, Kvo32s n) {
     Kvo64f acc = 0.0;
@@ -74,10 +88,24 @@ bool spectralCandidate(const KvoFilterNoise32fState* s) {
         Kvo64f sum = 0.0;
         for (Kvo32s k = 0; k < B; ++k) sum += p[k];
         M[b] = (sum + 1.0) * s->invBandWidth[b];
+        // The window sums, two neighbouring windows per SSE2 operation, each added from
+        // 0.0 in the order of its bins; then the largest and the total in window order.
+        alignas(16) Kvo64f win[kBins + 1];
+        const Kvo32s nw = B - L + 1;
+        for (Kvo32s j = 0; j < nw; j += 2) {
+            __m128d w = _mm_setzero_pd();
+            if (j + 1 < nw) {
+                for (Kvo32s k = 0; k < L; ++k) w = _mm_add_pd(w, _mm_loadu_pd(p + j + k));
+                _mm_store_pd(win + j, w);
+            } else {
+                Kvo64f w1 = 0.0;
+                for (Kvo32s k = 0; k < L; ++k) w1 += p[j + k];
+                win[j] = w1;
+            }
+        }
         Kvo64f largest = 0.0, total = 0.0;
-        for (Kvo32s j = 0; j + L <= B; ++j) {
-            Kvo64f w = 0.0;
-            for (Kvo32s k = 0; k < L; ++k) w += p[j + k];
+        for (Kvo32s j = 0; j < nw; ++j) {
+            const Kvo64f w = win[j];
             if (j == 0 || w > largest) largest = w;
             total += w;
         }

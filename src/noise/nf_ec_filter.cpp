@@ -13,6 +13,8 @@
 // to 16-bit integers, as the published filter does.
 #include <cstring>
 
+#include <emmintrin.h>
+
 #include "fft/fft.h"
 #include "impl.h"
 #include "noise/nf_ec.h"
@@ -35,18 +37,41 @@ void shiftOla(KvoFilterNoise32fState* s) {
 }
 
 // Saturation to 16-bit amplitude, then the low rule's dead zone (|x| < 0.5 gives 0) or
-// the high rule's floor (|x| < 0.05 gives 0.05 with the sign, + for zero).
-void finishOla(KvoFilterNoise32fState* s, bool high) {
+// the high rule's floor (|x| < 0.05 gives 0.05 with the sign, + for zero).  Scalar form,
+// kept as the twin of the SSE2 one below.
+void finishOlaScalar(Kvo32f* ola, bool high) {
     for (int i = 0; i < 64; ++i) {
-        Kvo32f v = s->olaOut[i];
+        Kvo32f v = ola[i];
         v = v > 32767.0f ? 32767.0f : (v < -32768.0f ? -32768.0f : v);
         if (high) {
             if (v > -0.05f && v < 0.05f) v = v < 0.0f ? -0.05f : 0.05f;
         } else if (v > -0.5f && v < 0.5f) {
             v = 0.0f;
         }
-        s->olaOut[i] = v;
+        ola[i] = v;
     }
+}
+
+// The same with four samples at a time.  min(c, v) and max(c, v) return v when v is NaN,
+// as the comparisons above leave it.
+void finishOlaSse2(Kvo32f* ola, bool high) {
+    const __m128 top = _mm_set1_ps(32767.0f), bottom = _mm_set1_ps(-32768.0f);
+    const __m128 edge = _mm_set1_ps(high ? 0.05f : 0.5f), zero = _mm_setzero_ps();
+    const __m128 nedge = _mm_set1_ps(high ? -0.05f : -0.5f);
+    for (int i = 0; i < 64; i += 4) {
+        __m128 v = _mm_max_ps(bottom, _mm_min_ps(top, _mm_loadu_ps(ola + i)));
+        const __m128 in = _mm_and_ps(_mm_cmpgt_ps(v, nedge), _mm_cmplt_ps(v, edge));
+        __m128 r = zero;
+        if (high)
+            r = _mm_or_ps(_mm_and_ps(_mm_cmplt_ps(v, zero), nedge),
+                          _mm_andnot_ps(_mm_cmplt_ps(v, zero), edge));
+        v = _mm_or_ps(_mm_and_ps(in, r), _mm_andnot_ps(in, v));
+        _mm_storeu_ps(ola + i, v);
+    }
+}
+
+void finishOla(KvoFilterNoise32fState* s, bool high) {
+    finishOlaSse2(s->olaOut, high);
 }
 
 // Before the history holds 128 samples: the input runs through a 64-sample FIFO and the
@@ -184,13 +209,7 @@ KvoStatus filterFrame(const Kvo32f* pSrc, Kvo32f* pDst, Kvo32s noiseFlag,
 
 }  // namespace
 
-int filterNoise_EC_32f_low(const Kvo32f* frame, KvoFilterNoise32fState* s) {
-    if (s->strength == 0.0f) return 0;
-    if (s->fill < kFft) {
-        startupPath(frame, s, false);
-        return 0;
-    }
-    alignas(16) Kvo32f G[kBins];
+void lowGainsScalar(KvoFilterNoise32fState* s, Kvo32f* G) {
     for (int k = 0; k < kBins; ++k) {
         const Kvo64f g = clampSnr(s->powerSpec[k] * s->invNoiseSpec[k]);
         s->snrAvg[k] = static_cast<Kvo32f>((s->snrAvg[k] + g) * 0.5);
@@ -199,6 +218,52 @@ int filterNoise_EC_32f_low(const Kvo32f* frame, KvoFilterNoise32fState* s) {
         if (gk < lowest) gk = lowest;
         G[k] = gk > 1.0f ? 1.0f : gk;
     }
+}
+
+void lowGains(KvoFilterNoise32fState* s, Kvo32f* G) {
+    // Two bins per SSE2 operation in double precision, four in single: the operations
+    // and their order per bin are those of the scalar loop.
+    const __m128d one = _mm_set1_pd(1.0), most = _mm_set1_pd(32767.0), half = _mm_set1_pd(0.5);
+    const __m128d str = _mm_set1_pd(static_cast<Kvo64f>(s->strength));
+    const __m128 high = _mm_set1_ps(s->floorHigh), onef = _mm_set1_ps(1.0f);
+    auto two = [&](int k) {
+        const __m128d p =
+            _mm_mul_pd(_mm_loadu_pd(s->powerSpec + k), _mm_loadu_pd(s->invNoiseSpec + k));
+        const __m128d g = _mm_min_pd(most, _mm_max_pd(one, p));
+        const __m128 a32 =
+            _mm_cvtpd_ps(_mm_mul_pd(_mm_add_pd(_mm_loadu_pd(s->snrAvg + k), g), half));
+        const __m128d a = _mm_cvtps_pd(a32);
+        _mm_storeu_pd(s->snrAvg + k, a);
+        return _mm_cvtpd_ps(_mm_mul_pd(a, str));
+    };
+    for (int k = 0; k < 64; k += 4) {
+        const __m128 gk = _mm_movelh_ps(two(k), two(k + 2));
+        const __m128 lowest =
+            k == 0 ? _mm_setr_ps(s->floorLow, s->floorLow, s->floorLow, s->floorHigh) : high;
+        _mm_storeu_ps(G + k, _mm_min_ps(onef, _mm_max_ps(lowest, gk)));
+    }
+    const Kvo64f g = clampSnr(s->powerSpec[64] * s->invNoiseSpec[64]);
+    s->snrAvg[64] = static_cast<Kvo32f>((s->snrAvg[64] + g) * 0.5);
+    Kvo32f gk = static_cast<Kvo32f>(s->snrAvg[64] * s->strength);
+    if (gk < s->floorHigh) gk = s->floorHigh;
+    G[64] = gk > 1.0f ? 1.0f : gk;
+}
+
+void finishOlaTwins(Kvo32f* ola, bool high, bool simd) {
+    if (simd)
+        finishOlaSse2(ola, high);
+    else
+        finishOlaScalar(ola, high);
+}
+
+int filterNoise_EC_32f_low(const Kvo32f* frame, KvoFilterNoise32fState* s) {
+    if (s->strength == 0.0f) return 0;
+    if (s->fill < kFft) {
+        startupPath(frame, s, false);
+        return 0;
+    }
+    alignas(16) Kvo32f G[kBins];
+    lowGains(s, G);
     synthesise(s, G, false);
     return 0;
 }

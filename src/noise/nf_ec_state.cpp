@@ -13,9 +13,12 @@
 #include <cmath>
 #include <cstring>
 
+#include <emmintrin.h>
+
 #include "fft/fft.h"
 #include "impl.h"
 #include "noise/nf_ec.h"
+#include "numeric/cpu.h"
 #include "numeric/vector.h"
 
 namespace kvo::nf {
@@ -159,20 +162,48 @@ void resolveLevel(KvoFilterNoise32fState* s, Kvo64f power) {
     s->levelResolved = 1;
 }
 
-Kvo64f sumSquares(const Kvo32f* x, Kvo32s n) {
-    // Four partial sums: each square of a float is exact in double precision, and for
-    // samples at integer values every partial sum is exact too, so the order of the
-    // additions changes nothing there.
-    Kvo64f a0 = 0.0, a1 = 0.0, a2 = 0.0, a3 = 0.0;
+// Sixteen partial sums, one per index modulo 16, added pairwise at the end.  Each
+// square of a float is exact in double precision, and for samples at integer values
+// (16-bit audio) every partial sum is exact too, so there the result does not depend on
+// the order of the additions; for other values it is within n * 2^-53 of the exact sum.
+Kvo64f sumSquaresScalar(const Kvo32f* x, Kvo32s n) {
+    Kvo64f a[16] = {};
     Kvo32s i = 0;
-    for (; i + 4 <= n; i += 4) {
-        a0 += static_cast<Kvo64f>(x[i]) * x[i];
-        a1 += static_cast<Kvo64f>(x[i + 1]) * x[i + 1];
-        a2 += static_cast<Kvo64f>(x[i + 2]) * x[i + 2];
-        a3 += static_cast<Kvo64f>(x[i + 3]) * x[i + 3];
+    for (; i + 16 <= n; i += 16)
+        for (int j = 0; j < 16; ++j) a[j] += static_cast<Kvo64f>(x[i + j]) * x[i + j];
+    for (; i < n; ++i) a[0] += static_cast<Kvo64f>(x[i]) * x[i];
+    for (int w = 8; w >= 1; w /= 2)
+        for (int j = 0; j < w; ++j) a[j] += a[j + w];
+    return a[0];
+}
+
+Kvo64f sumSquaresSse2(const Kvo32f* x, Kvo32s n) {
+    // The same sixteen partial sums in eight SSE2 registers (lanes 2r and 2r + 1 in
+    // register r), so the result is that of the scalar loop bit for bit, with eight
+    // independent addition chains instead of one per partial sum in turn.
+    __m128d acc[8];
+    for (__m128d& r : acc) r = _mm_setzero_pd();
+    Kvo32s i = 0;
+    for (; i + 16 <= n; i += 16) {
+        for (int q = 0; q < 4; ++q) {
+            const __m128 v = _mm_loadu_ps(x + i + 4 * q);
+            const __m128d lo = _mm_cvtps_pd(v);
+            const __m128d hi = _mm_cvtps_pd(_mm_movehl_ps(v, v));
+            acc[2 * q] = _mm_add_pd(acc[2 * q], _mm_mul_pd(lo, lo));
+            acc[2 * q + 1] = _mm_add_pd(acc[2 * q + 1], _mm_mul_pd(hi, hi));
+        }
     }
-    for (; i < n; ++i) a0 += static_cast<Kvo64f>(x[i]) * x[i];
-    return (a0 + a1) + (a2 + a3);
+    alignas(16) Kvo64f a[16];
+    for (int r = 0; r < 8; ++r) _mm_store_pd(a + 2 * r, acc[r]);
+    for (; i < n; ++i) a[0] += static_cast<Kvo64f>(x[i]) * x[i];
+    for (int w = 8; w >= 1; w /= 2)
+        for (int j = 0; j < w; ++j) a[j] += a[j + w];
+    return a[0];
+}
+
+Kvo64f sumSquares(const Kvo32f* x, Kvo32s n) {
+    static_assert(sizeof(Kvo64f) == 8);
+    return cpuHasAvx2() ? sumSquaresAvx2(x, n) : sumSquaresSse2(x, n);
 }
 
 Kvo64f meanSquare(const Kvo32f* x, Kvo32s n) {

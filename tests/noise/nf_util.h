@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "kvosc.h"
+#include "nf_scenes.h"
 
 namespace nftest {
 
@@ -67,83 +68,18 @@ inline std::vector<float> run_declared(Filter& f, const std::vector<float>& x, i
     return y;
 }
 
-inline std::vector<float> white(size_t n, double rms, unsigned seed) {
-    std::mt19937 g(seed);
-    std::normal_distribution<double> d(0.0, rms);
-    std::vector<float> v(n);
-    for (auto& x : v) x = static_cast<float>(d(g));
-    return v;
-}
-
-// Pink (1/f) noise by a sum of first-order sections, scaled to `rms`.
-inline std::vector<double> pink_unit(size_t n, unsigned seed) {
-    std::mt19937 g(seed);
-    std::normal_distribution<double> d(0.0, 1.0);
-    std::vector<double> v(n);
-    double b[7] = {};
-    for (size_t i = 0; i < n; ++i) {
-        const double w = d(g);
-        b[0] = 0.99886 * b[0] + w * 0.0555179;
-        b[1] = 0.99332 * b[1] + w * 0.0750759;
-        b[2] = 0.96900 * b[2] + w * 0.1538520;
-        b[3] = 0.86650 * b[3] + w * 0.3104856;
-        b[4] = 0.55000 * b[4] + w * 0.5329522;
-        b[5] = -0.7616 * b[5] - w * 0.0168980;
-        v[i] = b[0] + b[1] + b[2] + b[3] + b[4] + b[5] + b[6] + w * 0.5362;
-        b[6] = w * 0.115926;
-    }
-    double e = 0;
-    for (double x : v) e += x * x;
-    e = std::sqrt(e / static_cast<double>(n));
-    for (double& x : v) x /= e;
-    return v;
-}
-inline std::vector<float> pink(size_t n, double rms, unsigned seed) {
-    std::vector<double> u = pink_unit(n, seed);
+// White or pink noise of the scene generator at rms `rms`.
+inline std::vector<float> noise_of(Noise kind, size_t n, double rms, unsigned seed) {
+    const std::vector<double> u = unit_noise(kind, n, 16000, seed);
     std::vector<float> v(n);
     for (size_t i = 0; i < n; ++i) v[i] = static_cast<float>(rms * u[i]);
     return v;
 }
-
-// Speech-like signal: a 120 Hz pulse train through three formant resonators (700, 1220,
-// 2600 Hz), in 0.3 s syllables with a raised-sine envelope, alternating with 0.3 s
-// pauses after 0.9 s of silence.  on[i] marks the syllables.  Peak about 1.
-inline std::vector<double> speech_like(size_t n, int rate, std::vector<char>& on) {
-    std::vector<double> s(n);
-    const int period = rate / 120;
-    for (size_t i = 0; i < n; ++i) s[i] = i % static_cast<size_t>(period) == 0 ? 1.0 : 0.0;
-    const double F[3] = {700, 1220, 2600}, Bw[3] = {90, 110, 160};
-    for (int f = 0; f < 3; ++f) {
-        const double r = std::exp(-M_PI * Bw[f] / rate), th = 2 * M_PI * F[f] / rate;
-        const double a1 = 2 * r * std::cos(th), a2 = -r * r;
-        double y1 = 0, y2 = 0, peak = 0;
-        for (size_t i = 0; i < n; ++i) {
-            const double y = s[i] + a1 * y1 + a2 * y2;
-            y2 = y1;
-            y1 = y;
-            s[i] = y;
-            peak = std::max(peak, std::fabs(y));
-        }
-        for (double& v : s) v /= peak;
-    }
-    const size_t seg = static_cast<size_t>(rate) * 3 / 10;
-    on.assign(n, 0);
-    for (size_t i = 0; i < n; ++i) {
-        const size_t k = i / seg;
-        on[i] = k >= 3 && k % 2 == 1;
-        s[i] *=
-            on[i] ? std::sin(M_PI * static_cast<double>(i % seg) / static_cast<double>(seg)) : 0.0;
-    }
-    return s;
+inline std::vector<float> white(size_t n, double rms, unsigned seed) {
+    return noise_of(Noise::White, n, rms, seed);
 }
-
-inline double power(const std::vector<float>& x, size_t from, size_t to) {
-    double e = 0;
-    for (size_t i = from; i < to; ++i) e += static_cast<double>(x[i]) * x[i];
-    return e / static_cast<double>(to - from);
-}
-inline double db(double ratio) {
-    return 10.0 * std::log10(ratio);
+inline std::vector<float> pink(size_t n, double rms, unsigned seed) {
+    return noise_of(Noise::Pink, n, rms, seed);
 }
 
 // Synthesis window of 64 taps by its rule: trunc(8192 sin^2(pi i / 63)) over 12288
