@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <algorithm>
 #include <random>
 #include <vector>
 
@@ -35,7 +36,7 @@ inline std::vector<int16_t> impulse(std::mt19937& rng, int peak = 8192) {
     std::uniform_real_distribution<double> u(-1.0, 1.0);
     std::vector<int16_t> h(60);
     double a = peak;
-    for (int i = 0; i < 60; ++i, a *= 0.88) h[i] = int16_t(i == 0 ? peak : a * u(rng));
+    for (int i = 0; i < 60; ++i, a *= 0.88) h[i] = int16_t(i == 0 ? std::min(peak, 32767) : a * u(rng));
     return h;
 }
 
